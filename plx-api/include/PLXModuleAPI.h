@@ -1,0 +1,139 @@
+#pragma once
+
+#include <cstdint>
+
+// The contract between the server and a module, and the only header that both know.
+//
+// The server loads the module as a shared library and calls ProcessPLXRequest once per event, on whatever
+// thread serves the request. The module answers through the two callbacks of the record, on that same thread,
+// and keeps nothing of the record once the event has returned. Ownership never crosses: every buffer belongs
+// to whoever made it. No exception leaves either side. docs/host-api.md tells the meaning of every call.
+
+typedef std::uint8_t PLXUInt8;
+typedef std::int8_t PLXSInt8;
+typedef std::uint16_t PLXUInt16;
+typedef std::int16_t PLXSInt16;
+typedef std::uint32_t PLXUInt32;
+typedef std::int32_t PLXSInt32;
+
+// Names the request (or the page in flight) to the server; opaque to the module, never null.
+typedef void* PLXConnectionID;
+
+typedef PLXUInt32 (*PLXServerSupportFunctionPtr)(PLXConnectionID connID_i, PLXUInt32 code_i, void* a1, void* a2,
+                                                 void* a3, void* a4, void* a5);
+typedef PLXUInt32 (*PLXServerDatabaseFunctionPtr)(PLXConnectionID connID_i, PLXUInt32 code_i, void* a1, void* a2,
+                                                  void* a3, void* a4, void* a5, void* a6);
+
+// What the server hands over with each event. The module reads it and never writes it.
+struct _PLXAPI_ModuleProcessingInfo {
+  PLXConnectionID connID_i;
+  PLXUInt32 eventCode_i;
+  PLXServerSupportFunctionPtr PLXServerSupportFunction;
+  PLXServerDatabaseFunctionPtr PLXServerDatabaseFunction;
+};
+
+extern "C" {
+// The module's entry: 0, a result of the tag or action, 'MUnF' (event not handled) or 'MUnk' (announcement
+// failed). Safe on many threads at once, except that the announcement comes first and alone.
+typedef PLXUInt32 (*PLXModuleEntryPtr)(_PLXAPI_ModuleProcessingInfo* processingInfo);
+}
+
+inline constexpr char kPLXModuleEntryName[] = "ProcessPLXRequest";
+
+// Four characters as one integer, the first most significant: PLXCode("MTag") is 0x4D546167.
+consteval PLXUInt32 PLXCode(char const (&text_i)[5]) {
+  PLXUInt32 code = 0;
+  for (int index = 0; index < 4; ++index) {
+    code = code << 8 | static_cast<unsigned char>(text_i[index]);
+  }
+  return code;
+}
+
+// ---- Events ----------------------------------------------------------------------------------------------
+inline constexpr PLXUInt32 kPLXEvent_Initialize = PLXCode("MIni");
+inline constexpr PLXUInt32 kPLXEvent_Tag = PLXCode("MTag");
+inline constexpr PLXUInt32 kPLXEvent_Action = PLXCode("MAct");
+inline constexpr PLXUInt32 kPLXEvent_GetPreferences = PLXCode("MGPr");
+inline constexpr PLXUInt32 kPLXEvent_SetPreferences = PLXCode("MSPr");
+inline constexpr PLXUInt32 kPLXEvent_Terminate = PLXCode("MTrm");
+
+// ---- Results ---------------------------------------------------------------------------------------------
+inline constexpr PLXUInt32 kPLXResult_Success = 0;
+inline constexpr PLXUInt32 kPLXResult_BufferTooSmall = PLXCode("MBtS");
+inline constexpr PLXUInt32 kPLXResult_EventNotHandled = PLXCode("MUnF");
+inline constexpr PLXUInt32 kPLXResult_Unknown = PLXCode("MUnk");
+inline constexpr PLXUInt32 kPLXResult_GeneralError = PLXCode("MGen");
+inline constexpr PLXUInt32 kPLXResult_MissingRequiredParameter = PLXCode("MMRP");
+inline constexpr PLXUInt32 kPLXResult_InvalidParameterValue = PLXCode("MIPV");
+inline constexpr PLXUInt32 kPLXResult_NotAuthorized = PLXCode("MNAu");
+inline constexpr PLXUInt32 kPLXResult_FileNotFound = PLXCode("MFnF");
+
+// ---- Tag flags of 'MRfT' ---------------------------------------------------------------------------------
+inline constexpr PLXUInt32 kPLXTagFlag_EnclosesBody = 16;
+inline constexpr PLXUInt32 kPLXTagFlag_StandsAlone = 32;
+
+// ---- Log levels of 'MWtL' --------------------------------------------------------------------------------
+inline constexpr PLXUInt32 kPLXLogLevel_Note = PLXCode("MLgN");
+inline constexpr PLXUInt32 kPLXLogLevel_Warning = PLXCode("MLgW");
+inline constexpr PLXUInt32 kPLXLogLevel_Error = PLXCode("MLgE");
+inline constexpr PLXUInt32 kPLXLogLevel_Failure = PLXCode("MLgF");
+
+// ---- Support requests ------------------------------------------------------------------------------------
+// Server, module and log
+inline constexpr PLXUInt32 kPLXSupport_GetModulePath = PLXCode("MMdP");
+inline constexpr PLXUInt32 kPLXSupport_GetModuleParentFolderPath = PLXCode("MMPP");
+inline constexpr PLXUInt32 kPLXSupport_WriteToServer = PLXCode("MWtS");
+inline constexpr PLXUInt32 kPLXSupport_WriteToLog = PLXCode("MWtL");
+inline constexpr PLXUInt32 kPLXSupport_SetErrorInformation = PLXCode("MSEI");
+inline constexpr PLXUInt32 kPLXSupport_NormalizeString = PLXCode("MNmS");
+inline constexpr PLXUInt32 kPLXSupport_GetDefaultLanguage = PLXCode("MGDL");
+inline constexpr PLXUInt32 kPLXSupport_GetPageID = PLXCode("PLXD");
+// Announcement
+inline constexpr PLXUInt32 kPLXSupport_RegisterModuleName = PLXCode("MRMN");
+inline constexpr PLXUInt32 kPLXSupport_RegisterModuleVersion = PLXCode("MRMV");
+inline constexpr PLXUInt32 kPLXSupport_RegisterModuleAuthor = PLXCode("MRMA");
+inline constexpr PLXUInt32 kPLXSupport_RegisterModuleDeveloperID = PLXCode("MRMD");
+inline constexpr PLXUInt32 kPLXSupport_RegisterModuleVersionTrackerURL = PLXCode("MRVt");
+inline constexpr PLXUInt32 kPLXSupport_RegisterForTag = PLXCode("MRfT");
+inline constexpr PLXUInt32 kPLXSupport_UnregisterForTag = PLXCode("MUfT");
+inline constexpr PLXUInt32 kPLXSupport_RegisterForAction = PLXCode("MRfA");
+inline constexpr PLXUInt32 kPLXSupport_UnregisterForAction = PLXCode("MUfA");
+// Tag, arguments, variables and cookies
+inline constexpr PLXUInt32 kPLXSupport_GetTag = PLXCode("MTag");
+inline constexpr PLXUInt32 kPLXSupport_GetTagParameter = PLXCode("MTPm");
+inline constexpr PLXUInt32 kPLXSupport_GetTagParameterByIndex = PLXCode("MTPI");
+inline constexpr PLXUInt32 kPLXSupport_GetTagParameterCount = PLXCode("MTPC");
+inline constexpr PLXUInt32 kPLXSupport_GetTagBody = PLXCode("MTBd");
+inline constexpr PLXUInt32 kPLXSupport_GetActionName = PLXCode("MAct");
+inline constexpr PLXUInt32 kPLXSupport_GetPathArgument = PLXCode("MPAr");
+inline constexpr PLXUInt32 kPLXSupport_GetPathArgumentByIndex = PLXCode("MPAI");
+inline constexpr PLXUInt32 kPLXSupport_GetPathArgumentCount = PLXCode("MPAC");
+inline constexpr PLXUInt32 kPLXSupport_GetPostArgument = PLXCode("MFAr");
+inline constexpr PLXUInt32 kPLXSupport_GetPostArgumentByIndex = PLXCode("MFAI");
+inline constexpr PLXUInt32 kPLXSupport_GetPostArgumentCount = PLXCode("MFAC");
+inline constexpr PLXUInt32 kPLXSupport_GetCGIEnvironmentVariable = PLXCode("MCGI");
+inline constexpr PLXUInt32 kPLXSupport_SetPageVariable = PLXCode("MSPV");
+inline constexpr PLXUInt32 kPLXSupport_GetPageVariable = PLXCode("MGPV");
+inline constexpr PLXUInt32 kPLXSupport_GetPageVariableByIndex = PLXCode("MGPI");
+inline constexpr PLXUInt32 kPLXSupport_GetPageVariableCount = PLXCode("MGPC");
+inline constexpr PLXUInt32 kPLXSupport_GetCookie = PLXCode("MGCk");
+// HTTP response
+inline constexpr PLXUInt32 kPLXSupport_SetHTTPResponseStatus = PLXCode("MHRS");
+inline constexpr PLXUInt32 kPLXSupport_SetHTTPResponseHeader = PLXCode("MSRH");
+inline constexpr PLXUInt32 kPLXSupport_SetHTTPResponseURI = PLXCode("MHRU");
+// Administration, region and paths
+inline constexpr PLXUInt32 kPLXSupport_GetAdminDomainName = PLXCode("MADN");
+inline constexpr PLXUInt32 kPLXSupport_GetAdminRegionPath = PLXCode("MARP");
+inline constexpr PLXUInt32 kPLXSupport_GetVirtualHost = PLXCode("MVrH");
+inline constexpr PLXUInt32 kPLXSupport_GetVirtualRootPath = PLXCode("MVrP");
+inline constexpr PLXUInt32 kPLXSupport_GetURLPath = PLXCode("MUPa");
+inline constexpr PLXUInt32 kPLXSupport_GetURLParentFolderPath = PLXCode("MUPF");
+inline constexpr PLXUInt32 kPLXSupport_GetRegionDataFolderPath = PLXCode("MRDF");
+inline constexpr PLXUInt32 kPLXSupport_MapURLToPhysicalPath = PLXCode("MUPh");
+inline constexpr PLXUInt32 kPLXSupport_VerifyRegionContainsFile = PLXCode("MRCP");
+// Logins and preferences
+inline constexpr PLXUInt32 kPLXSupport_ValidateServerLogin = PLXCode("MVSL");
+inline constexpr PLXUInt32 kPLXSupport_ValidateDomainLogin = PLXCode("MVDL");
+inline constexpr PLXUInt32 kPLXSupport_SetPreference = PLXCode("MSPr");
+inline constexpr PLXUInt32 kPLXSupport_GetPreference = PLXCode("MGPr");
+inline constexpr PLXUInt32 kPLXSupport_RemovePreference = PLXCode("MRPr");

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "PLXLoginStore.h"
+#include "PLXModuleAPI.h"
+#include "PLXPreferenceStore.h"
+#include "PLXTagProcessor.h"
+
+// What a module said of itself, for the administration.
+struct PLXModuleDescription {
+  std::string name;
+  std::string version;
+  std::string author;
+  std::string versionTracker;
+  std::filesystem::path file;
+  std::vector<PLXTagProcessor::Tag> tags;
+  std::vector<std::string> actions;
+};
+
+// The loaded modules: the server's side of the contract in PLXModuleAPI.h.
+//
+// Load and Unload are called before the first and after the last request; everything else on any thread. Each
+// event is one call into the module on the caller's thread, with a record and a connection of its own; the
+// connection answers the module's calls until the event returns and refuses all after it.
+class PLXModuleHost : public PLXTagProcessor {
+ public:
+  // All must outlive the host. `traceAll_i` writes every event and call to the trace log.
+  PLXModuleHost(PLXPreferenceStore& preferences_i, PLXLoginStore& serverLogins_i, bool traceAll_i);
+  ~PLXModuleHost() override;  // unloads
+
+  // Opens the library, finds its entry, announces. False with a sentence (what, where, remedy) otherwise: a
+  // file that is missing, does not load, lacks the entry or refuses the announcement leaves nothing behind.
+  bool Load(std::filesystem::path const& file_i, std::string& problem_o);
+  // Sends the terminate event to every module and closes the libraries, last loaded first.
+  void Unload();
+
+  Tag const* FindTag(std::string_view name_i) const override;
+  PLXTagOutcome Process(PLXTagOccurrence const& tag_i, PLXPageContext& context_io) override;
+
+  bool HasAction(std::string_view name_i) const;  // ignores letter case
+  PLXTagOutcome RunAction(std::string_view name_i, PLXPageContext& context_io);
+
+  std::vector<PLXModuleDescription> Describe() const;
+  // The preference page of module `index_i` for the context's region, and a post of it (the request's post
+  // arguments). Requires: index_i < Describe().size().
+  PLXTagOutcome GetPreferencesPage(std::size_t index_i, PLXPageContext& context_io);
+  PLXTagOutcome SetPreferences(std::size_t index_i, PLXPageContext& context_io);
+
+ private:
+  struct Module;
+  class Connection;
+  std::vector<std::unique_ptr<Module>> myModules;
+  std::map<std::string, std::pair<Module*, Tag>, std::less<>> myTags;        // by lower-case name
+  std::map<std::string, std::pair<Module*, std::string>, std::less<>> myActions;  // by lower-case name
+  PLXPreferenceStore& myPreferences;
+  PLXLoginStore& myServerLogins;
+  std::map<std::string, std::unique_ptr<PLXLoginStore>> myDomainLogins;  // by file, guarded in the source
+  bool const myTraceAll;
+};

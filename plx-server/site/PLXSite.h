@@ -1,0 +1,96 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "PLXConfiguration.h"
+
+class PLXSite;
+
+// A path prefix of a site with its own preferences, data folder and logins. Immutable after it is made, lives as
+// long as its site, safe on any thread.
+class PLXRegion {
+ public:
+  PLXRegion(PLXSite const& site_i, PLXRegionConfiguration const& configuration_i, std::filesystem::path const& state_i);
+
+  std::string const& Name() const { return myName; }
+  std::string const& Path() const { return myPath; }  // "/mail/"
+  // "site/region": names the region in preferences and on the administration's addresses.
+  std::string const& Key() const { return myKey; }
+  bool RequiresLogin() const { return myRequiresLogin; }
+  PLXSite const& Site() const { return mySite; }
+
+  // The disk folder that the region's path names, without links, ending in "/".
+  std::filesystem::path Folder() const;
+  // The folder for what modules keep, outside everything that is served; not created yet, ends in "/".
+  // A name that could leave it ("..", "/", control characters, empty) has none.
+  std::optional<std::filesystem::path> DataFolder(std::string_view name_i) const;
+  // The file with the region's logins.
+  std::filesystem::path const& LoginsFile() const { return myLoginsFile; }
+
+  // The disk path of a path inside the region; it need not exist. None when it would leave the region: "..",
+  // an absolute path, a NUL or control character, or a link on the way that leads out.
+  std::optional<std::filesystem::path> Contain(std::string_view path_i) const;
+
+ private:
+  PLXSite const& mySite;
+  std::string myName;
+  std::string myPath;
+  std::string myKey;
+  bool myRequiresLogin;
+  std::filesystem::path myDataRoot;
+  std::filesystem::path myLoginsFile;
+};
+
+// One site: a folder of pages under one or more host names. Immutable, safe on any thread.
+class PLXSite {
+ public:
+  PLXSite(PLXSiteConfiguration const& configuration_i, std::filesystem::path const& state_i);
+  PLXSite(PLXSite const&) = delete;
+  PLXSite& operator=(PLXSite const&) = delete;
+
+  PLXSiteConfiguration const& Configuration() const { return myConfiguration; }
+  std::string const& Name() const { return myConfiguration.name; }
+  // The root folder without links, ending in "/".
+  std::filesystem::path const& Root() const { return myRoot; }
+  std::vector<std::unique_ptr<PLXRegion>> const& Regions() const { return myRegions; }
+
+  // The region with the longest path that begins `path_i`, which is decoded and begins with "/".
+  PLXRegion const& RegionOf(std::string_view path_i) const;
+  PLXRegion const* FindRegion(std::string_view name_i) const;
+
+  // The disk path of a decoded URL path, links resolved for what exists of it. None when it holds a NUL, a
+  // ".." step, a hidden name (a step beginning with "."), or leaves the root through a link.
+  std::optional<std::filesystem::path> MapPath(std::string_view path_i) const;
+
+  // Whether a file of this name is a page, and whether this path is served as a download only.
+  bool IsPage(std::filesystem::path const& file_i) const;
+  bool IsDownload(std::string_view path_i) const;
+
+ private:
+  PLXSiteConfiguration myConfiguration;
+  std::filesystem::path myRoot;
+  std::vector<std::unique_ptr<PLXRegion>> myRegions;
+};
+
+// All sites of one configuration. A request keeps the set it began with, so a reload drops nothing.
+class PLXSites {
+ public:
+  explicit PLXSites(PLXConfiguration configuration_i);
+
+  PLXConfiguration const& Configuration() const { return myConfiguration; }
+  std::vector<std::unique_ptr<PLXSite>> const& All() const { return mySites; }
+  // The site that has this host name (without port, any letter case), or null.
+  PLXSite const* FindHost(std::string_view host_i) const;
+  PLXSite const& First() const { return *mySites.front(); }
+  // The region of a key such as "demo/main", or null.
+  PLXRegion const* FindRegion(std::string_view key_i) const;
+
+ private:
+  PLXConfiguration myConfiguration;
+  std::vector<std::unique_ptr<PLXSite>> mySites;
+};
