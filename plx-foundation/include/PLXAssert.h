@@ -6,10 +6,11 @@
 //   STATE ASSERTION FAILURE: offset_i < GetLength()
 //
 // and aborts the process; a warning is written the same way and processing goes on. They stay on in every
-// build. Broken input is never an assertion. The plain forms take the file from `ourSourceFile`, which each source
-// defines; headers use the forms that name it.
+// build. Broken input is never an assertion. The plain forms take the file from `ourSourceFile`, which each
+// source defines; headers use the forms that name it.
 
-// Each writes with one system call, so that lines of several threads do not mix. `text_i` ends without a line feed.
+// Each writes with one system call, so that lines of several threads do not mix. `text_i` ends without a line
+// feed.
 [[noreturn]] void PLXFailNullPointer(char const* file_i, char const* text_i) noexcept;
 [[noreturn]] void PLXFailState(char const* file_i, char const* text_i) noexcept;
 [[noreturn]] void PLXFailUnexpectedState(char const* file_i, char const* text_i) noexcept;

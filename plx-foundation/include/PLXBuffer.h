@@ -17,9 +17,9 @@ class PLXBuffer : public PLXObject {
   PLXBuffer& operator=(PLXBuffer&& other_io) noexcept;
   virtual ~PLXBuffer();
 
-  // Sets the size and returns the address. Growing takes new storage of exactly `size_i` bytes; with kZero its
-  // first `size_i` - old-size bytes are cleared, then with kKeep the old bytes are copied to its start, in this order.
-  // Shrinking keeps the storage. Aborts when there is no memory.
+  // Sets the size and returns the address. Growing takes new storage of exactly `size_i` bytes; with kZero
+  // its first `size_i` - old-size bytes are cleared, then with kKeep the old bytes are copied to its start,
+  // in this order. Shrinking keeps the storage. Aborts when there is no memory.
   void* SetSize(PLXUInt32 size_i, unsigned options_i = 0);
 
   void* GetAddress() noexcept { return myBufferData; }
@@ -31,7 +31,8 @@ class PLXBuffer : public PLXObject {
   PLXUInt8 operator[](PLXUInt32 offset_i) const;
 
  protected:
-  // Points at bytes that somebody else owns and that outlive the buffer. Such a buffer never changes its size.
+  // Points at bytes that somebody else owns and that outlive the buffer. Such a buffer never changes its
+  // size.
   struct Borrowed {};
   constexpr PLXBuffer(Borrowed, PLXUInt8* data_i, PLXUInt32 size_i) noexcept
       : myBufferData(data_i), myBufferByteCount(size_i), myOwnsData(false) {}

@@ -10,11 +10,12 @@ inline constexpr PLXUInt32 kPLXCompare_Less = FourCC("Less");
 inline constexpr PLXUInt32 kPLXCompare_Equal = FourCC("Equ ");
 inline constexpr PLXUInt32 kPLXCompare_Greater = FourCC("Grtr");
 
-// The bytes behind one or more PLXStrings: always zero-terminated, in storage of 32 x (length / 32 + 1) bytes.
+// The bytes behind one or more PLXStrings: always zero-terminated, in storage of 32 x (length / 32 + 1)
+// bytes.
 //
 // The count is a plain integer, so a representation belongs to one thread. The exception are constants: a
-// representation over a literal is never counted, never written and never freed, so any thread may copy a string
-// that stands on it.
+// representation over a literal is never counted, never written and never freed, so any thread may copy a
+// string that stands on it.
 class PLXStringRepresentation : public PLXBuffer {
  public:
   // Storage for `length_i` characters, the length set to it, the text undefined but for its end. Count 1.
@@ -64,11 +65,12 @@ class PLXStringRepresentation : public PLXBuffer {
 
 // The byte string used everywhere: a handle onto a shared representation, copied when it is written.
 //
-// Text is 8-bit bytes of no encoding; zero bytes are allowed inside; lengths are 32-bit. Copying is O(1). Storage
-// grows in steps of 32 bytes, so whoever builds a long text reserves: Reserve when the length is known,
-// ReserveToAppend when it is not. Offsets and counts out of range are clamped, except for single characters.
-// Representations are counted without locks: hand a copy made by MakeUnique to another thread, never the string
-// itself; only constants (PLX_STRING_CONSTANT) and empty strings may be copied on any thread.
+// Text is 8-bit bytes of no encoding; zero bytes are allowed inside; lengths are 32-bit. Copying is O(1).
+// Storage grows in steps of 32 bytes, so whoever builds a long text reserves: Reserve when the length is
+// known, ReserveToAppend when it is not. Offsets and counts out of range are clamped, except for single
+// characters. Representations are counted without locks: hand a copy made by MakeUnique to another thread,
+// never the string itself; only constants (PLX_STRING_CONSTANT) and empty strings may be copied on any
+// thread.
 class PLXString : public PLXObject {
  public:
   PLXString() noexcept;
@@ -76,12 +78,13 @@ class PLXString : public PLXObject {
     myStringRepresentation->AddReference();
   }
   PLXString(PLXString&& other_io) noexcept;
-  PLXString(char const* cString_i);                  // null gives the empty string
-  explicit PLXString(unsigned char const* pascalString_i);  // first byte is the length; null gives the empty string
+  PLXString(char const* cString_i);  // null gives the empty string
+  explicit PLXString(
+      unsigned char const* pascalString_i);  // first byte is the length; null gives the empty string
   explicit PLXString(char character_i);
   PLXString(char character_i, PLXUInt32 count_i);
   PLXString(void const* data_i, PLXUInt32 length_i);
-  explicit PLXString(bool value_i);                  // "yes" or "no"
+  explicit PLXString(bool value_i);  // "yes" or "no"
   // Stands on a constant's representation, which outlives every string.
   explicit PLXString(PLXStringRepresentation& constant_i) noexcept : myStringRepresentation(&constant_i) {
     constant_i.AddReference();
@@ -167,15 +170,16 @@ class PLXString : public PLXObject {
   void Reverse();
 
   // ---- Searching ----
-  // Looks in `count_i` characters from `start_i` (backward: down from it) and gives the offset of the match's first
-  // character. False, position unchanged, when it is not there or the pattern is empty.
+  // Looks in `count_i` characters from `start_i` (backward: down from it) and gives the offset of the match's
+  // first character. False, position unchanged, when it is not there or the pattern is empty.
   bool Find(void const* data_i, PLXUInt32 length_i, PLXUInt32 start_i, PLXUInt32 count_i, unsigned options_i,
             PLXUInt32& position_o) const;
   bool Find(char const* cString_i, PLXUInt32 start_i, PLXUInt32 count_i, unsigned options_i,
             PLXUInt32& position_o) const;
   bool Find(unsigned char const* pascalString_i, PLXUInt32 start_i, PLXUInt32 count_i, unsigned options_i,
             PLXUInt32& position_o) const;
-  bool Find(char character_i, PLXUInt32 start_i, PLXUInt32 count_i, unsigned options_i, PLXUInt32& position_o) const;
+  bool Find(char character_i, PLXUInt32 start_i, PLXUInt32 count_i, unsigned options_i,
+            PLXUInt32& position_o) const;
   bool Find(PLXString const& pattern_i, PLXUInt32 start_i, PLXUInt32 count_i, unsigned options_i,
             PLXUInt32& position_o) const;
   bool Contains(PLXString const& pattern_i, unsigned options_i = 0) const;
@@ -188,8 +192,9 @@ class PLXString : public PLXObject {
   PLXUInt32 CompareTo(void const* data_i, PLXUInt32 length_i, unsigned options_i = 0) const;
 
   // ---- Export ----
-  // Copies at most `size_i` characters and a zero byte after them: a text of exactly `size_i` characters needs
-  // size_i + 1 bytes; a longer one is cut to size_i - 1. Returns the characters copied, 0 for a null buffer.
+  // Copies at most `size_i` characters and a zero byte after them: a text of exactly `size_i` characters
+  // needs size_i + 1 bytes; a longer one is cut to size_i - 1. Returns the characters copied, 0 for a null
+  // buffer.
   PLXUInt32 GetCString(char* buffer_o, PLXUInt32 size_i) const;
   // At most 255 characters behind their number. Returns the number.
   PLXUInt32 GetPascalString(unsigned char* buffer_o, PLXUInt32 max_i) const;
@@ -201,7 +206,15 @@ class PLXString : public PLXObject {
   static unsigned char Lowercase(unsigned char character_i) noexcept;
 
  private:
+  // Makes the string its own and `length_i` long, with its end; characters up to the shorter length stay.
   char* ChangeLength(PLXUInt32 length_i);
+  // Puts `length_i` bytes in the place of `count_i`; the range lies inside, the data may be the string's own.
+  void Splice(PLXUInt32 offset_i, PLXUInt32 count_i, void const* data_i, PLXUInt32 length_i);
+  // Lets go of the representation for another, whose reference is taken over.
+  void Adopt(PLXStringRepresentation* representation_i) noexcept;
+  bool OwnsAddress(void const* address_i) const noexcept;
+  PLXUInt32 ReplaceAllForward(PLXString const& pattern_i, PLXString const& replacement_i, unsigned options_i);
+
   PLXStringRepresentation* myStringRepresentation;  // never null
 };
 
@@ -231,7 +244,7 @@ struct TPLXConstant {
 
 // Defines `name`, a constant that any thread may copy at any time, also while the process ends:
 //   PLX_STRING_CONSTANT(kGreeting, "hello");
-#define PLX_CONSTANT(type, name, ...)                         \
+#define PLX_CONSTANT(type, name, ...)                    \
   static TPLXConstant<type> name##_storage(__VA_ARGS__); \
   type const& name = name##_storage.value
 #define PLX_STRING_CONSTANT(name, literal) PLX_CONSTANT(PLXString, name, literal)

@@ -4,14 +4,15 @@
 
 // A string with a 32-bit identifier computed once, so that comparing two names is comparing two integers.
 //
-// Two names whose identifiers agree are equal by design. An identifier built ignoring case never equals an exact one
-// of a name with capitals. The string keeps its case.
+// Two names whose identifiers agree are equal by design. An identifier built ignoring case never equals an
+// exact one of a name with capitals. The string keeps its case.
 class PLXStringID : public PLXObject {
  public:
   static constexpr unsigned kIgnoreCase = 1;
 
   PLXStringID() : PLXStringID(PLXString(), 0) {}
-  explicit PLXStringID(char character_i, unsigned flags_i = 0) : PLXStringID(PLXString(character_i), flags_i) {}
+  explicit PLXStringID(char character_i, unsigned flags_i = 0)
+      : PLXStringID(PLXString(character_i), flags_i) {}
   PLXStringID(char const* cString_i, unsigned flags_i) : PLXStringID(PLXString(cString_i), flags_i) {}
   PLXStringID(PLXString const& string_i, unsigned flags_i);
   PLXStringID(PLXStringID const& other_i, unsigned flags_i) : PLXStringID(other_i.myString, flags_i) {}
@@ -54,5 +55,6 @@ class PLXTag : public PLXObject {
 };
 
 // A constant identifier that ignores case, as almost all are; and a constant tag.
-#define PLX_STRING_ID_CONSTANT(name, literal) PLX_CONSTANT(PLXStringID, name, literal, PLXStringID::kIgnoreCase)
+#define PLX_STRING_ID_CONSTANT(name, literal) \
+  PLX_CONSTANT(PLXStringID, name, literal, PLXStringID::kIgnoreCase)
 #define PLX_TAG_CONSTANT(name, literal) PLX_CONSTANT(PLXTag, name, literal)

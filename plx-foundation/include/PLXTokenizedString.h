@@ -3,9 +3,9 @@
 #include "PLXString.h"
 #include "TPLXArray.h"
 
-// A text cut at every occurrence of a delimiter. Adjacent delimiters give empty tokens, one at the end an empty
-// last token. Holds the text and the tokens' offsets; a token is copied out when it is asked for. One thread at a
-// time.
+// A text cut at every occurrence of a delimiter. Adjacent delimiters give empty tokens, one at the end an
+// empty last token. Holds the text and the tokens' offsets; a token is copied out when it is asked for. One
+// thread at a time.
 class PLXTokenizedString : public PLXObject {
  public:
   static constexpr unsigned kIgnoreCase = 1;
@@ -18,7 +18,8 @@ class PLXTokenizedString : public PLXObject {
   PLXTokenizedString& operator=(PLXTokenizedString const&) = default;
   virtual ~PLXTokenizedString() = default;
 
-  // False, and nothing changes, when either text is empty. A second call adds to the tokens: call Empty before.
+  // False, and nothing changes, when either text is empty. A second call adds to the tokens: call Empty
+  // before.
   bool Tokenize(PLXString const& source_i, PLXString const& delimiter_i, unsigned flags_i = 0);
   PLXUInt32 GetTokenCount() const noexcept { return myTokenStarts.GetElementCount(); }
   // Empty for an index beyond the last.

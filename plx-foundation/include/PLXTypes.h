@@ -24,7 +24,8 @@ consteval PLXUInt32 FourCC(char const (&text_i)[5]) {
 // Options of searching, comparing and replacing.
 inline constexpr unsigned kPLXOption_IgnoreCase = 1;
 inline constexpr unsigned kPLXOption_Backward = 2;
-inline constexpr unsigned kPLXOption_SearchInserted = 4;  // of ReplaceAll: the inserted text is searched again
+inline constexpr unsigned kPLXOption_SearchInserted =
+    4;  // of ReplaceAll: the inserted text is searched again
 
 // "As far as there is": a count that every operation clamps.
 inline constexpr PLXUInt32 kPLXWholeLength = 0xFFFFFFFF;

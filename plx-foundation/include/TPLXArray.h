@@ -5,16 +5,18 @@
 #include "PLXAssert.h"
 #include "PLXObject.h"
 
-// An array that grows by exactly what is asked for. Whoever fills one counts first and calls ResizeToHold once;
-// Append and Insert move every element each time. Owns its elements. One thread at a time.
+// An array that grows by exactly what is asked for. Whoever fills one counts first and calls ResizeToHold
+// once; Append and Insert move every element each time. Owns its elements. One thread at a time.
 //
-// Storage holds one element more than the count, so that an index out of bounds has an element to answer with.
+// Storage holds one element more than the count, so that an index out of bounds has an element to answer
+// with.
 template <typename T>
 class TPLXArray : public PLXObject {
  public:
   typedef void (*ElementDisposalCallback)(T& element_io);
 
-  explicit TPLXArray(ElementDisposalCallback elementDisposal_i = nullptr) : myElementDisposal(elementDisposal_i) {}
+  explicit TPLXArray(ElementDisposalCallback elementDisposal_i = nullptr)
+      : myElementDisposal(elementDisposal_i) {}
   TPLXArray(TPLXArray const& other_i) : myElementDisposal(other_i.myElementDisposal) { CopyFrom(other_i); }
   TPLXArray& operator=(TPLXArray const& other_i) {
     if (this != &other_i) {
@@ -63,7 +65,8 @@ class TPLXArray : public PLXObject {
   void ResizeToHold(PLXUInt32 count_i) {
     if (count_i > myElementCount) {
       T* const elements = new T[static_cast<std::size_t>(count_i) + 1]();
-      for (PLXUInt32 index = 0; index < myElementCount; ++index) elements[index] = std::move(myElements[index]);
+      for (PLXUInt32 index = 0; index < myElementCount; ++index)
+        elements[index] = std::move(myElements[index]);
       delete[] myElements;
       myElements = elements;
     }
