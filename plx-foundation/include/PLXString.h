@@ -189,7 +189,7 @@ class PLXString : public PLXObject {
   // ---- Comparing ----
   // 'Less', 'Equ ' or 'Grtr', byte by byte as signed values.
   PLXUInt32 CompareTo(PLXString const& other_i, unsigned options_i = 0) const;
-  PLXUInt32 CompareTo(void const* data_i, PLXUInt32 length_i, unsigned options_i = 0) const;
+  PLXUInt32 CompareTo(void const* data_i, PLXUInt32 length_i, unsigned options_i) const;
 
   // ---- Export ----
   // Copies at most `size_i` characters and a zero byte after them: a text of exactly `size_i` characters
