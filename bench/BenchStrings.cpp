@@ -23,8 +23,8 @@ PLXString Ours(std::string const& text_i) { return {text_i.data(), static_cast<P
 
 // A needle that stands at the very end; its letters are common.
 struct Haystack {
-  std::string text;
   std::string needle = "needle in it";
+  std::string text;
   explicit Haystack(std::size_t length_i)
       : text(RandomText(length_i, "abcdefghijklmnopqrstuvwxyz     ") + needle) {}
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstring>
+
 #include "PLXAssert.h"
 #include "PLXBuffer.h"
 #include "PLXObject.h"
@@ -142,7 +144,17 @@ class PLXString : public PLXObject {
   PLXString& Append(char character_i);
   PLXString& Append(char const* cString_i);
   PLXString& Append(PLXString const& string_i);
-  PLXString& Append(void const* data_i, PLXUInt32 length_i);
+  PLXString& Append(void const* data_i, PLXUInt32 length_i) {
+    // What fits behind the text needs no more than a copy; everything else (and nothing) takes the long way.
+    PLXUInt32 const length = GetLength();
+    if (length_i - 1 < myStringRepresentation->GetSize() - length - 1 &&
+        !myStringRepresentation->IsShared()) {
+      std::memcpy(myStringRepresentation->GetBaseAddress() + length, data_i, length_i);
+      myStringRepresentation->SetLength(length + length_i);
+      return *this;
+    }
+    return AppendGrowing(data_i, length_i);
+  }
   PLXString& operator+=(char character_i) { return Append(character_i); }
   PLXString& operator+=(char const* cString_i) { return Append(cString_i); }
   PLXString& operator+=(PLXString const& string_i) { return Append(string_i); }
@@ -208,6 +220,7 @@ class PLXString : public PLXObject {
  private:
   // Makes the string its own and `length_i` long, with its end; characters up to the shorter length stay.
   char* ChangeLength(PLXUInt32 length_i);
+  PLXString& AppendGrowing(void const* data_i, PLXUInt32 length_i);
   // Puts `length_i` bytes in the place of `count_i`; the range lies inside, the data may be the string's own.
   void Splice(PLXUInt32 offset_i, PLXUInt32 count_i, void const* data_i, PLXUInt32 length_i);
   // Lets go of the representation for another, whose reference is taken over.

@@ -245,7 +245,7 @@ void PLXString::MakeUnique() {
 
 // ---- Editing ----
 
-PLXString& PLXString::Append(void const* data_i, PLXUInt32 length_i) {
+PLXString& PLXString::AppendGrowing(void const* data_i, PLXUInt32 length_i) {
   if (length_i == 0 || data_i == nullptr) return *this;
   if (OwnsAddress(data_i)) {
     PLXString const copy(data_i, length_i);
@@ -256,9 +256,7 @@ PLXString& PLXString::Append(void const* data_i, PLXUInt32 length_i) {
   return *this;
 }
 PLXString& PLXString::Append(char character_i) {
-  PLXUInt32 const length = GetLength();
-  ChangeLength(Sum(length, 1))[length] = character_i;
-  return *this;
+  return Append(&character_i, 1);
 }
 PLXString& PLXString::Append(char const* cString_i) { return Append(cString_i, LengthOf(cString_i)); }
 PLXString& PLXString::Append(PLXString const& string_i) {
