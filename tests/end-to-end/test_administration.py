@@ -1,0 +1,137 @@
+"""The demo and the administration as a person uses them: in a real browser, every page looked at."""
+import re
+import unittest
+
+from harness import SOURCE, Browser, Server, ServerCase
+
+
+class Demo(ServerCase):
+    @classmethod
+    def setUpClass(cls):
+        pages = SOURCE / "sites" / "demo" / "pages"
+        cls.PAGES = {str(file.relative_to(pages)): file.read_bytes() for file in pages.rglob("*") if file.is_file()}
+        cls.SECTIONS = '[region.private]\nsite = "test"\npath = "/private/"\nlogin = true\n'
+        super().setUpClass()
+        cls.server.command("user", "set", "visitor", "--region", "test/private", input="open sesame\n")
+        cls.browser = Browser()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.close()
+        super().tearDownClass()
+
+    def test_including(self):
+        self.browser.open(self.server.url + "/include/")
+        text = self.browser.text()
+        self.browser.shot("demo-include.png")
+        self.assertGreaterEqual(text.count("Hello from another page."), 3)
+        self.assertRegex(text, r"HTTP/1\.[01] 200 OK")
+        self.assertIn("plxIncludeHTTP/3.1.7 (PLX 3.1; Linux)", text)
+        self.assertIn("city=Uppsala", text)
+        self.assertNotIn("missing its", text)
+
+    def test_posting_what_was_typed(self):
+        self.browser.open(self.server.url + "/include/post.html")
+        self.browser.type("#note", 'tea & <b>"cake"</b>')
+        self.browser.click("form button")
+        shown = self.browser.js("[...document.querySelectorAll('.shown td')].map(e => e.innerText)")
+        self.browser.shot("demo-post.png")
+        self.assertEqual(shown.count('tea & <b>"cake"</b>'), 1, shown)
+        self.assertIn("5 < 7 & more", shown)
+
+    def test_with_and_without_a_login(self):
+        self.browser.open(self.server.url + "/include/login.html")
+        text = self.browser.text()
+        self.browser.shot("demo-login.png")
+        self.assertIn("A private note, read with the login of visitor.", text)
+        self.assertEqual(len(re.findall(r"HTTP/1\.[01] 401", text)), 2)
+
+    def test_problems_and_values_and_start(self):
+        self.browser.open(self.server.url + "/include/problems.html")
+        self.browser.shot("demo-problems.png")
+        self.assertEqual(self.browser.js("document.querySelectorAll('[role=alert]').length"), 2)
+        self.browser.open(self.server.url + "/values.html?name=%3Cb%3EAda")
+        self.assertIn("Hello, <b>Ada!", self.browser.text())
+        self.browser.open(self.server.url + "/")
+        self.browser.shot("demo-start.png")
+        self.assertIn("127.0.0.1", self.browser.text())
+
+
+class Administration(ServerCase):
+    PAGES = {"page.html": '[<plxIncludeHTTP url="other.html">]', "other.html": "included"}
+    LOGIN = ("admin", "correct horse")
+
+    def test_switches_a_tag_off_and_on_again(self):
+        browser = Browser(self.LOGIN)
+        self.addCleanup(browser.close)
+        browser.open(self.server.url + "/plx-admin/")
+        browser.shot("admin-start.png")
+        for words in ("Network Module", "3.1.7"):
+            self.click_through(browser, words)
+        self.assertEqual(self.server.get("/page.html").text, "[included]")
+        preferences = self.preference_page(browser)
+        browser.open(preferences)
+        browser.shot("admin-preferences.png")
+        self.assertTrue(browser.js("document.querySelector('input[name=plxIncludeHTTP]').checked"))
+        browser.click("input[name=plxIncludeHTTP]", loads=False)
+        browser.click("form button, form input[type=submit]")
+        browser.shot("admin-saved.png")
+        self.assertFalse(browser.js("document.querySelector('input[name=plxIncludeHTTP]').checked"))
+        self.assertEqual(self.server.get("/page.html").text, "[]")
+        browser.click("input[name=plxIncludeHTTP]", loads=False)
+        browser.click("form button, form input[type=submit]")
+        self.assertEqual(self.server.get("/page.html").text, "[included]")
+
+    def links(self, browser):
+        return browser.js("[...document.querySelectorAll('a[href]')].map(a => a.href)")
+
+    def click_through(self, browser, words):
+        """Opens every administration page that the start page links to; one of them shows the words."""
+        browser.open(self.server.url + "/plx-admin/")
+        found = False
+        for link in [browser.js("location.href"), *self.links(browser)]:
+            if "/plx-admin/" in link:
+                browser.open(link)
+                name = re.sub(r"\W+", "-", link.split("/plx-admin/")[1]) or "status"
+                browser.shot(f"admin-{name}.png")
+                found = found or words in browser.text()
+        self.assertTrue(found, f"no page shows {words}")
+
+    def preference_page(self, browser):
+        browser.open(self.server.url + "/plx-admin/")
+        seen, queue = set(), [browser.js("location.href")]
+        while queue:
+            link = queue.pop(0)
+            if link in seen or "/plx-admin/" not in link:
+                continue
+            seen.add(link)
+            browser.open(link)
+            if browser.js("!!document.querySelector('input[name=plxIncludeHTTP]')"):
+                return link
+            queue += self.links(browser)
+        self.fail("no page holds the switches of the tags")
+
+    def test_wants_its_login_and_its_own_pages(self):
+        self.assertEqual(self.server.get("/plx-admin/").status, 401)
+        self.assertEqual(self.server.request("GET", "/plx-admin/", user=("admin", "wrong")).status, 401)
+        answer = self.server.request("GET", "/plx-admin/", user=self.LOGIN)
+        self.assertEqual((answer.status, answer.getheader("Cache-Control")), (200, "no-store"))
+        browser = Browser(self.LOGIN)
+        self.addCleanup(browser.close)
+        path = self.preference_page(browser).split(self.server.host)[1]
+        forged = self.server.request("POST", path, "x=1", {"Content-Type": "application/x-www-form-urlencoded",
+                                                          "Origin": "http://evil.example"}, user=self.LOGIN)
+        self.assertEqual(forged.status, 403)
+        self.assertEqual(self.server.get("/page.html").text, "[included]")
+
+
+class ClosedAdministration(ServerCase):
+    def test_says_how_to_open_it(self):
+        answer = self.server.get("/plx-admin/")
+        self.assertEqual(answer.status, 403)
+        self.assertIn("user set", answer.text)
+        self.assertIn("user set", self.server.said())
+
+
+if __name__ == "__main__":
+    unittest.main()
