@@ -1,9 +1,25 @@
 #include "PLXDataStream.h"
 
+#include <algorithm>
+#include <cstring>
+
+PLXUInt32 PLXDataStream::GetNextBytes(PLXUInt8* buffer_o, PLXUInt32 count_i) {
+  PLXUInt32 count = 0;
+  while (count < count_i && GetNextByte(buffer_o[count])) ++count;
+  return count;
+}
+
 bool PLXStringStream::GetNextByte(PLXUInt8& byte_o) {
   if (*myCurrent == 0) return false;
   byte_o = static_cast<PLXUInt8>(*myCurrent++);
   return true;
+}
+
+PLXUInt32 PLXStringStream::GetNextBytes(PLXUInt8* buffer_o, PLXUInt32 count_i) {
+  PLXUInt32 const count = static_cast<PLXUInt32>(strnlen(myCurrent, count_i));
+  std::memcpy(buffer_o, myCurrent, count);
+  myCurrent += count;
+  return count;
 }
 
 bool PLXStringStream::SetByteOffset(PLXUInt32 offset_i) {
@@ -21,4 +37,12 @@ bool PLXBufferStream::GetNextByte(PLXUInt8& byte_o) {
   if (myLast == nullptr || myCurrent > myLast) return false;
   byte_o = *myCurrent++;
   return true;
+}
+
+PLXUInt32 PLXBufferStream::GetNextBytes(PLXUInt8* buffer_o, PLXUInt32 count_i) {
+  if (myLast == nullptr) return 0;
+  PLXUInt32 const count = std::min(count_i, static_cast<PLXUInt32>(myLast + 1 - myCurrent));
+  std::memcpy(buffer_o, myCurrent, count);
+  myCurrent += count;
+  return count;
 }

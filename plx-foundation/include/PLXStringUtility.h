@@ -1,0 +1,94 @@
+#pragma once
+
+#include "PLXString.h"
+#include "PLXTokenizedString.h"
+
+class PLXFileSpecification;
+
+// Transformations of text for the web: URL and HTML encoding, backslash escapes, hexadecimal dumps, numbers
+// as text, the allow/deny check of an IPv4 address and the choice of a free file name.
+//
+// Static functions only, without state: any thread may call them on strings of its own. Text is bytes; where
+// a byte means a letter beyond ASCII it is ISO 8859-1. Every function costs time linear in its text. What
+// cannot be decoded stays in the text as it is.
+class PLXStringUtility {
+ public:
+  // ---- URLs (RFC 3986, section 2.1) ----
+  // Writes blanks and the characters with a meaning in URLs as "%" and two capital hexadecimal digits; "/",
+  // ":" and
+  // "~" only with `encodeAll_i`. Control characters and bytes above 0x7E stay. True when anything was
+  // encoded.
+  static bool URLEncode(PLXString& string_io, bool encodeAll_i = false);
+  static PLXString GetURLEncodedString(PLXString const& string_i, bool encodeAll_i = false);
+  // Turns "+" into a blank, then escapes into bytes from the end to the beginning, so that decoded
+  // hexadecimal digits count for a "%" to their left ("%%34%31" gives "A") while a decoded "%" begins no
+  // escape ("%2541" gives "%41"). True when anything was decoded.
+  static bool URLDecode(PLXString& string_io);
+  static PLXString GetURLDecodedString(PLXString const& string_i);
+
+  // ---- HTML ----
+  // "&", "<", ">", the double quotation mark and 0xA0 to 0xFF become entities; 0x80 to 0x9F become "&#" and
+  // three decimal digits without a semicolon.
+  static PLXString GetHTMLEncodedString(PLXString const& string_i);
+  // Turns the same entities, letter case observed, into bytes, each once: "&amp;lt;" gives "&lt;". Numeric
+  // references and other names stay.
+  static void HTMLDecode(PLXString& string_io);
+  static PLXString GetHTMLDecodedString(PLXString const& string_i);
+
+  // ---- Backslash escapes ----
+  // Tab, line feed, vertical tab, carriage return and backslash become \t, \n, \v, \r and two backslashes.
+  static void EscapeString(PLXString& string_io);
+  static PLXString GetEscapedString(PLXString const& string_i);
+  // The way back. With `decodeNumbers_i` a backslash and three decimal digits, the first of them 0, 1 or 2,
+  // become the byte of that number modulo 256.
+  static void UnescapeString(PLXString& string_io, bool decodeNumbers_i);
+  static PLXString GetUnescapedString(PLXString const& string_i, bool decodeNumbers_i);
+
+  // ---- Hexadecimal dumps ----
+  // Each byte as two capital digits.
+  static PLXString GetHexCodesFromString(PLXString const& string_i);
+  // Takes digits of either case in pairs. A byte that is no digit counts as 0; an odd digit at the end is
+  // dropped.
+  static PLXString GetStringFromHexCodes(PLXString const& string_i);
+
+  // ---- Numbers ----
+  // In capital digits of a radix of 2 to 36, filled with zeros on the left. Empty for any other radix. A
+  // minimum of 0 warns on the standard error stream and counts as 1.
+  static PLXString GetStringRepresentation(unsigned int value_i, unsigned radix_i = 10,
+                                           unsigned minimumDigitCount_i = 1);
+  // The same with "-" before a negative value; the minimum counts digits only.
+  static PLXString GetStringRepresentation(int value_i, unsigned radix_i = 10,
+                                           unsigned minimumDigitCount_i = 1);
+  // With a point and `digits_i` decimals whatever the locale, filled with blanks on the left to four
+  // characters.
+  static PLXString GetStringRepresentation(double value_i, unsigned digits_i);
+  // The number at the start of the trimmed text, modulo 2^32; 0 without digits or for a radix above 36. In
+  // radix 10 commas between the digits are skipped and any other character ends the number. In other radixes
+  // a character's digit is its distance from "0", beyond "@" from "7", and a digit not below the radix ends
+  // the number, so that characters below "0" count as negative digits.
+  static int GetNumericalRepresentation(PLXString const& string_i, unsigned radix_i);
+  // The floating-point number at the start of the text, with a point whatever the locale; 0 when there is
+  // none.
+  static double GetNumericalRepresentation(PLXString const& string_i);
+
+  // ---- Character classes: ASCII in every locale ----
+  static bool IsDigit(char character_i) noexcept { return character_i >= '0' && character_i <= '9'; }
+  static bool IsAlpha(char character_i) noexcept {
+    return (character_i >= 'a' && character_i <= 'z') || (character_i >= 'A' && character_i <= 'Z');
+  }
+  static bool IsAlphaDigit(char character_i) noexcept { return IsAlpha(character_i) || IsDigit(character_i); }
+
+  // ---- Validation ----
+  // Whether the rules, one a token, allow a dotted IPv4 address. A rule is an action, "a" for allow and
+  // anything else for deny, a colon and a pattern of four parts of which any may be "*". The rule whose equal
+  // parts weigh most decides (the first part 8, then 4, 2 and 1); on a tie the first, or a later "d" when the
+  // first allows. False when no rule matches, or for an address that is not four parts. `matchedPattern_o`
+  // receives the pattern that decided, empty when none did. Rules of another shape are passed over.
+  static bool ValidateIP(PLXString const& address_i, PLXTokenizedString const& rules_i,
+                         PLXString* matchedPattern_o = nullptr);
+
+  // ---- Files ----
+  // Moves the specification to a name that no file in its folder has, by a number before the extension:
+  // report.txt, report1.txt, report2.txt and so on. False for an empty name. Requires: the folder exists.
+  static bool FindAvailableFilename(PLXFileSpecification& file_io);
+};
