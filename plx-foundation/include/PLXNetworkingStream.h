@@ -1,0 +1,79 @@
+#pragma once
+
+#include "PLXIPAddress.h"
+#include "PLXObject.h"
+#include "PLXString.h"
+
+// One TCP connection of a protocol client, answered in bursts.
+//
+// A response is everything the peer sends until it is silent for 500 ms or closes; a reply code is cracked
+// from its start. Owns its socket; destruction closes it and sends nothing, so say goodbye first. One thread
+// at a time. IPv4 only. A signal never disturbs it, and a peer that is gone never raises SIGPIPE.
+class PLXNetworkingStream : public PLXObject {
+ public:
+  // The longest response, in bytes: the longest string. What the peer sends beyond it is not read.
+  static constexpr PLXUInt32 kMaximumResponseLength = 0xFFFFFFDF;
+
+  // Connects, and with `readGreeting_i` reads one response. Null when no socket could be made. A refused
+  // connection gives a stream all the same, whose reads return false at once; IsConnected tells. `reserved_i`
+  // has no effect. The caller owns the stream.
+  static PLXNetworkingStream* Open(PLXIPAddress const& address_i, PLXUInt16 port_i, bool reserved_i,
+                                   bool readGreeting_i);
+  PLXNetworkingStream(PLXNetworkingStream const&) = delete;
+  PLXNetworkingStream& operator=(PLXNetworkingStream const&) = delete;
+  virtual ~PLXNetworkingStream();
+
+  // Whether the connection was ever made. A peer that closed later shows in ReadResponse.
+  bool IsConnected() const noexcept { return myIsConnected; }
+
+  // Sends the whole text, as far as the peer takes it, and makes a response possible. Always true: a dead
+  // connection shows in the next read.
+  bool Write(PLXString const& text_i);
+
+  // Reads one response, waiting for its first byte as long as the peer takes. Does nothing when no response
+  // is possible: since the last one nothing was written, and SetResponsePossibleFlag was not called. False
+  // also for a connection that was never made, failed, or closed before the first byte; what came before a
+  // failure is then the response.
+  bool ReadResponse();
+  // Allows (or prevents) a further read without writing first.
+  void SetResponsePossibleFlag(bool possible_i) noexcept { myResponsePossible = possible_i; }
+  // Waits until the peer sends or closes; false after `milliseconds_i` without either. For a client that asks
+  // for more of a response without knowing whether there is more.
+  bool WaitForPeer(PLXUInt32 milliseconds_i);
+
+  // The number that the last response begins with, or that follows its first word; 0 when there is none.
+  PLXUInt32 GetResponseCode() const noexcept { return myResponseCode; }
+  // The last response without the number it began with: " OK" of "250 OK", but all of "HTTP/1.0 200 OK".
+  PLXString GetResponse() const;
+  // The last response as it came, for a client that joins several: a later piece may begin with a digit of
+  // its own. Shares the storage, whatever the length.
+  PLXString GetWholeResponse() const { return myWholeResponse; }
+
+  // Gives the first IPv4 address of "host" or "host:port", from any thread. False, with the port set and the
+  // address unchanged, when the resolver knows no such host. The port is read as a decimal number of which
+  // the low 16 bits count; text that is no number gives 0, a host without a colon `defaultPort_i`.
+  static bool ResolveDomainName(PLXString const& name_i, PLXUInt16 defaultPort_i, PLXIPAddress& address_o,
+                                PLXUInt16& port_o);
+  // This machine's name, and its domain's name. False, with an empty text, when it has none.
+  static bool GetHostName(PLXString& name_o);
+  static bool GetDomainName(PLXString& name_o);
+
+ private:
+  PLXNetworkingStream(PLXIPAddress const& address_i, PLXUInt16 port_i, bool readGreeting_i);
+  bool Connect(PLXIPAddress const& address_i, PLXUInt16 port_i) noexcept;
+  bool Receive(PLXString& text_io);
+  void CrackResponse();
+
+  int mySocket = -1;
+  bool myIsConnected = false;
+  bool myResponsePossible = false;
+  PLXUInt32 myResponseCode = 0;
+  PLXUInt32 myCrackedLength = 0;  // how much of the whole response the code took
+  PLXString myWholeResponse;
+};
+
+// Reads the reply code at a zero-terminated text: the digits it begins with, or, when its first word is none,
+// the digits after that word. Blanks and tabs around the word are skipped and nothing else ends it. 0 without
+// digits. The cursor moves behind the digits when they come first, and stays when a word does: it moves over
+// "354" of "354 go ahead" and not at all over "HTTP/1.1 302 Found", which gives 302.
+PLXUInt32 CrackNum(char const** cursor_io);
