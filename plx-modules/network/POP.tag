@@ -1,0 +1,3 @@
+// plxPOP: produces nothing yet.
+
+static PLXUInt32 ProcessPOP(_PLXAPI_ModuleProcessingInfo*, PLXString&) { return kPLXResult_Success; }
