@@ -19,8 +19,8 @@ class PLXSQLiteError : public std::runtime_error {
 // One connection to one SQLite file, made when it does not exist.
 //
 // Write-ahead log, ten seconds of patience with another writer, and full synchronisation: what a write has
-// acknowledged survives a kill and a power loss. Values are always bound, never spliced into SQL. One thread at
-// a time; owns its statements, which stay prepared for the life of the connection.
+// acknowledged survives a kill and a power loss. Values are always bound, never spliced into SQL. One thread
+// at a time; owns its statements, which stay prepared for the life of the connection.
 class PLXSQLite {
  public:
   using Row = std::vector<std::optional<std::string>>;

@@ -8,33 +8,33 @@
 #include <vector>
 
 struct PLXRegionConfiguration {
-  std::string name;           // names its data folder and its preferences; "main" is the whole site
-  std::string path = "/";     // path prefix on the site, begins and ends with "/"
-  bool requiresLogin = false; // every request needs a login of the region
+  std::string name;            // names its data folder and its preferences; "main" is the whole site
+  std::string path = "/";      // path prefix on the site, begins and ends with "/"
+  bool requiresLogin = false;  // every request needs a login of the region
   int line = 0;
 };
 
 struct PLXSiteConfiguration {
   std::string name;
-  std::vector<std::string> hosts;              // as clients say them, without port; the first is the site's own name
-  std::filesystem::path root;                  // folder with pages and files
+  std::vector<std::string> hosts;  // as clients say them, without port; the first is the site's own name
+  std::filesystem::path root;      // folder with pages and files
   std::vector<std::string> indexes{"index.html", "index.plx"};
   std::vector<std::string> pages{".html", ".htm", ".plx"};  // file name endings that are processed
-  std::vector<std::string> downloads;          // path prefixes served as downloads only, never as pages
-  std::vector<PLXRegionConfiguration> regions; // longest path first; the last one is "main", "/"
+  std::vector<std::string> downloads;           // path prefixes served as downloads only, never as pages
+  std::vector<PLXRegionConfiguration> regions;  // longest path first; the last one is "main", "/"
   int line = 0;
 };
 
 // What one client may take. Sizes are bytes.
 struct PLXLimits {
   unsigned pageThreads = 256;
-  unsigned waitingPages = 1024;       // beyond it 503
-  unsigned administrationThreads = 4; // of their own, so that a full house can still be looked at
+  unsigned waitingPages = 1024;        // beyond it 503
+  unsigned administrationThreads = 4;  // of their own, so that a full house can still be looked at
   unsigned connections = 1024;
-  unsigned connectionsPerAddress = 64; // 0 means no limit, for a server behind a proxy
+  unsigned connectionsPerAddress = 64;  // 0 means no limit, for a server behind a proxy
   std::size_t headerBytes = 16u << 10;
   std::size_t bodyBytes = 32u << 20;
-  std::size_t bodyInMemoryBytes = 64u << 10; // a longer body waits in a file of the state folder
+  std::size_t bodyInMemoryBytes = 64u << 10;  // a longer body waits in a file of the state folder
   unsigned formFields = 1000;
   std::chrono::seconds headerTime{15};  // for the whole header, and how long an idle connection is kept
   std::chrono::seconds bodyTime{15};    // plus a second for every 16 KiB
@@ -44,18 +44,18 @@ struct PLXLimits {
 };
 
 struct PLXConfiguration {
-  std::filesystem::path file;                       // empty when everything came from the command line
+  std::filesystem::path file;  // empty when everything came from the command line
   std::string listenAddress = "127.0.0.1";
-  std::uint16_t listenPort = 8080;                  // 0: any free port
-  std::filesystem::path state = "var";              // everything the server writes; one server at a time
-  std::vector<std::filesystem::path> modules;       // libraries to load, in this order
-  std::vector<std::string> proxies;                 // addresses whose X-Forwarded-For is believed
-  std::vector<std::string> securityHeaders;         // "Name: value" lines added to answers that do not set them
+  std::uint16_t listenPort = 8080;             // 0: any free port
+  std::filesystem::path state = "var";         // everything the server writes; one server at a time
+  std::vector<std::filesystem::path> modules;  // libraries to load, in this order
+  std::vector<std::string> proxies;            // addresses whose X-Forwarded-For is believed
+  std::vector<std::string> securityHeaders;    // "Name: value" lines added to answers that do not set them
   bool trace = false;
   std::size_t logBytes = 10u << 20;
   std::size_t logFiles = 5;
   PLXLimits limits;
-  std::vector<PLXSiteConfiguration> sites;          // at least one after a good Load
+  std::vector<PLXSiteConfiguration> sites;  // at least one after a good Load
 };
 
 // Something wrong with what a person wrote, told so that the person can mend it.
@@ -69,10 +69,13 @@ struct PLXConfigurationProblem {
   std::string Text() const;
 };
 
-// Reads a configuration file. Relative paths are taken from the file's folder. `overrides_i` are key=value pairs
-// of the command line, which win over the file's. Every problem found is appended to `problems_o`; the result is
-// usable when none was. Checks what can be checked without starting: keys, types, ranges, folders, duplicates.
-PLXConfiguration LoadConfiguration(std::filesystem::path const& file_i, std::vector<std::string> const& overrides_i,
+// Reads a configuration file. Relative paths are taken from the file's folder. `overrides_i` are key=value
+// pairs of the command line ("page-threads=16", "site.demo.root=pages"), which win over the file's; their
+// relative paths are taken from the current folder. An empty `file_i` reads none. Every problem found is
+// appended to `problems_o`; the result is usable when none was. Never throws for what a file holds. Checks
+// what can be checked without starting: keys, types, ranges, folders, duplicates.
+PLXConfiguration LoadConfiguration(std::filesystem::path const& file_i,
+                                   std::vector<std::string> const& overrides_i,
                                    std::vector<PLXConfigurationProblem>& problems_o);
 
 // One line per key with its default and meaning, for --help and the documentation's test.

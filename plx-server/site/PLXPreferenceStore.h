@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <shared_mutex>
 #include <string>
@@ -22,15 +23,18 @@ class PLXPreferenceStore {
   ~PLXPreferenceStore();
 
   // `owner_i` is the module's name, `region_i` PLXRegion::Key.
-  std::optional<std::string> Get(std::string_view region_i, std::string_view owner_i, std::string_view name_i) const;
+  std::optional<std::string> Get(std::string_view region_i, std::string_view owner_i,
+                                 std::string_view name_i) const;
   // False when the disk refused; then nothing has changed, and the log says why.
-  bool Set(std::string_view region_i, std::string_view owner_i, std::string_view name_i, std::string_view value_i);
+  bool Set(std::string_view region_i, std::string_view owner_i, std::string_view name_i,
+           std::string_view value_i);
   // True when the preference is gone, whether or not it was there.
   bool Remove(std::string_view region_i, std::string_view owner_i, std::string_view name_i);
 
  private:
-  using Key = std::string;  // region, owner and name, each followed by a zero byte
-  mutable std::shared_mutex myMutex;
-  std::map<Key, std::string, std::less<>> myValues;  // guarded by myMutex
-  std::unique_ptr<PLXSQLite> myDatabase;             // guarded by myMutex
+  using Key = std::string;                           // region, owner and name, each followed by a zero byte
+  std::mutex myWriting;                              // one write at a time; taken before myMutex
+  mutable std::shared_mutex myMutex;                 // held for look-ups and never while the disk works
+  std::map<Key, std::string, std::less<>> myValues;  // guarded by myMutex, changed under both
+  std::unique_ptr<PLXSQLite> myDatabase;             // guarded by myWriting
 };

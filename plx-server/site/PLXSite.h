@@ -5,17 +5,19 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "PLXConfiguration.h"
 
 class PLXSite;
 
-// A path prefix of a site with its own preferences, data folder and logins. Immutable after it is made, lives as
-// long as its site, safe on any thread.
+// A path prefix of a site with its own preferences, data folder and logins. Immutable after it is made, lives
+// as long as its site, safe on any thread.
 class PLXRegion {
  public:
-  PLXRegion(PLXSite const& site_i, PLXRegionConfiguration const& configuration_i, std::filesystem::path const& state_i);
+  PLXRegion(PLXSite const& site_i, PLXRegionConfiguration const& configuration_i,
+            std::filesystem::path const& state_i);
 
   std::string const& Name() const { return myName; }
   std::string const& Path() const { return myPath; }  // "/mail/"
@@ -24,7 +26,8 @@ class PLXRegion {
   bool RequiresLogin() const { return myRequiresLogin; }
   PLXSite const& Site() const { return mySite; }
 
-  // The disk folder that the region's path names, without links, ending in "/".
+  // The disk folder that the region's path names, without links, ending in "/". A path that leads out of the
+  // site through a link is not followed.
   std::filesystem::path Folder() const;
   // The folder for what modules keep, outside everything that is served; not created yet, ends in "/".
   // A name that could leave it ("..", "/", control characters, empty) has none.
@@ -32,8 +35,11 @@ class PLXRegion {
   // The file with the region's logins.
   std::filesystem::path const& LoginsFile() const { return myLoginsFile; }
 
-  // The disk path of a path inside the region; it need not exist. None when it would leave the region: "..",
-  // an absolute path, a NUL or control character, or a link on the way that leads out.
+  // The disk path of a path inside the region; it need not exist. An absolute path is taken when it begins
+  // with the region's own folder: modules hand back what they were given. None when the path would leave the
+  // region
+  // ("..", any other absolute path, a link on the way that leads out), holds a NUL or control character, or
+  // is too long for the system.
   std::optional<std::filesystem::path> Contain(std::string_view path_i) const;
 
  private:
@@ -63,8 +69,10 @@ class PLXSite {
   PLXRegion const& RegionOf(std::string_view path_i) const;
   PLXRegion const* FindRegion(std::string_view name_i) const;
 
-  // The disk path of a decoded URL path, links resolved for what exists of it. None when it holds a NUL, a
-  // ".." step, a hidden name (a step beginning with "."), or leaves the root through a link.
+  // The disk path of a decoded URL path, links resolved for what exists of it; it ends in "/" exactly when
+  // the URL path does. None when it holds a NUL or control character, an empty or ".." step, a hidden name (a
+  // step beginning with ".", other than ".well-known"), leaves the root through a link, leads into a module's
+  // data, or is too long for the system.
   std::optional<std::filesystem::path> MapPath(std::string_view path_i) const;
 
   // Whether a file of this name is a page, and whether this path is served as a download only.
@@ -93,4 +101,5 @@ class PLXSites {
  private:
   PLXConfiguration myConfiguration;
   std::vector<std::unique_ptr<PLXSite>> mySites;
+  std::unordered_map<std::string, PLXSite const*> myHosts;  // by lower-case name
 };
