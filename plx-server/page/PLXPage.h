@@ -1,6 +1,8 @@
 #pragma once
 
+#include <deque>
 #include <filesystem>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -8,6 +10,8 @@
 #include <vector>
 
 #include "PLXTagProcessor.h"
+
+struct stat;
 
 // A page cut into its pieces once: text, values and tags in document order. Immutable, shared by the requests
 // that render it, any thread. Pieces point into the page's own text; cost is linear in it, whatever it holds.
@@ -23,12 +27,15 @@ class PLXPage {
 
   ~PLXPage();
   std::vector<Piece> const& Pieces() const { return myPieces; }
+  std::string const& Text() const { return myText; }  // as it was parsed
+  std::size_t Bytes() const;                          // of memory, roughly
 
  private:
   PLXPage();
   friend class PLXPageParser;
   std::string myText;
   std::vector<Piece> myPieces;
+  std::deque<std::string> myBoxes;  // problem boxes of the page's own faults
 };
 
 // Runs a page: every tag in document order on this thread, values put in, a reported problem as a styled box
@@ -41,8 +48,8 @@ std::string ProblemBox(std::string_view problem_i, std::string_view remedy_i);
 // Text to HTML: & < > " and ' as entities, everything else as it is.
 std::string EncodeHTML(std::string_view text_i);
 
-// Pages by file, parsed again when size, time or inode of the file has changed. Any thread. Keeps at most
-// `bytes` of page text, the least recently used pages go first.
+// Pages by file, parsed again when size, time or inode of the file has changed. Any thread. Keeps pages up to
+// `bytes` of memory, the least recently used go first.
 class PLXPageCache {
  public:
   explicit PLXPageCache(PLXTagProcessor const& tags_i, std::size_t bytes_i = 64u << 20);
@@ -53,10 +60,13 @@ class PLXPageCache {
 
  private:
   struct Entry;
+  std::shared_ptr<PLXPage const> Find(std::string const& file_i, struct stat const& state_i);
+  void Store(Entry entry_i);
+
   PLXTagProcessor const& myTags;
   std::size_t const myLimit;
   std::mutex myMutex;  // guards all below
   std::size_t myBytes = 0;
-  std::uint64_t myClock = 0;
-  std::unordered_map<std::string, std::unique_ptr<Entry>> myEntries;
+  std::list<Entry> myEntries;  // the most recently used first
+  std::unordered_map<std::string_view, std::list<Entry>::iterator> myEntryByFile;  // keys lie in the entries
 };

@@ -17,18 +17,18 @@ struct PLXPageContext {
   PLXRegion const& region;
   PLXRequest const& request;
   PLXResponse& response;
-  std::filesystem::path file;      // the page on disk
-  std::string scriptName;          // its URL path, encoded as it was requested up to "?"
+  std::filesystem::path file;           // the page on disk
+  std::string scriptName;               // its URL path, encoded as it was requested up to "?"
   std::vector<PLXNameValue> variables;  // page variables, set by tags; names compare ignoring case
   bool trace = false;
 };
 
 // One tag as it stands in a page, its values already put in.
 struct PLXTagOccurrence {
-  std::string name;                        // as it is registered
-  std::vector<PLXNameValue> parameters;    // in order, repeats kept
-  std::string body;                        // of a tag that encloses one
-  int line = 0;                            // in the page, from 1
+  std::string name;                      // as it is registered
+  std::vector<PLXNameValue> parameters;  // in order, repeats kept
+  std::string body;                      // of a tag that encloses one
+  int line = 0;                          // in the page, from 1
 };
 
 // What a tag came to.
@@ -49,7 +49,8 @@ class PLXTagProcessor {
   };
 
   virtual ~PLXTagProcessor() = default;
-  // The registered tag of this name, ignoring case; null when nobody registered it. Valid while the processor is.
+  // The registered tag of this name, ignoring case; null when nobody registered it. Valid while the processor
+  // is.
   virtual Tag const* FindTag(std::string_view name_i) const = 0;
   // Runs the tag on this thread, however long it takes. Never throws.
   virtual PLXTagOutcome Process(PLXTagOccurrence const& tag_i, PLXPageContext& context_io) = 0;

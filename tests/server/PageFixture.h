@@ -1,0 +1,77 @@
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <stdlib.h>
+#include <string>
+
+#include "PLXTagProcessor.h"
+
+// A folder of its own that is gone afterwards.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "plx-page-XXXXXX").native();
+    myPath = std::filesystem::canonical(mkdtemp(name.data()));
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(myPath, ignored);
+  }
+  TemporaryFolder(TemporaryFolder const&) = delete;
+  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
+
+  std::filesystem::path const& Path() const { return myPath; }
+
+  std::filesystem::path Write(std::string const& name_i, std::string const& text_i) const {
+    std::filesystem::path const file = myPath / name_i;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << text_i;
+    return file;
+  }
+
+ private:
+  std::filesystem::path myPath;
+};
+
+// One site "demo" with the regions "mail" and "main", and a request for its page /folder/page.html.
+struct PageFixture {
+  TemporaryFolder folder;
+  PLXSite site;
+  PLXRequest request;
+  PLXResponse response;
+
+  PageFixture() : site(Configuration(folder), folder.Path() / "state") {
+    request.method = "GET";
+    request.path = "/folder/page.html";
+    request.target = "/folder/page.html?a=1";
+    request.query = "a=1";
+    request.host = "demo.test:8080";
+    request.serverPort = 8080;
+    request.remoteAddress = "192.0.2.7";
+    request.remotePort = 4711;
+  }
+
+  PLXPageContext Context() {
+    return {site,
+            site.RegionOf(request.path),
+            request,
+            response,
+            site.Root() / "folder/page.html",
+            request.path,
+            {},
+            false};
+  }
+
+ private:
+  static PLXSiteConfiguration Configuration(TemporaryFolder const& folder_i) {
+    folder_i.Write("root/folder/page.html", "page");
+    folder_i.Write("root/mail/inbox.html", "inbox");
+    PLXSiteConfiguration configuration;
+    configuration.name = "demo";
+    configuration.hosts = {"demo.test"};
+    configuration.root = folder_i.Path() / "root";
+    configuration.regions = {{"mail", "/mail/", false, 0}, {"main", "/", false, 0}};
+    return configuration;
+  }
+};
