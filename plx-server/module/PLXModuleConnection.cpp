@@ -1,1 +1,359 @@
-#include "PLXModuleHost.h"
+#include "PLXModuleConnection.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <exception>
+
+#include "PLXASCII.h"
+#include "PLXCodeText.h"
+#include "PLXLog.h"
+
+// How texts and numbers cross, in one place: each request is a row of a table that says which words it takes,
+// and the words are checked and turned into views before its answer runs. An answer sees no pointer.
+
+namespace {
+
+constexpr std::size_t kTrace_TextBytes = 200;
+
+// The connection of the event that this thread runs now.
+thread_local void* ourCurrent = nullptr;
+std::atomic<std::uint64_t> ourNextNumber{1};
+
+// Words of the contract need not be aligned.
+PLXUInt32 LoadWord(void const* address_i) {
+  PLXUInt32 word;
+  std::memcpy(&word, address_i, sizeof word);
+  return word;
+}
+void StoreWord(void* address_i, PLXUInt32 word_i) { std::memcpy(address_i, &word_i, sizeof word_i); }
+
+bool MentionsPassword(std::string_view text_i) {
+  for (std::size_t offset = 0; offset < text_i.size(); ++offset) {
+    if (BeginsIgnoringCase(text_i.substr(offset), "passw")) return true;
+  }
+  return false;
+}
+
+void AppendTraced(std::string_view text_i, std::string& line_io) {
+  line_io.append(" \"").append(text_i.substr(0, kTrace_TextBytes)).append("\"");
+  if (text_i.size() > kTrace_TextBytes) line_io += " (" + std::to_string(text_i.size()) + " bytes)";
+}
+
+}  // namespace
+
+// What a request takes, a letter for each item in slot order:
+//   i  in s: the size counts the terminator, which must be the text's first zero
+//   w  a text with its plain length, of any bytes
+//   s  as i, in a buffer that may be larger than the text
+//   o  out s
+//   b  in/out s
+//   x  &i, last slot: a number from the module
+//   n  &n, last slot: a number for the module
+struct PLXModuleHost::Connection::Request {
+  enum Needs : unsigned { kNothing, kAnnouncement, kPage, kTag, kAction };
+  PLXUInt32 code;
+  char const* slots;
+  Needs needs;  // the event that it belongs to; kPage: any event of a request
+  PLXUInt32 (Connection::*answer)(Call&);
+  bool isSecret = false;  // its texts are never traced
+};
+
+PLXModuleHost::Connection::Request const* PLXModuleHost::Connection::FindRequest(PLXUInt32 code_i) {
+  using C = Connection;
+  using R = Request;
+  static constexpr auto ourRequests = [] {
+    std::array requests{
+        R{kPLXSupport_GetModulePath, "o", R::kNothing, &C::GetModulePath},
+        R{kPLXSupport_GetModuleParentFolderPath, "o", R::kNothing, &C::GetModuleParentFolderPath},
+        R{kPLXSupport_WriteToServer, "w", R::kPage, &C::WriteToServer},
+        R{kPLXSupport_WriteToLog, "ix", R::kNothing, &C::WriteToLog},
+        R{kPLXSupport_SetErrorInformation, "ii", R::kNothing, &C::SetErrorInformation},
+        R{kPLXSupport_NormalizeString, "b", R::kNothing, &C::NormalizeString},
+        R{kPLXSupport_GetDefaultLanguage, "n", R::kNothing, &C::GetDefaultLanguage},
+        R{kPLXSupport_GetPageID, "n", R::kPage, &C::GetPageID},
+
+        R{kPLXSupport_RegisterModuleName, "i", R::kAnnouncement, &C::RegisterName},
+        R{kPLXSupport_RegisterModuleVersion, "i", R::kAnnouncement, &C::RegisterVersion},
+        R{kPLXSupport_RegisterModuleAuthor, "i", R::kAnnouncement, &C::RegisterAuthor},
+        R{kPLXSupport_RegisterModuleDeveloperID, "i", R::kAnnouncement, &C::RegisterDeveloperID},
+        R{kPLXSupport_RegisterModuleVersionTrackerURL, "i", R::kAnnouncement, &C::RegisterVersionTracker},
+        R{kPLXSupport_RegisterForTag, "ix", R::kAnnouncement, &C::RegisterForTag},
+        R{kPLXSupport_UnregisterForTag, "i", R::kAnnouncement, &C::UnregisterForTag},
+        R{kPLXSupport_RegisterForAction, "b", R::kAnnouncement, &C::RegisterForAction},
+        R{kPLXSupport_UnregisterForAction, "i", R::kAnnouncement, &C::UnregisterForAction},
+
+        R{kPLXSupport_GetTag, "o", R::kTag, &C::GetTag},
+        R{kPLXSupport_GetTagParameter, "iox", R::kTag, &C::GetTagParameter},
+        R{kPLXSupport_GetTagParameterByIndex, "oox", R::kTag, &C::GetTagParameterByIndex},
+        R{kPLXSupport_GetTagParameterCount, "n", R::kTag, &C::GetTagParameterCount},
+        R{kPLXSupport_GetTagBody, "o", R::kTag, &C::GetTagBody},
+        R{kPLXSupport_GetActionName, "o", R::kAction, &C::GetActionName},
+        R{kPLXSupport_GetPathArgument, "iox", R::kPage, &C::GetPathArgument},
+        R{kPLXSupport_GetPathArgumentByIndex, "oox", R::kPage, &C::GetPathArgumentByIndex},
+        R{kPLXSupport_GetPathArgumentCount, "n", R::kPage, &C::GetPathArgumentCount},
+        R{kPLXSupport_GetPostArgument, "iox", R::kPage, &C::GetPostArgument},
+        R{kPLXSupport_GetPostArgumentByIndex, "oox", R::kPage, &C::GetPostArgumentByIndex},
+        R{kPLXSupport_GetPostArgumentCount, "n", R::kPage, &C::GetPostArgumentCount},
+        R{kPLXSupport_GetCGIEnvironmentVariable, "io", R::kPage, &C::GetCGIVariable},
+        R{kPLXSupport_SetPageVariable, "ii", R::kPage, &C::SetPageVariable},
+        R{kPLXSupport_GetPageVariable, "io", R::kPage, &C::GetPageVariable},
+        R{kPLXSupport_GetPageVariableByIndex, "oox", R::kPage, &C::GetPageVariableByIndex},
+        R{kPLXSupport_GetPageVariableCount, "n", R::kPage, &C::GetPageVariableCount},
+        R{kPLXSupport_GetCookie, "io", R::kPage, &C::GetCookie},
+
+        R{kPLXSupport_SetHTTPResponseStatus, "si", R::kPage, &C::SetResponseStatus},
+        R{kPLXSupport_SetHTTPResponseHeader, "ii", R::kPage, &C::SetResponseHeader},
+        R{kPLXSupport_SetHTTPResponseURI, "i", R::kPage, &C::SetResponseURI},
+
+        R{kPLXSupport_GetAdminDomainName, "o", R::kPage, &C::GetAdminDomainName},
+        R{kPLXSupport_GetAdminRegionPath, "o", R::kPage, &C::GetAdminRegionPath},
+        R{kPLXSupport_GetVirtualHost, "o", R::kPage, &C::GetVirtualHost},
+        R{kPLXSupport_GetVirtualRootPath, "o", R::kPage, &C::GetVirtualRootPath},
+        R{kPLXSupport_GetURLPath, "o", R::kPage, &C::GetURLPath},
+        R{kPLXSupport_GetURLParentFolderPath, "o", R::kPage, &C::GetURLParentFolderPath},
+        R{kPLXSupport_GetRegionDataFolderPath, "b", R::kPage, &C::GetRegionDataFolderPath},
+        R{kPLXSupport_MapURLToPhysicalPath, "b", R::kPage, &C::MapURLToPhysicalPath},
+        R{kPLXSupport_VerifyRegionContainsFile, "b", R::kPage, &C::VerifyRegionContainsFile},
+
+        R{kPLXSupport_ValidateServerLogin, "ii", R::kPage, &C::ValidateServerLogin, true},
+        R{kPLXSupport_ValidateDomainLogin, "ii", R::kPage, &C::ValidateDomainLogin, true},
+        R{kPLXSupport_SetPreference, "ii", R::kPage, &C::SetPreference},
+        R{kPLXSupport_GetPreference, "io", R::kPage, &C::GetPreference},
+        R{kPLXSupport_RemovePreference, "i", R::kPage, &C::RemovePreference},
+    };
+    std::sort(requests.begin(), requests.end(), [](R const& a, R const& b) { return a.code < b.code; });
+    return requests;
+  }();
+  auto const found = std::lower_bound(ourRequests.begin(), ourRequests.end(), code_i,
+                                      [](R const& request, PLXUInt32 code) { return request.code < code; });
+  return found != ourRequests.end() && found->code == code_i ? &*found : nullptr;
+}
+
+// The words of one call as its request's slots want them.
+struct PLXModuleHost::Connection::Slots {
+  struct Out {
+    char* buffer = nullptr;
+    void* size = nullptr;
+    PLXUInt32 capacity = 0;
+    bool IsTooSmall(std::string_view text_i) const { return text_i.size() > capacity; }
+  };
+  Out outs[2];
+  unsigned outCount = 0;
+  void* number = nullptr;  // where &n goes
+
+  // Finds and checks what the words name. False when a call breaks the conventions.
+  bool Read(Request const& request_i, void* const (&words_i)[5], Call& call_o) {
+    unsigned word = 0;
+    unsigned ins = 0;
+    for (char const* slot = request_i.slots; *slot != '\0'; ++slot) {
+      if (*slot == 'x' || *slot == 'n') {
+        if (words_i[4] == nullptr) return false;
+        if (*slot == 'x') call_o.number = LoadWord(words_i[4]);
+        if (*slot == 'n') number = words_i[4];
+        continue;
+      }
+      auto* const text = static_cast<char*>(words_i[word]);
+      void* const size = words_i[word + 1];
+      word += 2;
+      if (size == nullptr) return false;
+      if (*slot != 'o' && !ReadText(*slot, text, LoadWord(size), call_o.in[ins++])) return false;
+      if (*slot != 'o' && *slot != 'b') continue;
+      outs[outCount++] = {text, size, LoadWord(size)};
+      if (text == nullptr && LoadWord(size) != 0) return false;
+    }
+    return true;
+  }
+
+  PLXUInt32 Fit(Call const& call_i) const {
+    PLXUInt32 result = kPLXResult_Success;
+    for (unsigned index = 0; index < outCount; ++index) {
+      if (call_i.out[index].size() >= 0xFFFFFFFF) return kPLXResult_GeneralError;
+      if (outs[index].IsTooSmall(call_i.out[index])) result = kPLXResult_BufferTooSmall;
+    }
+    return result;
+  }
+
+  // Hands the answers over whole or not at all: a module that gets 'MBtS' asks again with larger buffers, and what
+  // fitted keeps its size and its buffer untouched.
+  void Write(Call const& call_i, PLXUInt32 result_i) const {
+    if (number != nullptr) StoreWord(number, call_i.number);
+    for (unsigned index = 0; index < outCount; ++index) {
+      std::string_view const text = call_i.out[index];
+      Out const& out = outs[index];
+      if (out.IsTooSmall(text)) StoreWord(out.size, static_cast<PLXUInt32>(text.size() + 1));
+      if (result_i != kPLXResult_Success) continue;
+      if (!text.empty()) std::memcpy(out.buffer, text.data(), text.size());
+      if (text.size() < out.capacity) out.buffer[text.size()] = '\0';
+      StoreWord(out.size, static_cast<PLXUInt32>(text.size()));
+    }
+  }
+
+ private:
+  static bool ReadText(char slot_i, char const* text_i, PLXUInt32 size_i, std::string_view& text_o) {
+    if (text_i == nullptr) return slot_i == 'w' && size_i == 0;
+    if (slot_i == 'w') {
+      text_o = {text_i, size_i};
+      return true;
+    }
+    // Reads no further than the first zero, so a size that is far too large does no harm. A zero inside an in
+    // s is refused: whatever followed it would be lost without a word.
+    std::size_t const length = strnlen(text_i, size_i);
+    if (length == size_i || (slot_i == 'i' && length + 1 != size_i)) return false;
+    text_o = {text_i, length};
+    return true;
+  }
+};
+
+PLXModuleHost::Connection::Connection(PLXModuleHost& host_i, Module& module_i, Event const& event_i)
+    : myHost(host_i),
+      myModule(module_i),
+      myEvent(event_i),
+      myNumber(ourNextNumber.fetch_add(1, std::memory_order_relaxed)),
+      myOuter(static_cast<Connection*>(ourCurrent)) {
+  ourCurrent = this;
+}
+
+PLXModuleHost::Connection::~Connection() { ourCurrent = myOuter; }
+
+PLXModuleHost::Connection* PLXModuleHost::Connection::Find(PLXConnectionID id_i) {
+  auto* const current = static_cast<Connection*>(ourCurrent);
+  return current != nullptr && reinterpret_cast<std::uintptr_t>(id_i) == current->myNumber ? current
+                                                                                           : nullptr;
+}
+
+PLXTagOutcome PLXModuleHost::Connection::Run() {
+  _PLXAPI_ModuleProcessingInfo info{reinterpret_cast<PLXConnectionID>(static_cast<std::uintptr_t>(myNumber)),
+                                    myEvent.code, &Connection::Support, &Connection::Database};
+  if (IsTraced()) Trace("begins");
+  try {
+    myOutcome.result = myModule.entry(&info);
+  } catch (...) {
+    std::string what = "an exception of an unknown kind";
+    try {
+      throw;
+    } catch (std::exception const& exception) {
+      what = exception.what();
+    } catch (...) {
+    }
+    PLXLog::Error(myModule.description.name + ": " + PLXCodeText(myEvent.code) + " ended with " + what);
+    myOutcome.result = kPLXResult_GeneralError;
+    myOutcome.hasProblem = true;
+    myOutcome.problem = "The module ended with an error of its own.";
+    myOutcome.remedy = "Look into the server's log, and tell the maker of the module what it says.";
+  }
+  if (IsTraced()) {
+    std::string line = "ends -> " + PLXCodeText(myOutcome.result);
+    line += ", " + std::to_string(myOutcome.html.size()) + " bytes written";
+    if (myOutcome.hasProblem) AppendTraced(myOutcome.problem, line += ", problem");
+    Trace(line);
+  }
+  return std::move(myOutcome);
+}
+
+PLXUInt32 PLXModuleHost::Connection::Support(PLXConnectionID id_i, PLXUInt32 code_i, void* a1, void* a2,
+                                             void* a3, void* a4, void* a5) {
+  // No exception crosses into a module; the one that can arise is a want of memory.
+  try {
+    Connection* const connection = Find(id_i);
+    if (connection == nullptr) return kPLXResult_NoConnection;
+    return connection->AnswerRequest(code_i, {a1, a2, a3, a4, a5});
+  } catch (...) {
+    return kPLXResult_GeneralError;
+  }
+}
+
+PLXUInt32 PLXModuleHost::Connection::Database(PLXConnectionID id_i, PLXUInt32 code_i, void*, void*, void*,
+                                              void*, void*, void*) {
+  try {
+    Connection* const connection = Find(id_i);
+    if (connection == nullptr) return kPLXResult_NoConnection;
+    if (connection->IsTraced()) {
+      connection->Trace("database " + PLXCodeText(code_i) + " -> " + PLXCodeText(kPLXResult_GeneralError));
+    }
+    return kPLXResult_GeneralError;
+  } catch (...) {
+    return kPLXResult_GeneralError;
+  }
+}
+
+PLXUInt32 PLXModuleHost::Connection::AnswerRequest(PLXUInt32 code_i, void* const (&words_i)[5]) {
+  Request const* const request = FindRequest(code_i);
+  if (request == nullptr) {
+    if (IsTraced()) Trace(PLXCodeText(code_i) + " -> " + PLXCodeText(kPLXResult_UnknownRequest));
+    return kPLXResult_UnknownRequest;
+  }
+  Call call;
+  Slots slots;
+  PLXUInt32 result = kPLXResult_WrongEvent;
+  if (!slots.Read(*request, words_i, call)) {
+    call = {};
+    result = kPLXResult_InvalidCall;
+  } else if (IsInOrder(*request)) {
+    result = (this->*request->answer)(call);
+    if (result == kPLXResult_Success) result = slots.Fit(call);
+  }
+  // Traced before anything is written: an in/out text lies where its answer goes.
+  if (IsTraced()) TraceCall(*request, call, result);
+  if (result == kPLXResult_Success || result == kPLXResult_BufferTooSmall) slots.Write(call, result);
+  return result;
+}
+
+bool PLXModuleHost::Connection::IsInOrder(Request const& request_i) const {
+  switch (request_i.needs) {
+    case Request::kNothing:
+      return true;
+    case Request::kAnnouncement:
+      return myEvent.code == kPLXEvent_Initialize;
+    case Request::kPage:
+      return myEvent.context != nullptr;
+    case Request::kTag:
+      return myEvent.tag != nullptr;
+    case Request::kAction:
+      return myEvent.code == kPLXEvent_Action;
+  }
+  return false;
+}
+
+void PLXModuleHost::Connection::Trace(std::string_view text_i) const {
+  std::string line = "event " + std::to_string(myNumber);
+  if (myEvent.context != nullptr) line += " request " + std::to_string(myEvent.context->request.id);
+  line += " " + myModule.description.name + " " + PLXCodeText(myEvent.code);
+  if (myEvent.tag != nullptr) {
+    line += " <" + myEvent.tag->name + "> " + myEvent.context->file.native() + ":" +
+            std::to_string(myEvent.tag->line);
+  }
+  line.append(myEvent.action.empty() ? "" : " ").append(myEvent.action).append(" ").append(text_i);
+  PLXLog::Trace(line);
+}
+
+// One line: code, texts and number from the module, result, texts and number for it. A call that carries a
+// password or asks for one shows names and no values.
+void PLXModuleHost::Connection::TraceCall(Request const& request_i, Call const& call_i,
+                                          PLXUInt32 result_i) const {
+  bool const isPassword =
+      request_i.code == kPLXSupport_GetCGIEnvironmentVariable && EqualIgnoringCase(call_i.in[0], "AUTH_TYPE");
+  bool const isBlanked =
+      request_i.isSecret || isPassword || MentionsPassword(call_i.in[0]) || MentionsPassword(call_i.out[0]);
+  std::string line = PLXCodeText(request_i.code);
+  std::string out = " -> " + PLXCodeText(result_i);
+  unsigned ins = 0;
+  unsigned outs = 0;
+  for (char const* slot = request_i.slots; *slot != '\0'; ++slot) {
+    if (*slot == 'x') line += " " + std::to_string(call_i.number);
+    if (*slot == 'n') out += " " + std::to_string(call_i.number);
+    if (*slot == 'x' || *slot == 'n') continue;
+    // The first text is a name, unless it is the only one that the call has to give.
+    if (*slot != 'o') {
+      AppendTraced(isBlanked && ins > 0 ? "(blanked)" : call_i.in[ins], line);
+      ++ins;
+    }
+    if (*slot == 'o' || *slot == 'b') {
+      bool const isName = outs == 0 && std::string_view(request_i.slots).starts_with("oo");
+      AppendTraced(isBlanked && !isName ? "(blanked)" : call_i.out[outs], out);
+      ++outs;
+    }
+  }
+  Trace(line + out);
+}

@@ -4,10 +4,12 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "PLXASCII.h"
 #include "PLXLoginStore.h"
 #include "PLXModuleAPI.h"
 #include "PLXPreferenceStore.h"
@@ -56,11 +58,17 @@ class PLXModuleHost : public PLXTagProcessor {
  private:
   struct Module;
   class Connection;
+  bool Announce(Module& module_io, std::string& problem_o);
+  void Forget(Module const& module_i);
+  PLXLoginStore& DomainLogins(std::filesystem::path const& file_i);
+
   std::vector<std::unique_ptr<Module>> myModules;
-  std::map<std::string, std::pair<Module*, Tag>, std::less<>> myTags;        // by lower-case name
-  std::map<std::string, std::pair<Module*, std::string>, std::less<>> myActions;  // by lower-case name
+  std::map<std::string, std::pair<Module*, Tag>, PLXLessIgnoringCase> myTags;
+  std::map<std::string, Module*, PLXLessIgnoringCase> myActions;
   PLXPreferenceStore& myPreferences;
   PLXLoginStore& myServerLogins;
-  std::map<std::string, std::unique_ptr<PLXLoginStore>> myDomainLogins;  // by file, guarded in the source
+  std::mutex myDomainLoginsMutex;
+  std::map<std::string, std::unique_ptr<PLXLoginStore>>
+      myDomainLogins;  // by file, guarded by myDomainLoginsMutex
   bool const myTraceAll;
 };
