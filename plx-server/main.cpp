@@ -1,1 +1,459 @@
-int main() { return 0; }
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+#include <vector>
+
+#include "PLXConfiguration.h"
+#include "PLXListener.h"
+#include "PLXLoginStore.h"
+#include "PLXServer.h"
+#include "PLXSite.h"
+
+// The command line. What goes wrong is told in sentences on standard error and in the exit code, by the
+// numbers of sysexits.h: 64 the command line, 69 something that is needed is not there, 70 the program, 73 a
+// file or folder cannot be made, 74 reading or writing failed, 78 the configuration.
+
+namespace fs = std::filesystem;
+
+namespace {
+
+enum ExitCode {
+  kGood = 0,
+  kUsage = 64,
+  kUnavailable = 69,
+  kSoftware = 70,
+  kCannotCreate = 73,
+  kInputOutput = 74,
+  kConfiguration = 78
+};
+
+constexpr char kFooter[] =
+    "Start with: plxserver check, then plxserver serve.\n"
+    "The administration at /plx-admin/ opens with a login: plxserver user set NAME.\n"
+    "plxserver COMMAND --help explains a command.";
+
+std::string const kAddressRemedy =
+    " Free that address, or choose another with --listen ADDRESS:PORT or the key \"listen\".";
+
+struct Arguments {
+  std::string file;
+  std::vector<std::string> overrides;
+  std::string listen;
+  bool trace = false;
+  std::string page, site;
+  std::vector<std::string> pageArguments;
+  std::string user, region;
+};
+
+int Fail(int code_i, std::string const& sentence_i) {
+  std::cerr << "plxserver: " << sentence_i << std::endl;
+  return code_i;
+}
+
+// ---- Configuration
+// -------------------------------------------------------------------------------------------
+
+std::vector<std::string> AllOverrides(Arguments const& arguments_i) {
+  std::vector<std::string> overrides = arguments_i.overrides;
+  if (!arguments_i.listen.empty()) overrides.push_back("listen=" + arguments_i.listen);
+  if (arguments_i.trace) overrides.push_back("trace=yes");
+  return overrides;
+}
+
+// Reads the configuration that the arguments name. False, with every problem on standard error, when it
+// cannot be used.
+bool ReadConfiguration(Arguments& arguments_io, PLXConfiguration& configuration_o) {
+  if (arguments_io.file.empty()) {
+    std::error_code error;
+    for (char const* candidate : {"plxserver.conf", "/etc/plxserver/plxserver.conf"}) {
+      if (!fs::exists(candidate, error)) continue;
+      arguments_io.file = candidate;
+      break;
+    }
+  }
+  if (arguments_io.file.empty() && arguments_io.overrides.empty()) {
+    Fail(
+        kConfiguration,
+        "there is no configuration: neither plxserver.conf in this folder nor /etc/plxserver/plxserver.conf. "
+        "Name one with --config FILE.");
+    return false;
+  }
+  std::vector<PLXConfigurationProblem> problems;
+  configuration_o = LoadConfiguration(arguments_io.file, AllOverrides(arguments_io), problems);
+  for (PLXConfigurationProblem const& problem : problems) std::cerr << problem.Text() << std::endl;
+  return problems.empty();
+}
+
+// How to call this program again with the same configuration.
+std::string CommandFor(Arguments const& arguments_i, std::string const& command_i) {
+  std::string command = "plxserver " + command_i;
+  if (!arguments_i.file.empty() && arguments_i.file != "plxserver.conf")
+    command += " --config " + arguments_i.file;
+  return command;
+}
+
+// ---- serve
+// ---------------------------------------------------------------------------------------------------
+
+std::string Address(std::string host_i, std::uint16_t port_i) {
+  if (host_i.find(':') != std::string::npos && !host_i.starts_with('[')) host_i = "[" + host_i + "]";
+  return "http://" + host_i + (port_i == 80 ? "" : ":" + std::to_string(port_i)) + "/";
+}
+
+void SayReady(PLXServer& server_io, Arguments const& arguments_i, PLXConfiguration const& configuration_i,
+              std::uint16_t port_i) {
+  std::string const first = Address(configuration_i.sites.front().hosts.front(), port_i);
+  for (PLXSiteConfiguration const& site : configuration_i.sites) {
+    std::cout << "PLX Server: " << Address(site.hosts.front(), port_i) << " (" << site.name << ")\n";
+  }
+  if (server_io.HasServerLogin()) {
+    std::cout << "Administration: " << first << "plx-admin/\n";
+  } else {
+    std::cout << "Administration: closed until there is a login. Make one with: "
+              << CommandFor(arguments_i, "user set NAME") << "\n";
+  }
+  std::cout << std::flush;
+}
+
+int Serve(Arguments& arguments_io) {
+  PLXConfiguration configuration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kConfiguration;
+  std::unique_ptr<PLXServer> server;
+  try {
+    server = std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io));
+  } catch (PLXStateInUse const& error) {
+    return Fail(kUnavailable, error.what());
+  } catch (std::exception const& error) {
+    return Fail(kCannotCreate, error.what());
+  }
+  std::vector<std::string> problems;
+  if (!server->LoadModules(problems)) {
+    for (std::string const& problem : problems) Fail(kUnavailable, problem);
+    return kUnavailable;
+  }
+  bool isReady = false;
+  try {
+    server->Serve([&](std::uint16_t port) {
+      isReady = true;
+      SayReady(*server, arguments_io, configuration, port);
+    });
+  } catch (std::exception const& error) {
+    if (isReady) return Fail(kSoftware, error.what());
+    return Fail(kUnavailable, error.what() + kAddressRemedy);
+  }
+  return kGood;
+}
+
+// ---- render
+// --------------------------------------------------------------------------------------------------
+
+int Render(Arguments& arguments_io) {
+  PLXConfiguration configuration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kConfiguration;
+  std::vector<PLXNameValue> pageArguments;
+  for (std::string const& text : arguments_io.pageArguments) {
+    auto const equals = text.find('=');
+    if (equals == std::string::npos || equals == 0)
+      return Fail(kUsage, "\"" + text + "\" is no name=value pair.");
+    pageArguments.push_back({text.substr(0, equals), text.substr(equals + 1)});
+  }
+  std::unique_ptr<PLXServer> server;
+  try {
+    server = std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io), PLXServer::Use::kRender);
+  } catch (std::exception const& error) {
+    return Fail(kCannotCreate, error.what());
+  }
+  std::vector<std::string> problems;
+  if (!server->LoadModules(problems)) {
+    for (std::string const& problem : problems) Fail(kUnavailable, problem);
+    return kUnavailable;
+  }
+  PLXResponse const response = server->Render(arguments_io.page, pageArguments, arguments_io.site);
+  std::cout << response.body << std::flush;
+  if (!std::cout) return Fail(kInputOutput, "the page cannot be written to standard output.");
+  if (response.status < 400) return kGood;
+  return Fail(kUnavailable,
+              arguments_io.page + ": the answer has the status " + std::to_string(response.status) + ".");
+}
+
+// ---- check
+// ---------------------------------------------------------------------------------------------------
+
+// A folder of its own for modules that are only tried, so that a check leaves nothing in the server's.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string name = (fs::temp_directory_path() / "plxserver-check-XXXXXX").string();
+    if (!::mkdtemp(name.data())) throw std::runtime_error(name + ": the folder cannot be made.");
+    myPath = name;
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    fs::remove_all(myPath, ignored);
+  }
+  fs::path const& Path() const { return myPath; }
+
+ private:
+  fs::path myPath;
+};
+
+// Whether the state folder could be made and written, told from the nearest folder that exists.
+bool IsStateWritable(fs::path const& state_i) {
+  std::error_code error;
+  fs::path folder = fs::absolute(state_i, error);
+  while (!fs::exists(folder, error) && folder.has_relative_path()) folder = folder.parent_path();
+  return fs::is_directory(folder, error) && ::access(folder.c_str(), W_OK | X_OK) == 0;
+}
+
+int Check(Arguments& arguments_io) {
+  PLXConfiguration configuration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kConfiguration;
+  int code = kGood;
+  fs::path const state = configuration.state;
+  if (!IsStateWritable(state)) {
+    code =
+        Fail(kCannotCreate, state.string() +
+                                ": the state folder cannot be written by this user. Give it the right to, or "
+                                "name another folder with the key \"state\".");
+  }
+  auto const running = StateUser(state);
+  TemporaryFolder const temporary;
+  PLXConfiguration trial = configuration;
+  trial.state = temporary.Path() / "state";
+  PLXServer server(trial, {}, PLXServer::Use::kRender);
+  std::vector<std::string> problems;
+  if (!server.LoadModules(problems)) {
+    for (std::string const& problem : problems) code = Fail(kUnavailable, problem);
+  }
+  if (running) {
+    std::cout << "A server runs with this state folder (process " << *running
+              << "); its address was not tried.\n";
+  } else {
+    try {
+      PLXListener const listener(trial.listenAddress, trial.listenPort, trial.limits, trial.proxies,
+                                 temporary.Path(), server);
+    } catch (std::exception const& error) {
+      code = Fail(kUnavailable, error.what() + kAddressRemedy);
+    }
+  }
+  if (code == kGood) {
+    std::cout << "The configuration is good: sites " << configuration.sites.size() << ", modules "
+              << configuration.modules.size() << ".\n";
+  }
+  return code;
+}
+
+// ---- user
+// ----------------------------------------------------------------------------------------------------
+
+// Turns the terminal's echo off for as long as it lives.
+class SilentTerminal {
+ public:
+  SilentTerminal() {
+    myIsTerminal = ::tcgetattr(STDIN_FILENO, &mySettings) == 0;
+    if (!myIsTerminal) return;
+    termios silent = mySettings;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+  }
+  ~SilentTerminal() {
+    if (myIsTerminal) ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &mySettings);
+  }
+
+ private:
+  termios mySettings{};
+  bool myIsTerminal = false;
+};
+
+bool ReadLine(std::string& line_o) {
+  if (!std::getline(std::cin, line_o)) return false;
+  if (line_o.ends_with('\r')) line_o.pop_back();
+  return true;
+}
+
+bool ReadPassword(std::string& password_o, std::string& problem_o) {
+  if (!::isatty(STDIN_FILENO)) {
+    if (ReadLine(password_o)) return true;
+    problem_o = "standard input holds no password. Give it as one line.";
+    return false;
+  }
+  SilentTerminal const silent;
+  std::string again;
+  std::cerr << "Password: " << std::flush;
+  bool const first = ReadLine(password_o);
+  std::cerr << "\nThe same again: " << std::flush;
+  bool const second = first && ReadLine(again);
+  std::cerr << std::endl;
+  if (second && again == password_o) return true;
+  problem_o = second ? "the two passwords differ; nothing was changed."
+                     : "no password was given; nothing was changed.";
+  return false;
+}
+
+// A file that root writes for a server of another user must be that user's, or the server cannot read it.
+void GiveToOwnerOf(fs::path const& file_i, fs::path const& folder_i) {
+  struct stat status {};
+  if (::geteuid() != 0 || ::stat(folder_i.c_str(), &status) != 0) return;
+  for (fs::path const& path : {file_i.parent_path(), file_i}) {
+    if (::lchown(path.c_str(), status.st_uid, status.st_gid) != 0) {
+      Fail(kInputOutput,
+           path.string() + ": the file cannot be given to the owner of " + folder_i.string() + ".");
+    }
+  }
+}
+
+// The file with the logins that the arguments mean.
+bool FindLogins(Arguments& arguments_io, fs::path& state_o, fs::path& file_o, int& code_o) {
+  PLXConfiguration configuration;
+  code_o = kConfiguration;
+  if (!ReadConfiguration(arguments_io, configuration)) return false;
+  state_o = configuration.state;
+  file_o = ServerLoginsFile(state_o);
+  if (arguments_io.region.empty()) return true;
+  PLXSites const sites(configuration);
+  PLXRegion const* const region = sites.FindRegion(arguments_io.region);
+  if (region) {
+    file_o = region->LoginsFile();
+    return true;
+  }
+  std::string known;
+  for (auto const& site : sites.All()) {
+    for (auto const& candidate : site->Regions()) known += (known.empty() ? "" : ", ") + candidate->Key();
+  }
+  code_o = Fail(kUsage, "there is no region \"" + arguments_io.region + "\". There are: " + known + ".");
+  return false;
+}
+
+int ListUsers(Arguments& arguments_io) {
+  fs::path state, file;
+  int code = kGood;
+  if (!FindLogins(arguments_io, state, file, code)) return code;
+  auto const users = PLXLoginStore(file).Users();
+  for (std::string const& user : users) std::cout << user << "\n";
+  if (users.empty())
+    std::cerr << "There are no logins yet. Make one with: " << CommandFor(arguments_io, "user set NAME")
+              << std::endl;
+  return kGood;
+}
+
+int ChangeUser(Arguments& arguments_io, bool remove_i) {
+  fs::path state, file;
+  int code = kGood;
+  if (!FindLogins(arguments_io, state, file, code)) return code;
+  std::string password, problem;
+  if (!remove_i && !ReadPassword(password, problem)) return Fail(kUsage, problem);
+  try {
+    PrepareStateFolder(state);
+    fs::create_directories(file.parent_path());
+  } catch (std::exception const& error) {
+    return Fail(kCannotCreate, error.what());
+  }
+  PLXLoginStore store(file);
+  bool const good = remove_i ? store.Remove(arguments_io.user, problem)
+                             : store.SetPassword(arguments_io.user, password, problem);
+  if (!good) return Fail(::access(file.parent_path().c_str(), W_OK) == 0 ? kUsage : kInputOutput, problem);
+  GiveToOwnerOf(file, state);
+  return kGood;
+}
+
+// ---- The command line
+// ----------------------------------------------------------------------------------------
+
+void AddCommonOptions(CLI::App& command_io, Arguments& arguments_io) {
+  command_io
+      .add_option("--config", arguments_io.file,
+                  "Configuration file (plxserver.conf here, else /etc/plxserver/plxserver.conf)")
+      ->option_text("FILE");
+  command_io.add_option("--set", arguments_io.overrides, "Sets a key in place of the file; may be repeated")
+      ->option_text("KEY=VALUE")
+      ->allow_extra_args(false);
+}
+
+struct Commands {
+  CLI::App *serve, *render, *check, *userSet, *userRemove, *userList;
+};
+
+Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
+  Commands commands{};
+  app_io.set_version_flag("--version", "plxserver " PLX_SERVER_VERSION);
+  app_io.require_subcommand(1);
+  app_io.footer(kFooter);
+
+  commands.serve =
+      app_io.add_subcommand("serve",
+                            "Serves the configured sites until it is told to stop (TERM, INT); HUP "
+                            "reads the configuration again");
+  AddCommonOptions(*commands.serve, arguments_io);
+  commands.serve
+      ->add_option("--listen", arguments_io.listen, "Address to listen on, in place of the configuration's")
+      ->option_text("ADDRESS:PORT");
+  commands.serve->add_flag("--trace", arguments_io.trace,
+                           "Writes every event and call of a module to the trace log");
+  commands.serve->footer("Configuration keys:\n" + ConfigurationReference());
+
+  commands.render =
+      app_io.add_subcommand("render", "Runs one page and prints it, without a browser and a login");
+  AddCommonOptions(*commands.render, arguments_io);
+  commands.render->add_option("PAGE", arguments_io.page, "The page's path on its site")->required();
+  commands.render
+      ->add_option("ARGUMENTS", arguments_io.pageArguments, "Arguments as an address would give them")
+      ->option_text("[NAME=VALUE ...]");
+  commands.render->add_option("--site", arguments_io.site, "The site, when it is not the first one")
+      ->option_text("NAME");
+
+  commands.check =
+      app_io.add_subcommand("check", "Says what is wrong with the configuration, and where; starts nothing");
+  AddCommonOptions(*commands.check, arguments_io);
+
+  CLI::App* const user = app_io.add_subcommand("user", "Logins of the administration, or of a region");
+  user->require_subcommand(1);
+  commands.userSet =
+      user->add_subcommand("set",
+                           "Makes a login or changes its password, which is asked for, or read from "
+                           "standard input when that is no terminal");
+  commands.userRemove = user->add_subcommand("remove", "Removes a login");
+  commands.userList = user->add_subcommand("list", "Lists the names");
+  for (CLI::App* const command : {commands.userSet, commands.userRemove, commands.userList}) {
+    if (command != commands.userList)
+      command->add_option("NAME", arguments_io.user, "The login's name")->required();
+    command->add_option("--region", arguments_io.region, "A region's logins in place of the administration's")
+        ->option_text("SITE/REGION");
+    AddCommonOptions(*command, arguments_io);
+  }
+  return commands;
+}
+
+int Run(Commands const& commands_i, Arguments& arguments_io) {
+  if (commands_i.serve->parsed()) return Serve(arguments_io);
+  if (commands_i.render->parsed()) return Render(arguments_io);
+  if (commands_i.check->parsed()) return Check(arguments_io);
+  if (commands_i.userSet->parsed()) return ChangeUser(arguments_io, false);
+  if (commands_i.userRemove->parsed()) return ChangeUser(arguments_io, true);
+  return ListUsers(arguments_io);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A client that has left shows as an error of the write, not as a signal.
+  std::signal(SIGPIPE, SIG_IGN);
+  CLI::App app{"PLX Server: serves pages whose tags are run by modules.", "plxserver"};
+  Arguments arguments;
+  Commands const commands = Describe(app, arguments);
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& error) {
+    return app.exit(error) == 0 ? kGood : kUsage;
+  }
+  try {
+    return Run(commands, arguments);
+  } catch (std::exception const& error) {
+    return Fail(kSoftware, error.what());
+  }
+}

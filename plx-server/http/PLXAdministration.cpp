@@ -1,1 +1,398 @@
-#include "PLXServer.h"
+#include "PLXAdministration.h"
+
+#include <fstream>
+#include <iterator>
+#include <unistd.h>
+
+#include "PLXLog.h"
+#include "PLXPage.h"
+#include "PLXServerPages.h"
+
+namespace {
+
+constexpr std::string_view kRoot = "/plx-admin/";
+constexpr std::string_view kPreferencesPath = "/plx-admin/preferences";
+constexpr std::size_t kLogLines = 300;
+
+// Pages that change by themselves are asked for again by the browser, without a script.
+constexpr std::string_view kRefresh = "<meta http-equiv=\"refresh\" content=\"5\">\n";
+
+std::string Cell(std::string_view text_i) { return "<td>" + EncodeHTML(text_i) + "</td>"; }
+std::string NumberCell(std::string const& text_i) {
+  return "<td class=\"number\">" + EncodeHTML(text_i) + "</td>";
+}
+std::string Pair(std::string_view name_i, std::string_view value_i) {
+  return "<dt>" + EncodeHTML(name_i) + "</dt><dd>" + EncodeHTML(value_i) + "</dd>\n";
+}
+
+std::string TableHead(std::initializer_list<std::string_view> names_i) {
+  std::string head = "<div class=\"scroll\"><table>\n<thead><tr>";
+  for (std::string_view const name : names_i) head += "<th scope=\"col\">" + EncodeHTML(name) + "</th>";
+  return head + "</tr></thead>\n<tbody>\n";
+}
+constexpr std::string_view kTableEnd = "</tbody></table></div>\n";
+
+// "3 d 4 h 5 min" or "12 s": for reading, so the two or three largest parts are enough.
+std::string Duration(std::chrono::seconds time_i) {
+  auto const count = time_i.count();
+  if (count < 60) return std::to_string(count) + " s";
+  std::string text;
+  if (count >= 86400) text += std::to_string(count / 86400) + " d ";
+  if (count >= 3600) text += std::to_string(count / 3600 % 24) + " h ";
+  return text + std::to_string(count / 60 % 60) + " min";
+}
+
+// Memory in use (bytes) and threads of this process; zero where the system does not tell.
+struct ProcessFigures {
+  unsigned long long memory = 0;
+  unsigned long threads = 0;
+};
+
+ProcessFigures ReadProcessFigures() {
+  ProcessFigures figures;
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    if (word == "VmRSS:") {
+      status >> figures.memory;
+      figures.memory *= 1024;
+    } else if (word == "Threads:") {
+      status >> figures.threads;
+    }
+  }
+  return figures;
+}
+
+std::string_view StageName(PLXActiveRequests::Stage stage_i) {
+  switch (stage_i) {
+    case PLXActiveRequests::Stage::kWaiting:
+      return "waiting";
+    case PLXActiveRequests::Stage::kRunning:
+      return "running";
+    case PLXActiveRequests::Stage::kSending:
+      return "sending";
+  }
+  return "";
+}
+
+std::string PreferencesAddress(std::string_view region_i, std::string_view module_i) {
+  return std::string(kPreferencesPath) + "?region=" + EncodeArgument(region_i) +
+         "&module=" + EncodeArgument(module_i);
+}
+
+std::string ArgumentOf(PLXRequest const& request_i, std::string_view name_i) {
+  PLXNameValue const* const found = FindNameValue(request_i.pathArguments, name_i);
+  return found ? found->value : std::string();
+}
+
+// "host:port" of "http://host:port/path", in lower case, without a port that the scheme implies.
+std::string AuthorityOf(std::string_view address_i) {
+  auto const slashes = address_i.find("://");
+  std::string_view rest = slashes == std::string_view::npos ? address_i : address_i.substr(slashes + 3);
+  rest = rest.substr(0, rest.find_first_of("/?#"));
+  std::string authority(rest);
+  for (char& character : authority) {
+    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
+  }
+  for (std::string_view const port : {":80", ":443"}) {
+    if (authority.ends_with(port)) authority.resize(authority.size() - port.size());
+  }
+  return authority;
+}
+
+PLXResponse Unauthorized() {
+  PLXResponse response = ErrorPage(401, "The administration asks for a login of the server.");
+  response.SetHeader("WWW-Authenticate", "Basic realm=\"PLX Server administration\", charset=\"UTF-8\"");
+  return response;
+}
+
+PLXResponse Closed() {
+  PLXResponse response;
+  response.status = 403;
+  response.SetHeader("Content-Type", "text/html; charset=utf-8");
+  response.body =
+      ServerPage("The administration is closed",
+                 "<main>\n<h1>The administration is closed</h1>\n"
+                 "<p>There is no login yet that could open it. Make one on the server's own machine:</p>\n"
+                 "<pre>plxserver user set NAME</pre>\n"
+                 "<p>The command asks for a password; no restart is needed.</p>\n</main>\n");
+  return response;
+}
+
+void SetAdministrationHeaders(PLXResponse& response_io) {
+  response_io.SetHeader("Cache-Control", "no-store");
+  // Modules bring markup of their own, also with style attributes, but no scripts and nothing from elsewhere.
+  response_io.SetHeader("Content-Security-Policy",
+                        "default-src 'none'; style-src 'unsafe-inline'; img-src 'self'; form-action 'self'; "
+                        "frame-ancestors 'none'; base-uri 'none'");
+  response_io.SetHeader("X-Frame-Options", "DENY");
+  response_io.SetHeader("X-Content-Type-Options", "nosniff");
+  response_io.SetHeader("Referrer-Policy", "same-origin");
+}
+
+}  // namespace
+
+struct PLXAdministration::Route {
+  std::string_view name;  // after "/plx-admin/"
+  std::string_view label;
+  Page (PLXAdministration::*page)(PLXRequest const&, PLXSites const&);
+};
+
+PLXAdministration::Route const PLXAdministration::kRoutes[] = {
+    {"", "Status", &PLXAdministration::Status},
+    {"requests", "Requests", &PLXAdministration::Requests},
+    {"modules", "Modules", &PLXAdministration::Modules},
+    {"sites", "Sites", &PLXAdministration::Sites},
+    {"log", "Log", &PLXAdministration::Log}};
+
+bool IsFromOwnPage(PLXRequest const& request_i) {
+  std::string_view const site = request_i.Header("Sec-Fetch-Site");
+  if (!site.empty() && site != "same-origin" && site != "none") return false;
+  std::string_view const origin = request_i.Header("Origin");
+  std::string_view const source = origin.empty() ? request_i.Header("Referer") : origin;
+  if (source.find("://") == std::string_view::npos) return false;
+  std::string const authority = AuthorityOf(source);
+  return !authority.empty() &&
+         (authority == AuthorityOf(request_i.Header("Host")) || authority == AuthorityOf(request_i.host));
+}
+
+PLXAdministration::PLXAdministration(PLXModuleHost& modules_i, PLXLoginStore& logins_i,
+                                     PLXActiveRequests const& active_i,
+                                     std::function<PLXListenerStatus()> status_i)
+    : myModules(modules_i), myLogins(logins_i), myActive(active_i), myStatus(std::move(status_i)) {}
+
+PLXResponse PLXAdministration::Answer(PLXRequest const& request_i, PLXSites const& sites_i) {
+  PLXResponse response;
+  if (MayEnter(request_i, response)) {
+    std::string_view const name = std::string_view(request_i.path).substr(kRoot.size());
+    Route const* route = nullptr;
+    for (Route const& candidate : kRoutes) {
+      if (candidate.name == name) route = &candidate;
+    }
+    if (request_i.path == kPreferencesPath) {
+      response = Preferences(request_i, sites_i);
+    } else if (request_i.method == "POST") {
+      response = ErrorPage(405, "This page of the administration takes no changes.");
+      response.SetHeader("Allow", "GET, HEAD");
+    } else if (name == "metrics") {
+      response = Metrics();
+    } else if (route) {
+      response = Framed(request_i, (this->*route->page)(request_i, sites_i));
+    } else {
+      response = ErrorPage(404, "The administration has no such page.");
+    }
+  }
+  SetAdministrationHeaders(response);
+  return response;
+}
+
+// A closed address is told so before its password is looked at: a guess costs nothing but the answer.
+bool PLXAdministration::MayEnter(PLXRequest const& request_i, PLXResponse& refusal_o) {
+  if (myLogins.IsEmpty()) {
+    refusal_o = Closed();
+    return false;
+  }
+  if (auto const wait = myThrottle.Wait(request_i.remoteAddress); wait.count() > 0) {
+    refusal_o = ErrorPage(429, "Too many logins have failed. Please wait a little and try again.");
+    refusal_o.SetHeader("Retry-After", std::to_string(wait.count()));
+    return false;
+  }
+  if (!request_i.hasCredentials) {
+    refusal_o = Unauthorized();
+    return false;
+  }
+  if (!myLogins.Verify(request_i.user, request_i.password)) {
+    myThrottle.Failed(request_i.remoteAddress);
+    PLXLog::Warning("login to the administration failed from " + request_i.remoteAddress + ", user \"" +
+                    request_i.user.substr(0, 255) + "\"");
+    refusal_o = Unauthorized();
+    return false;
+  }
+  myThrottle.Succeeded(request_i.remoteAddress);
+  if (request_i.method == "POST" && !IsFromOwnPage(request_i)) {
+    PLXLog::Warning("a change to the administration was refused: it came from another site's page, client " +
+                    request_i.remoteAddress);
+    refusal_o = ErrorPage(403, "Changes are taken from the administration's own pages only.");
+    return false;
+  }
+  return true;
+}
+
+PLXResponse PLXAdministration::Framed(PLXRequest const& request_i, Page const& page_i) const {
+  std::string body = "<nav aria-label=\"Administration\">\n";
+  for (Route const& route : kRoutes) {
+    std::string const address = std::string(kRoot) + std::string(route.name);
+    body += "<a href=\"" + address + "\"" + (request_i.path == address ? " aria-current=\"page\"" : "") +
+            ">" + std::string(route.label) + "</a>\n";
+  }
+  body += "</nav>\n<main>\n<h1>" + EncodeHTML(page_i.title) + "</h1>\n" + page_i.body + "</main>\n";
+  PLXResponse response;
+  response.SetHeader("Content-Type", "text/html; charset=utf-8");
+  response.body = ServerPage(page_i.title + " - PLX Server", body, page_i.head);
+  return response;
+}
+
+// ---- Pages
+// ---------------------------------------------------------------------------------------------------
+
+PLXAdministration::Page PLXAdministration::Status(PLXRequest const&, PLXSites const& sites_i) {
+  PLXListenerStatus const status = myStatus();
+  ProcessFigures const process = ReadProcessFigures();
+  PLXConfiguration const& configuration = sites_i.Configuration();
+  auto const uptime =
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - myStart);
+  Page page{"Status", "<dl>\n", std::string(kRefresh)};
+  page.body += Pair("Running for", Duration(uptime));
+  page.body += Pair("Requests so far", std::to_string(status.requests));
+  page.body += Pair("Connections", std::to_string(status.connections) + " of " +
+                                       std::to_string(configuration.limits.connections));
+  page.body += Pair("Pages running", std::to_string(status.busyPageThreads) + " of " +
+                                         std::to_string(configuration.limits.pageThreads));
+  page.body += Pair("Pages waiting", std::to_string(status.waitingPages) + " of " +
+                                         std::to_string(configuration.limits.waitingPages));
+  page.body += Pair("Threads", std::to_string(process.threads));
+  page.body += Pair("Memory", std::to_string(process.memory >> 20) + " MB");
+  page.body += Pair("Process", std::to_string(::getpid()));
+  page.body += "</dl>\n<h2>Versions</h2>\n<dl>\n" + Pair("PLX Server", PLX_SERVER_VERSION);
+  for (PLXModuleDescription const& module : myModules.Describe())
+    page.body += Pair(module.name, module.version);
+  page.body +=
+      "</dl>\n<h2>Kept in</h2>\n<dl>\n" +
+      Pair("Configuration", configuration.file.empty() ? "the command line" : configuration.file.string()) +
+      Pair("State", configuration.state.string()) + "</dl>\n";
+  return page;
+}
+
+PLXAdministration::Page PLXAdministration::Requests(PLXRequest const& request_i, PLXSites const&) {
+  Page page{"Requests that run now", "", std::string(kRefresh)};
+  page.body = TableHead({"Number", "Request", "What", "State", "Seconds", "Included", "Client"});
+  auto const now = std::chrono::steady_clock::now();
+  for (PLXActiveRequests::Entry const& entry : myActive.List()) {
+    if (entry.id == request_i.id) continue;
+    auto const seconds = std::chrono::duration_cast<std::chrono::seconds>(now - entry.since).count();
+    page.body += "<tr>" + NumberCell(std::to_string(entry.id)) + Cell(entry.method + " " + entry.url) +
+                 Cell(entry.what) + Cell(StageName(entry.stage)) + NumberCell(std::to_string(seconds)) +
+                 NumberCell(std::to_string(entry.includeDepth)) + Cell(entry.address) + "</tr>\n";
+  }
+  page.body += kTableEnd;
+  page.body +=
+      "<p class=\"quiet\">\"Included\" tells how many pages of this server wait for the request.</p>\n";
+  return page;
+}
+
+PLXAdministration::Page PLXAdministration::Modules(PLXRequest const&, PLXSites const&) {
+  Page page{"Modules", "", ""};
+  for (PLXModuleDescription const& module : myModules.Describe()) {
+    page.body += "<h2>" + EncodeHTML(module.name) + "</h2>\n<dl>\n" + Pair("Version", module.version) +
+                 Pair("Maker", module.author) + Pair("File", module.file.string());
+    if (!module.versionTracker.empty()) page.body += Pair("New versions", module.versionTracker);
+    std::string actions;
+    for (std::string const& action : module.actions) actions += (actions.empty() ? "" : ", ") + action;
+    page.body += Pair("Actions", actions.empty() ? "none" : actions) + "</dl>\n" + TableHead({"Tag", "Form"});
+    for (PLXTagProcessor::Tag const& tag : module.tags) {
+      bool const encloses = (tag.flags & kPLXTagFlag_EnclosesBody) != 0;
+      page.body += "<tr>" + Cell(tag.name) + Cell(encloses ? "encloses a body" : "stands alone") + "</tr>\n";
+    }
+    page.body += kTableEnd;
+  }
+  if (page.body.empty())
+    page.body = "<p>No module is loaded. The key \"modules\" of the configuration names them.</p>\n";
+  return page;
+}
+
+PLXAdministration::Page PLXAdministration::Sites(PLXRequest const&, PLXSites const& sites_i) {
+  Page page{"Sites and regions", "", ""};
+  auto const modules = myModules.Describe();
+  for (auto const& site : sites_i.All()) {
+    std::string hosts;
+    for (std::string const& host : site->Configuration().hosts) hosts += (hosts.empty() ? "" : ", ") + host;
+    page.body += "<h2>" + EncodeHTML(site->Name()) + "</h2>\n<dl>\n" + Pair("Hosts", hosts) +
+                 Pair("Folder", site->Root().string()) + "</dl>\n" +
+                 TableHead({"Region", "Path", "Login", "Preferences"});
+    for (auto const& region : site->Regions()) {
+      page.body += "<tr>" + Cell(region->Name()) + Cell(region->Path()) +
+                   Cell(region->RequiresLogin() ? "asked for" : "open") + "<td>";
+      for (PLXModuleDescription const& module : modules) {
+        page.body += "<a href=\"" + EncodeHTML(PreferencesAddress(region->Key(), module.name)) + "\">" +
+                     EncodeHTML(module.name) + "</a> ";
+      }
+      page.body += "</td></tr>\n";
+    }
+    page.body += kTableEnd;
+  }
+  return page;
+}
+
+// The newest line stands first, so that a page that is asked for again shows it without scrolling.
+PLXAdministration::Page PLXAdministration::Log(PLXRequest const& request_i, PLXSites const&) {
+  bool const still = !ArgumentOf(request_i, "still").empty();
+  Page page{"Log", "", still ? "" : std::string(kRefresh)};
+  page.body = still ? "<p><a href=\"/plx-admin/log\">Follow the log</a></p>\n"
+                    : "<p><a href=\"/plx-admin/log?still=1\">Hold this page still</a></p>\n";
+  auto const lines = PLXLog::Recent(kLogLines);
+  page.body += "<pre>";
+  for (auto line = lines.rbegin(); line != lines.rend(); ++line) page.body += EncodeHTML(*line) + "\n";
+  page.body += "</pre>\n";
+  if (lines.empty()) page.body += "<p>Nothing has been logged yet.</p>\n";
+  return page;
+}
+
+// Name and value by line, in the text format that monitoring systems read.
+PLXResponse PLXAdministration::Metrics() const {
+  PLXListenerStatus const status = myStatus();
+  ProcessFigures const process = ReadProcessFigures();
+  auto const uptime =
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - myStart);
+  PLXResponse response;
+  response.SetHeader("Content-Type", "text/plain; charset=utf-8");
+  response.body =
+      "plxserver_uptime_seconds " + std::to_string(uptime.count()) + "\nplxserver_requests_total " +
+      std::to_string(status.requests) + "\nplxserver_connections " + std::to_string(status.connections) +
+      "\nplxserver_pages_running " + std::to_string(status.busyPageThreads) + "\nplxserver_pages_waiting " +
+      std::to_string(status.waitingPages) + "\nplxserver_threads " + std::to_string(process.threads) +
+      "\nplxserver_memory_bytes " + std::to_string(process.memory) + "\n";
+  return response;
+}
+
+// ---- Preferences
+// -----------------------------------------------------------------------------------------------
+
+PLXResponse PLXAdministration::Preferences(PLXRequest const& request_i, PLXSites const& sites_i) {
+  PLXRegion const* const region = sites_i.FindRegion(ArgumentOf(request_i, "region"));
+  std::string const name = ArgumentOf(request_i, "module");
+  auto const modules = myModules.Describe();
+  std::size_t index = 0;
+  while (index < modules.size() && modules[index].name != name) ++index;
+  if (!region || index == modules.size()) return ErrorPage(404, "There is no such region or module.");
+
+  std::string const address = PreferencesAddress(region->Key(), name);
+  PLXResponse
+      scratch;  // an administration page's status and headers are the server's, whatever a module sets
+  PLXPageContext context{
+      region->Site(), *region, request_i, scratch, region->Folder(), std::string(kPreferencesPath), {},
+      false};
+  Page page{name + ", region " + region->Key(), "", ""};
+  if (request_i.method == "POST") {
+    PLXTagOutcome const outcome = myModules.SetPreferences(index, context);
+    if (!outcome.hasProblem) {
+      PLXLog::Note("preferences of " + name + " for region " + region->Key() + " changed by " +
+                   request_i.user + " from " + request_i.remoteAddress);
+      PLXResponse response;
+      response.status = 303;
+      response.SetHeader("Location", address + "&saved=1");
+      return response;
+    }
+    page.body += ProblemBox(outcome.problem, outcome.remedy);
+  } else if (!ArgumentOf(request_i, "saved").empty()) {
+    page.body += "<p class=\"note\" role=\"status\">The preferences were saved.</p>\n";
+  }
+  PLXTagOutcome const outcome = myModules.GetPreferencesPage(index, context);
+  if (outcome.hasProblem) {
+    page.body += ProblemBox(outcome.problem, outcome.remedy);
+  } else if (outcome.html.empty()) {
+    page.body += "<p>This module has no preferences.</p>\n";
+  } else {
+    page.body += "<form method=\"post\" action=\"" + EncodeHTML(address) + "\">\n<div class=\"scroll\">" +
+                 outcome.html + "</div>\n<p><button type=\"submit\">Save</button></p>\n</form>\n";
+  }
+  return Framed(request_i, page);
+}

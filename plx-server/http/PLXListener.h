@@ -12,7 +12,7 @@
 
 // A file (or a range of it) to be sent from the I/O thread.
 struct PLXFileAnswer {
-  PLXResponse response;             // status and headers; body unused
+  PLXResponse response;  // status and headers; body unused
   std::filesystem::path file;
   std::uint64_t offset = 0;
   std::uint64_t length = 0;
@@ -22,9 +22,9 @@ struct PLXFileAnswer {
 struct PLXDisposition {
   enum class Kind { kAnswer, kFile, kPage, kAdministration };
   Kind kind = Kind::kAnswer;
-  PLXResponse answer;           // kAnswer: sent at once; a body still to come is not read, the connection closes
-  PLXFileAnswer fileAnswer;     // kFile
-  bool neverQueued = false;     // kPage: runs or gets 503 at once (a page that another page of ours waits for)
+  PLXResponse answer;        // kAnswer: sent at once; a body still to come is not read, the connection closes
+  PLXFileAnswer fileAnswer;  // kFile
+  bool neverQueued = false;  // kPage: runs or gets 503 at once (a page that another page of ours waits for)
   std::shared_ptr<void> state;  // kPage, kAdministration: handed back to Answer
 };
 
@@ -37,12 +37,12 @@ class PLXRequestHandler {
   // for long (a stat or an open of a local file is as much as it may do). May fill in the request's host.
   virtual PLXDisposition Dispose(PLXRequest& request_io) = 0;
 
-  // On a page or administration thread, with the post arguments in, once for each request so disposed. Blocks as
-  // long as it needs. What it throws becomes a 500 and a line in the log.
+  // On a page or administration thread, with the post arguments in, once for each request so disposed. Blocks
+  // as long as it needs. What it throws becomes a 500 and a line in the log.
   virtual PLXResponse Answer(PLXRequest& request_io, std::shared_ptr<void> const& state_i) = 0;
 
-  // On the I/O thread, once for every request that was read, also the malformed ones: for the access log and the
-  // list of what runs. `status_i` is 0 when the client left before the answer was written.
+  // On the I/O thread, once for every request that was read, also the malformed ones: for the access log and
+  // the list of what runs. `status_i` is 0 when the client left before the answer was written.
   virtual void Finished(PLXRequest const& request_i, PLXResponse const& response_i, std::uint64_t bytesSent_i,
                         std::chrono::microseconds took_i) = 0;
 
@@ -57,22 +57,24 @@ struct PLXListenerStatus {
   unsigned waitingPages = 0;
 };
 
-// HTTP/1.0 and 1.1 on one address: one I/O thread with a coroutine per connection, a bounded pool of page threads
-// behind it, a small pool of its own for the administration. Slow and idle clients cost no thread. What is no
-// clear HTTP (conflicting lengths, bare line feeds, no Host in 1.1, a NUL or line break in a decoded path, an escape
-// that is none) is refused with 400; limits as in PLXLimits. The HTTP library is seen by the one source behind
-// this header.
+// HTTP/1.0 and 1.1 on one address: one I/O thread with a coroutine per connection, a bounded pool of page
+// threads behind it, a small pool of its own for the administration. Slow and idle clients cost no thread.
+// What is no clear HTTP (conflicting lengths, bare line feeds, no Host in 1.1, a NUL or line break in a
+// decoded path, an escape that is none) is refused with 400; limits as in PLXLimits. The HTTP library is seen
+// by the one source behind this header.
 class PLXListener {
  public:
   // Binds at once. Throws std::runtime_error with a sentence when the address is not to be had.
   PLXListener(std::string const& address_i, std::uint16_t port_i, PLXLimits const& limits_i,
-              std::vector<std::string> proxies_i, std::filesystem::path temporaryFolder_i, PLXRequestHandler& handler_i);
+              std::vector<std::string> proxies_i, std::filesystem::path temporaryFolder_i,
+              PLXRequestHandler& handler_i);
   ~PLXListener();
 
   std::uint16_t Port() const;  // the one that was bound, also when 0 was asked for
 
-  // Serves until Stop, on this thread, and returns when the last answer is out or the time to stop has passed.
-  // SIGTERM and SIGINT stop it (a second one ends at once), SIGHUP calls `reload_i`, on the I/O thread.
+  // Serves until Stop, on this thread, and returns when the last answer is out or the time to stop has
+  // passed. SIGTERM and SIGINT stop it (a second one ends at once), SIGHUP calls `reload_i`, on the I/O
+  // thread.
   void Run(std::function<void()> const& reload_i);
   // Refuses new clients, closes idle ones, lets pages in flight finish. Any thread.
   void Stop();

@@ -1,1 +1,311 @@
 #include "PLXServer.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "PLXAdministration.h"
+#include "PLXLog.h"
+#include "PLXServerPlan.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+void MakeFolder(fs::path const& folder_i) {
+  std::error_code error;
+  if (fs::is_directory(folder_i, error)) return;
+  if (folder_i.has_parent_path()) fs::create_directories(folder_i.parent_path(), error);
+  if (::mkdir(folder_i.c_str(), 0700) == 0 || errno == EEXIST) return;
+  throw std::runtime_error(folder_i.string() + ": the folder cannot be made (" + std::strerror(errno) +
+                           "). Make it writable for this user, or name another with the key \"state\".");
+}
+
+// What a process that was killed has left of uploads; nobody asks for it again.
+void RemoveLeftovers(fs::path const& folder_i) {
+  std::error_code error;
+  for (fs::directory_iterator at(folder_i, error), end; !error && at != end; at.increment(error)) {
+    std::error_code ignored;
+    fs::remove_all(at->path(), ignored);
+  }
+}
+
+// Who wrote its number into the lock's file.
+std::string LockOwner(int lock_i) {
+  std::array<char, 32> text{};
+  ssize_t const got = ::pread(lock_i, text.data(), text.size() - 1, 0);
+  std::string owner(text.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
+  owner.erase(owner.find_last_not_of(" \n") + 1);
+  return owner.empty() ? "unknown" : owner;
+}
+
+PLXLogOptions LogOptions(PLXConfiguration const& configuration_i, PLXServer::Use use_i) {
+  PLXLogOptions options;
+  if (use_i == PLXServer::Use::kServe) options.folder = configuration_i.state / "logs";
+  options.bytesPerFile = configuration_i.logBytes;
+  options.filesKept = configuration_i.logFiles;
+  return options;
+}
+
+std::string_view Trimmed(std::string_view text_i) {
+  auto const first = text_i.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return text_i.substr(first, text_i.find_last_not_of(" \t") - first + 1);
+}
+
+// The keys whose new value waits for the next start, for the log.
+std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration const& new_i) {
+  PLXLimits const& a = old_i.limits;
+  PLXLimits const& b = new_i.limits;
+  struct Row {
+    char const* key;
+    bool changed;
+  };
+  Row const rows[] = {
+      {"listen", old_i.listenAddress != new_i.listenAddress || old_i.listenPort != new_i.listenPort},
+      {"state", old_i.state != new_i.state},
+      {"modules", old_i.modules != new_i.modules},
+      {"proxies", old_i.proxies != new_i.proxies},
+      {"trace (switched off)", old_i.trace && !new_i.trace},
+      {"page-threads", a.pageThreads != b.pageThreads},
+      {"waiting-pages", a.waitingPages != b.waitingPages},
+      {"administration-threads", a.administrationThreads != b.administrationThreads},
+      {"connections", a.connections != b.connections},
+      {"connections-per-address", a.connectionsPerAddress != b.connectionsPerAddress},
+      {"header-bytes", a.headerBytes != b.headerBytes},
+      {"body-bytes", a.bodyBytes != b.bodyBytes},
+      {"body-in-memory-bytes", a.bodyInMemoryBytes != b.bodyInMemoryBytes},
+      {"form-fields", a.formFields != b.formFields},
+      {"header-time", a.headerTime != b.headerTime},
+      {"body-time", a.bodyTime != b.bodyTime},
+      {"write-time", a.writeTime != b.writeTime},
+      {"stop-time", a.stopTime != b.stopTime}};
+  std::string keys;
+  for (Row const& row : rows) {
+    if (!row.changed) continue;
+    if (!keys.empty()) keys += ", ";
+    keys += row.key;
+  }
+  return keys;
+}
+
+}  // namespace
+
+// ---- Generation
+// --------------------------------------------------------------------------------------------
+
+PLXServer::Generation::Generation(PLXConfiguration configuration_i) : sites(std::move(configuration_i)) {
+  for (std::string const& line : Configuration().securityHeaders) {
+    auto const colon = line.find(':');
+    if (colon == std::string::npos) continue;
+    PLXResponse probe;
+    std::string const name(Trimmed(std::string_view(line).substr(0, colon)));
+    std::string const value(Trimmed(std::string_view(line).substr(colon + 1)));
+    if (probe.SetHeader(name, value)) headers.push_back({name, value});
+  }
+}
+
+void PLXServer::Generation::AddHeaders(PLXResponse& response_io) const {
+  for (PLXNameValue const& header : headers) {
+    if (!response_io.HasHeader(header.name)) response_io.SetHeader(header.name, header.value);
+  }
+}
+
+// ---- Start and stop
+// ------------------------------------------------------------------------------------------
+
+void PrepareStateFolder(fs::path const& state_i) {
+  MakeFolder(state_i);
+  for (char const* name : {"logs", "tmp", "regions", "logins"}) MakeFolder(state_i / name);
+  if (::access(state_i.c_str(), W_OK) != 0) {
+    throw std::runtime_error(state_i.string() +
+                             ": the folder cannot be written. Give this user the right to, or name "
+                             "another with the key \"state\".");
+  }
+}
+
+// Beside it lies a folder per site, and no site's name holds a dot.
+fs::path ServerLoginsFile(fs::path const& state_i) { return state_i / "logins" / "server.logins"; }
+
+std::optional<std::string> StateUser(fs::path const& state_i) {
+  int const lock = ::open((state_i / "lock").c_str(), O_RDONLY | O_CLOEXEC);
+  if (lock < 0) return std::nullopt;
+  std::optional<std::string> user;
+  if (::flock(lock, LOCK_SH | LOCK_NB) != 0) user = LockOwner(lock);
+  ::close(lock);
+  return user;
+}
+
+PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> overrides_i, Use use_i)
+    : myOverrides(std::move(overrides_i)), myUse(use_i), myState(configuration_i.state) {
+  PrepareStateFolder(myState);
+  if (myUse == Use::kServe) {
+    TakeLock();
+    RemoveLeftovers(myState / "tmp");
+  }
+  try {
+    PLXLog::Open(LogOptions(configuration_i, myUse));
+    bool const trace = configuration_i.trace;
+    myGeneration = std::make_shared<Generation const>(std::move(configuration_i));
+    myPreferences = std::make_unique<PLXPreferenceStore>(myState / "preferences.sqlite");
+    myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(myState));
+    myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, trace);
+    myPages = std::make_unique<PLXPageCache>(*myModules);
+    myAdministration = std::make_unique<PLXAdministration>(*myModules, *myServerLogins, myActive, [this] {
+      PLXListener const* const listener = myListener;
+      return listener ? listener->Status() : PLXListenerStatus{};
+    });
+  } catch (...) {
+    if (myLock >= 0) ::close(myLock);
+    throw;
+  }
+}
+
+PLXServer::~PLXServer() {
+  // Modules first: what they still have to store or to log needs the rest.
+  myAdministration.reset();
+  myPages.reset();
+  myModules.reset();
+  myPreferences.reset();
+  PLXLog::Close();
+  if (myLock >= 0) ::close(myLock);
+}
+
+// A lock of the open file, so it falls with the process however that ends; the number in it is for people.
+void PLXServer::TakeLock() {
+  fs::path const file = myState / "lock";
+  myLock = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (myLock < 0) {
+    throw std::runtime_error(file.string() + ": the file cannot be opened (" + std::strerror(errno) +
+                             "). Make it writable for this user.");
+  }
+  if (::flock(myLock, LOCK_EX | LOCK_NB) != 0) {
+    std::string const owner = LockOwner(myLock);
+    ::close(myLock);
+    throw PLXStateInUse(myState.string() + ": another server uses this folder (process " + owner +
+                        "). Stop it, or give this one a folder of its own with the key \"state\".");
+  }
+  std::string const text = std::to_string(::getpid()) + "\n";
+  if (::ftruncate(myLock, 0) != 0 || ::pwrite(myLock, text.data(), text.size(), 0) < 0) {
+    std::string const reason = std::strerror(errno);
+    ::close(myLock);
+    throw std::runtime_error(file.string() + ": the file cannot be written (" + reason + ").");
+  }
+}
+
+bool PLXServer::LoadModules(std::vector<std::string>& problems_o) {
+  bool good = true;
+  for (fs::path const& file : Current()->Configuration().modules) {
+    std::string problem;
+    if (myModules->Load(file, problem)) continue;
+    good = false;
+    problems_o.push_back(problem);
+  }
+  return good;
+}
+
+void PLXServer::Serve(std::function<void(std::uint16_t port_i)> const& ready_i) {
+  auto const generation = Current();
+  PLXConfiguration const& configuration = generation->Configuration();
+  PLXListener listener(configuration.listenAddress, configuration.listenPort, configuration.limits,
+                       configuration.proxies, myState / "tmp", *this);
+  myListener = &listener;
+  // Whatever way this ends, nobody may find the listener afterwards.
+  struct Leave {
+    std::atomic<PLXListener*>& listener;
+    ~Leave() { listener = nullptr; }
+  } const leave{myListener};
+  PLXLog::Note("PLX Server " PLX_SERVER_VERSION " listens on " + configuration.listenAddress + " port " +
+               std::to_string(listener.Port()) + ".");
+  ready_i(listener.Port());
+  listener.Run([this] { Reload(); });
+  PLXLog::Note("PLX Server stops.");
+}
+
+void PLXServer::Stop() {
+  if (PLXListener* const listener = myListener) listener->Stop();
+}
+
+std::shared_ptr<PLXServer::Generation const> PLXServer::Current() const {
+  std::lock_guard const lock(myMutex);
+  return myGeneration;
+}
+
+void PLXServer::Reload() {
+  auto const old = Current();
+  auto next = old;
+  if (old->Configuration().file.empty()) {
+    PLXLog::Note("There is no configuration file to read again; the logs are opened anew.");
+  } else {
+    std::vector<PLXConfigurationProblem> problems;
+    try {
+      PLXConfiguration configuration = LoadConfiguration(old->Configuration().file, myOverrides, problems);
+      for (PLXConfigurationProblem const& problem : problems) PLXLog::Error(problem.Text());
+      if (!problems.empty()) throw std::runtime_error("what it says cannot be used");
+      std::string const keys = KeysForARestart(old->Configuration(), configuration);
+      configuration.state = old->Configuration().state;
+      next = std::make_shared<Generation const>(std::move(configuration));
+      PLXLog::Note("The configuration was read again: " + old->Configuration().file.string());
+      if (!keys.empty()) PLXLog::Warning("These changes wait for the next start of the server: " + keys);
+    } catch (std::exception const& error) {
+      PLXLog::Error(std::string("The configuration stays as it was: ") + error.what());
+    }
+    std::lock_guard const lock(myMutex);
+    myGeneration = next;
+  }
+  try {
+    PLXLog::Open(LogOptions(next->Configuration(), myUse));
+  } catch (std::exception const& error) {
+    PLXLog::Error(error.what());
+  }
+}
+
+// ---- The command line's page
+// -----------------------------------------------------------------------------------
+
+PLXResponse PLXServer::Render(std::string const& path_i, std::vector<PLXNameValue> const& arguments_i,
+                              std::string const& site_i) {
+  auto plan = std::make_shared<Plan>();
+  plan->generation = Current();
+  PLXConfiguration const& configuration = plan->generation->Configuration();
+  for (auto const& site : plan->generation->sites.All()) {
+    if (site_i.empty() || site->Name() == site_i) {
+      plan->site = site.get();
+      break;
+    }
+  }
+  if (!plan->site) return ErrorPage(404, "There is no site named \"" + site_i + "\" in the configuration.");
+
+  PLXRequest request;
+  request.method = "GET";
+  request.path = path_i.starts_with('/') ? path_i : "/" + path_i;
+  request.target = EncodePath(request.path);
+  request.pathArguments = arguments_i;
+  for (PLXNameValue const& argument : arguments_i) {
+    request.query += request.query.empty() ? "" : "&";
+    request.query += EncodeArgument(argument.name) + "=" + EncodeArgument(argument.value);
+  }
+  if (!request.query.empty()) request.target += "?" + request.query;
+  request.host = plan->site->Configuration().hosts.front();
+  if (configuration.listenPort != 80) request.host += ":" + std::to_string(configuration.listenPort);
+  request.remoteAddress = request.peerAddress = request.serverAddress = "127.0.0.1";
+  request.serverPort = configuration.listenPort;
+  request.isFromThisMachine = true;
+
+  plan->region = &plan->site->RegionOf(request.path);
+  plan->scriptName = EncodePath(request.path);
+  PlanPath(request, *plan);
+  switch (plan->what) {
+    case Plan::What::kPage:
+      return AnswerPage(request, *plan);
+    case Plan::What::kAnswer:
+      return plan->answer;
+    default:
+      return ErrorPage(404, request.path + " is no page.");
+  }
+}

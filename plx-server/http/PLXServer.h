@@ -3,62 +3,125 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "PLXActiveRequests.h"
 #include "PLXConfiguration.h"
 #include "PLXListener.h"
 #include "PLXLoginStore.h"
+#include "PLXLoginThrottle.h"
 #include "PLXModuleHost.h"
 #include "PLXPage.h"
 #include "PLXPreferenceStore.h"
 #include "PLXSite.h"
 
-// What runs right now: for the administration, and to see how deep pages of this server include each other.
-class PLXActiveRequests {
- public:
-  struct Entry {
-    std::uint64_t id;
-    std::string method, address, url, what;
-    unsigned includeDepth;
-    std::chrono::steady_clock::time_point since;
-  };
-  void Add(Entry entry_i);
-  void Remove(std::uint64_t id_i);
-  std::vector<Entry> List() const;
-  // The include depth of the deepest page in flight at this URL ("http://host/path"), or none.
-  bool DepthOf(std::string const& url_i, unsigned& depth_o) const;
+class PLXAdministration;
 
- private:
-  mutable std::mutex myMutex;
-  std::map<std::uint64_t, Entry> myEntries;                 // guarded by myMutex
-  std::multimap<std::string, std::uint64_t> myIDsByURL;     // guarded by myMutex
+// Another process holds the state folder.
+class PLXStateInUse : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
 };
 
-// The server: finds site, region and file of a request and answers with a static file, a page, an action or the
-// administration. Lives from start to stop; configuration can be replaced while it runs.
+// Makes the state folder, mode 0700, with the folders that the server keeps in it. Throws std::runtime_error
+// with a sentence when that cannot be done.
+void PrepareStateFolder(std::filesystem::path const& state_i);
+// The file with the logins that open the administration.
+std::filesystem::path ServerLoginsFile(std::filesystem::path const& state_i);
+
+// The number of the server process that uses the state folder, "unknown" when it cannot be read; none when
+// nobody does.
+std::optional<std::string> StateUser(std::filesystem::path const& state_i);
+
+// The server: finds site, region and file of a request and answers with a static file, a page, an action or
+// the administration. Lives from start to stop; configuration can be replaced while it runs: a request keeps
+// the sites that it began with.
 class PLXServer : public PLXRequestHandler {
  public:
-  // Everything the server keeps lies in the configuration's state folder, which it makes and locks. Throws
-  // std::runtime_error with a sentence when another server uses it or it cannot be written.
-  explicit PLXServer(PLXConfiguration configuration_i);
+  enum class Use {
+    kServe,   // owns the state folder: locks it, tidies it, logs into it
+    kRender,  // a visitor beside a server that may run: no lock, and its log is standard error
+  };
+
+  // Everything the server keeps lies in the configuration's state folder, which it makes and locks.
+  // `overrides_i` are the command line's key=value pairs, taken again at each Reload. Throws PLXStateInUse
+  // when another server uses the folder, std::runtime_error with a sentence when it cannot be written.
+  explicit PLXServer(PLXConfiguration configuration_i, std::vector<std::string> overrides_i = {},
+                     Use use_i = Use::kServe);
   ~PLXServer() override;
 
   // Loads the configured modules; false with a sentence for each that does not.
   bool LoadModules(std::vector<std::string>& problems_o);
-  // Listens and serves until stopped. Throws as PLXListener does.
+  // Listens and serves until stopped; `ready_i` is told the port. Throws as PLXListener does.
   void Serve(std::function<void(std::uint16_t port_i)> const& ready_i);
-  // Takes over a new configuration; what only a start can change is said in the log.
+  // Ends Serve in an orderly way. Any thread, once `ready_i` was called.
+  void Stop();
+  // Reads the configuration's file again and takes it over for the requests to come. With problems the old
+  // one stays, and the log has each. What only a start can change is said in the log, too. Opens the logs
+  // anew.
   void Reload();
-  // Renders one page outside any connection, for the command line.
-  PLXResponse Render(std::string const& path_i, std::vector<PLXNameValue> const& arguments_i);
+  // Renders one page outside any connection, for the command line: no login is asked for. 404 for what is no
+  // page. An empty site name means the first site.
+  PLXResponse Render(std::string const& path_i, std::vector<PLXNameValue> const& arguments_i,
+                     std::string const& site_i = {});
+  // Whether anybody can open the administration.
+  bool HasServerLogin() { return !myServerLogins->IsEmpty(); }
+  PLXActiveRequests& Active() { return myActive; }
 
   PLXDisposition Dispose(PLXRequest& request_io) override;
   PLXResponse Answer(PLXRequest& request_io, std::shared_ptr<void> const& state_i) override;
   void Finished(PLXRequest const& request_i, PLXResponse const& response_i, std::uint64_t bytesSent_i,
                 std::chrono::microseconds took_i) override;
   PLXResponse ErrorAnswer(int status_i, std::string const& sentence_i) override;
+
+ private:
+  struct Generation;  // one configuration and what follows from it, shared by the requests that began with it
+  struct Plan;        // how one request is to be answered
+
+  void TakeLock();
+  std::shared_ptr<Generation const> Current() const;
+
+  // Dispose, step by step; each fills the plan or leaves it for the next.
+  void FindSite(PLXRequest& request_io, Plan& plan_io) const;
+  bool FindDepth(PLXRequest& request_io, Plan& plan_io) const;
+  void PlanAdministration(PLXRequest const& request_i, Plan& plan_io) const;
+  void PlanPath(PLXRequest const& request_i, Plan& plan_io) const;
+  void PlanFolder(PLXRequest const& request_i, Plan& plan_io) const;
+  void PlanFile(PLXRequest const& request_i, Plan& plan_io) const;
+  void PlanMissing(PLXRequest const& request_i, Plan& plan_io) const;
+  PLXDisposition DisposePlan(PLXRequest& request_io, std::shared_ptr<Plan> const& plan_i);
+  void AddActive(PLXRequest const& request_i, Plan const& plan_i);
+
+  // Answer, step by step.
+  PLXResponse AnswerPlan(PLXRequest& request_io, Plan const& plan_i);
+  bool MayEnter(PLXRequest const& request_i, Plan const& plan_i, PLXResponse& refusal_o);
+  PLXResponse AnswerPage(PLXRequest const& request_i, Plan const& plan_i);
+  PLXResponse AnswerAction(PLXRequest const& request_i, Plan const& plan_i);
+  PLXLoginStore& LoginsOf(PLXRegion const& region_i);
+
+  std::vector<std::string> const myOverrides;
+  Use const myUse;
+  std::filesystem::path const myState;
+  int myLock = -1;  // descriptor of the locked file
+  std::unique_ptr<PLXPreferenceStore> myPreferences;
+  std::unique_ptr<PLXLoginStore> myServerLogins;
+  std::unique_ptr<PLXModuleHost> myModules;
+  std::unique_ptr<PLXPageCache> myPages;
+  PLXActiveRequests myActive;
+  PLXLoginThrottle myThrottle;  // of region logins
+  std::unique_ptr<PLXAdministration> myAdministration;
+  std::atomic<PLXListener*> myListener{nullptr};
+
+  mutable std::mutex myMutex;  // guards all below
+  std::shared_ptr<Generation const> myGeneration;
+  std::map<std::filesystem::path, std::unique_ptr<PLXLoginStore>> myRegionLogins;
 };

@@ -9,9 +9,10 @@
 #include "PLXRequest.h"
 
 // Answers a GET or HEAD for a file as RFC 9110 asks: type by ending, ETag and Last-Modified, If-Match,
-// If-Unmodified-Since, If-None-Match, If-Modified-Since (in that order of precedence), one Range with If-Range (200, 206,
-// 304, 412, 416; several ranges are answered with the whole file). `download_i` adds Content-Disposition and
-// nosniff and hides the type. Opens nothing but for its size and time; 404 when the file is gone.
+// If-Unmodified-Since, If-None-Match, If-Modified-Since (in that order of precedence), one Range with
+// If-Range (200, 206, 304, 412, 416; several ranges are answered with the whole file). `download_i` adds
+// Content-Disposition and nosniff and hides the type. Opens nothing but for its size and time; 404 when the
+// file is gone.
 PLXDisposition AnswerFile(PLXRequest const& request_i, std::filesystem::path const& file_i, bool download_i);
 
 // The media type of a file name, "application/octet-stream" when the ending is unknown.

@@ -1,0 +1,226 @@
+#include <gtest/gtest.h>
+
+#include "PLXForms.h"
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+namespace {
+
+Pairs AsPairs(std::vector<PLXNameValue> const& list_i) {
+  Pairs pairs;
+  for (PLXNameValue const& entry : list_i) pairs.emplace_back(entry.name, entry.value);
+  return pairs;
+}
+
+std::optional<Pairs> AsPairs(std::optional<std::vector<PLXNameValue>> const& list_i) {
+  if (!list_i) return std::nullopt;
+  return AsPairs(*list_i);
+}
+
+std::string Part(std::string const& disposition_i, std::string const& content_i) {
+  return "--b\r\nContent-Disposition: form-data; " + disposition_i + "\r\n\r\n" + content_i + "\r\n";
+}
+
+}  // namespace
+
+TEST(PLXFormsURLEncoded, ReadsArgumentsInOrder) {
+  struct Row {
+    char const* why;
+    std::string text;
+    Pairs pairs;
+  };
+  Row const rows[] = {
+      {"nothing", "", {}},
+      {"a name twice", "a=1&b=2&a=3", {{"a", "1"}, {"b", "2"}, {"a", "3"}}},
+      {"no value, and no name", "a&b=&=c", {{"a", ""}, {"b", ""}, {"", "c"}}},
+      {"empty pieces say nothing", "&&a=1&&", {{"a", "1"}}},
+      {"escapes and blanks in both", "na%6De+x=%C3%A4+%2B%26%3d", {{"name x", "\xC3\xA4 +&="}}},
+      {"a second equals sign belongs to the value", "a=b=c", {{"a", "b=c"}}},
+      {"broken escapes stay",
+       "a=%&b=%4&c=%zz&d=100%",
+       {{"a", "%"}, {"b", "%4"}, {"c", "%zz"}, {"d", "100%"}}},
+      {"any byte may be escaped", "a=%00%ff", {{"a", std::string("\0\xff", 2)}}},
+      {"a semicolon divides nothing", "a=1;b=2", {{"a", "1;b=2"}}},
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.why);
+    EXPECT_EQ(AsPairs(ParseURLEncoded(row.text, 10)), row.pairs);
+  }
+}
+
+TEST(PLXFormsURLEncoded, GivesNoneBeyondTheLimit) {
+  EXPECT_TRUE(ParseURLEncoded("a&b&c", 3));
+  EXPECT_FALSE(ParseURLEncoded("a&b&c&d", 3));
+}
+
+TEST(PLXFormsMultipart, ReadsWhatBrowsersSend) {
+  struct Row {
+    char const* why;
+    std::string body;
+    Pairs pairs;
+  };
+  Row const rows[] = {
+      {"two fields",
+       Part("name=\"a\"", "1") + Part("name=\"b\"", "2\r\n3") + "--b--\r\n",
+       {{"a", "1"}, {"b", "2\r\n3"}}},
+      {"an empty field", Part("name=a", "") + "--b--", {{"a", ""}}},
+      {"a form without fields", "--b--\r\n", {}},
+      {"preamble and epilogue are overlooked",
+       "hello\r\n" + Part("name=a", "1") + "--b--\r\nbye",
+       {{"a", "1"}}},
+      {"blanks behind a boundary",
+       "--b \t\r\nContent-Disposition: form-data; name=a\r\n\r\n1\r\n--b--",
+       {{"a", "1"}}},
+      {"text that begins like the boundary stays",
+       Part("name=a", "1\r\n--bb\r\n2") + "--b--",
+       {{"a", "1\r\n--bb\r\n2"}}},
+      {"line feeds alone divide nothing", Part("name=a", "1\n--b\n2") + "--b--", {{"a", "1\n--b\n2"}}},
+      {"a file is its name", Part("name=f; filename=\"x.txt\"", "content") + "--b--", {{"f", "x.txt"}}},
+      {"no file chosen", Part("name=f; filename=\"\"", "") + "--b--", {{"f", ""}}},
+      {"a path of Windows", Part("name=f; filename=\"C:\\dir\\x.txt\"", "") + "--b--", {{"f", "x.txt"}}},
+      {"a path of Unix", Part("name=f; filename=\"../../etc/passwd\"", "") + "--b--", {{"f", "passwd"}}},
+      {"a folder is no file name", Part("name=f; filename=\"a/..\"", "") + "--b--", {{"f", ""}}},
+      {"quotes escaped either way", Part("name=\"a%22b\\\"c\"", "1") + "--b--", {{"a\"b\"c", "1"}}},
+      {"other escapes stay", Part("name=\"100%25\"", "1") + "--b--", {{"100%25", "1"}}},
+      {"no control character in a name", Part("name=\"a%0D%0Ab\tc\"", "1") + "--b--", {{"abc", "1"}}},
+      {"a name in UTF-8", Part("name=f; filename*=UTF-8''%C3%A4.txt", "") + "--b--", {{"f", "\xC3\xA4.txt"}}},
+      {"a semicolon inside quotes", Part("name=\"a;b\"; x=y", "1") + "--b--", {{"a;b", "1"}}},
+      {"names in any case",
+       "--b\r\nX: y\r\nCONTENT-DISPOSITION: form-data; NAME=a\r\n\r\n1\r\n--b--",
+       {{"a", "1"}}},
+      {"a part without name is left out",
+       Part("x=y", "1") + "--b\r\n\r\nfree\r\n" + Part("name=a", "2") + "--b--",
+       {{"a", "2"}}},
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.why);
+    EXPECT_EQ(AsPairs(ParseMultipart(row.body, "multipart/form-data; boundary=b", 10)), row.pairs);
+  }
+}
+
+TEST(PLXFormsMultipart, GivesNoneForEveryCutOfAGoodForm) {
+  std::string const body = Part("name=\"a\"", "1") + Part("name=f; filename=x", "content") + "--b--";
+  for (std::size_t length = 0; length < body.size(); ++length) {
+    SCOPED_TRACE(length);
+    EXPECT_FALSE(ParseMultipart(body.substr(0, length), "multipart/form-data; boundary=b", 10));
+  }
+  EXPECT_TRUE(ParseMultipart(body, "multipart/form-data; boundary=\"b\"; charset=x", 10));
+}
+
+TEST(PLXFormsMultipart, GivesNoneForWhatItCannotDivide) {
+  std::string const body = Part("name=a", "1") + Part("name=b", "2") + "--b--";
+  EXPECT_TRUE(ParseMultipart(body, "multipart/form-data; boundary=b", 2));
+  EXPECT_FALSE(ParseMultipart(body, "multipart/form-data; boundary=b", 1));
+  EXPECT_FALSE(ParseMultipart(body, "multipart/form-data", 2));
+  EXPECT_FALSE(ParseMultipart(body, "multipart/form-data; boundary=", 2));
+  EXPECT_FALSE(ParseMultipart(body, "multipart/form-data; boundary=" + std::string(1000, 'b'), 2));
+  EXPECT_FALSE(ParseMultipart("--b\r\nX: " + std::string(100000, 'x') + "\r\n\r\n1\r\n--b--",
+                              "multipart/form-data; boundary=b", 2));
+}
+
+// Almost-boundaries on every line are the worst that can be sent.
+TEST(PLXFormsMultipart, ReadsLongContentInOnePass) {
+  std::string const boundary(70, 'b');
+  std::string line = "\r\n--" + boundary;
+  line.back() = 'x';
+  std::string content;
+  while (content.size() < 16u << 20) content += line;
+  std::string const body = "--" + boundary + "\r\nContent-Disposition: form-data; name=a\r\n\r\n" + content +
+                           "\r\n--" + boundary + "--";
+  auto const form = ParseMultipart(body, "multipart/form-data; boundary=" + boundary, 10);
+  ASSERT_TRUE(form);
+  ASSERT_EQ(form->size(), 1u);
+  EXPECT_TRUE(form->front().value == content);
+}
+
+TEST(PLXFormsCookies, ReadsNamesAndValues) {
+  struct Row {
+    char const* why;
+    char const* header;
+    Pairs pairs;
+  };
+  Row const rows[] = {
+      {"nothing", "", {}},
+      {"two", "a=1; b=2", {{"a", "1"}, {"b", "2"}}},
+      {"no blank, many blanks", "a=1;b=2 ;\t c=3", {{"a", "1"}, {"b", "2"}, {"c", "3"}}},
+      {"quotes round a value go, those inside stay",
+       "a=\"1\"; b=\"; c=x\"y",
+       {{"a", "1"}, {"b", "\""}, {"c", "x\"y"}}},
+      {"equals signs and escapes stay", "a=b=c%20", {{"a", "b=c%20"}}},
+      {"no name or no equals sign is no cookie", "=1; x; a=", {{"a", ""}}},
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.why);
+    EXPECT_EQ(AsPairs(ParseCookies(row.header)), row.pairs);
+  }
+}
+
+TEST(PLXFormsBasic, ReadsUserAndPassword) {
+  struct Row {
+    char const* why;
+    std::string header;
+    std::optional<std::pair<std::string, std::string>> login;
+  };
+  using Login = std::pair<std::string, std::string>;
+  Row const rows[] = {
+      {"as RFC 7617 shows it", "Basic QWxhZGRpbjpvcGVuIHNlc2FtZQ==", Login{"Aladdin", "open sesame"}},
+      {"in any case, with blanks", "bASIC  YTpi ", Login{"a", "b"}},
+      {"a colon in the password", "Basic YTpiOmM=", Login{"a", "b:c"}},
+      {"both empty", "Basic Og==", Login{"", ""}},
+      {"padding left off", "Basic Og", Login{"", ""}},
+      {"no colon", "Basic YWI=", std::nullopt},
+      {"no Base64", "Basic a:b!", std::nullopt},
+      {"padding inside", "Basic YT=pi", std::nullopt},
+      {"too much padding", "Basic Og===", std::nullopt},
+      {"a digit alone", "Basic YTpiO", std::nullopt},
+      {"bits left over", "Basic Oh==", std::nullopt},
+      {"a line break in the password", "Basic YToKYg==", std::nullopt},
+      {"another scheme", "Bearer YTpi", std::nullopt},
+      {"the scheme alone", "Basic", std::nullopt},
+      {"nothing", "", std::nullopt},
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.why);
+    EXPECT_EQ(ParseBasic(row.header), row.login);
+  }
+}
+
+TEST(PLXFormsPath, TakesEscapesOff) {
+  struct Row {
+    char const* text;
+    std::optional<std::string> path;
+  };
+  Row const rows[] = {{"/a+b%20c", "/a+b c"}, {"%2e%2E%2f", "../"},     {"%00", std::string(1, '\0')},
+                      {"%", std::nullopt},    {"a%4", std::nullopt},    {"%4g", std::nullopt},
+                      {"%%41", std::nullopt}, {"%u0041", std::nullopt}, {"", ""}};
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.text);
+    EXPECT_EQ(DecodePath(row.text), row.path);
+  }
+}
+
+TEST(PLXFormsPath, NormalizesAsRFC3986) {
+  struct Row {
+    char const* path;
+    char const* normal;
+  };
+  Row const rows[] = {{"", "/"},
+                      {"/", "/"},
+                      {"a", "/a"},
+                      {"/a/b", "/a/b"},
+                      {"/a/b/", "/a/b/"},
+                      {"//a///b//", "/a/b/"},
+                      {"/./a/./b/.", "/a/b/"},
+                      {"/a/b/../c", "/a/c"},
+                      {"/a/b/..", "/a/"},
+                      {"/a/../..", "/"},
+                      {"/../../etc/passwd", "/etc/passwd"},
+                      {"/a/b/c/./../../g", "/a/g"},
+                      {"/.../..a/b..", "/.../..a/b.."},
+                      {"/a//../b", "/b"}};
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.path);
+    EXPECT_EQ(NormalizePath(row.path), row.normal);
+    EXPECT_EQ(NormalizePath(row.normal), row.normal);
+  }
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "PLXServer.h"
+#include "PLXServerPages.h"
+
+// What PLXServer's sources share among themselves.
+
+struct PLXServer::Generation {
+  explicit Generation(PLXConfiguration configuration_i);
+
+  PLXConfiguration const& Configuration() const { return sites.Configuration(); }
+  // Adds the configuration's headers where the answer has none of that name.
+  void AddHeaders(PLXResponse& response_io) const;
+
+  PLXSites sites;
+  std::vector<PLXNameValue> headers;
+};
+
+struct PLXServer::Plan {
+  enum class What { kAnswer, kFile, kPage, kAction, kAdministration };
+
+  void Refuse(int status_i, std::string_view sentence_i) {
+    what = What::kAnswer;
+    answer = ErrorPage(status_i, sentence_i);
+  }
+
+  std::shared_ptr<Generation const> generation;  // keeps site and region alive
+  PLXSite const* site = nullptr;
+  PLXRegion const* region = nullptr;
+  What what = What::kAnswer;
+  PLXResponse answer;          // kAnswer
+  std::filesystem::path file;  // kFile, kPage; of an action the place its path names
+  bool isDownload = false;     // kFile
+  std::string action;          // kAction
+  std::string scriptName;      // the path, encoded; the same for every spelling of one path
+  bool isIncluded = false;     // asked for by a page of this server that waits for it
+};
