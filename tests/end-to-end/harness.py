@@ -41,7 +41,7 @@ class Server:
         for name, text in (pages or {}).items():
             self.write(name, text)
         self.config = self.folder / "plxserver.conf"
-        self.settings, self.sections = settings, sections
+        self.settings, self.sections, self.stopping = settings, sections, False
         self.configure()
         if login:
             self.command("user", "set", login[0], input=login[1] + "\n")
@@ -108,12 +108,17 @@ class Server:
                 connection.sendall(data)
             return receive(connection, seconds)
 
+    def begin_stop(self):
+        self.stopping = True
+        self.process.send_signal(signal.SIGTERM)
+
     def alive(self):
         return self.process.poll() is None
 
     def stop(self):
         if self.alive():
-            self.process.send_signal(signal.SIGTERM)
+            if not self.stopping:
+                self.process.send_signal(signal.SIGTERM)
             try:
                 self.process.wait(40)
             except subprocess.TimeoutExpired:
@@ -158,19 +163,21 @@ class ServerCase(unittest.TestCase):
 
 
 class Origin:
-    """A real HTTP server (nginx or apache) that pages include from; started by the script of its name."""
+    """A real HTTP server (nginx or apache) that pages include from; its script serves as long as its input is open."""
 
     def __init__(self, kind):
-        self.script = SUPPORT / f"{kind}.sh"
         self.folder = Path(tempfile.mkdtemp(prefix=f"plx-{kind}."))
         self.folder.chmod(0o755)
         self.port = free_port()
-        subprocess.run([self.script, "start", self.folder, str(self.port)], check=True, timeout=60)
+        self.process = subprocess.Popen([SUPPORT / f"{kind}.sh", self.folder, str(self.port)], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE)
+        assert self.process.stdout.readline() == b"ready\n", f"{kind} did not start"
         self.url = f"http://127.0.0.1:{self.port}"
 
     def stop(self):
-        subprocess.run([self.script, "stop", self.folder], check=False, timeout=60)
-        shutil.rmtree(self.folder, ignore_errors=True)
+        self.process.stdin.close()
+        self.process.stdout.close()
+        self.process.wait(30)
 
 
 class Browser:

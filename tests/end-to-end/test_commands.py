@@ -57,7 +57,7 @@ class Commands(unittest.TestCase):
             port = taken.getsockname()[1]
             done = self.run_server(self.good.replace(":0", f":{port}"), "serve")
             self.assertEqual(done.returncode, 69)
-            self.assertIn(f"127.0.0.1:{port}", done.stderr)
+            self.assertIn(f"127.0.0.1 port {port}", done.stderr)
 
     def test_check_render_and_user(self):
         self.assertEqual(self.run_server(self.good, "check").returncode, 0)
@@ -68,7 +68,7 @@ class Commands(unittest.TestCase):
         self.assertNotEqual(self.run_server(self.good, "render", "/nothing.html").returncode, 0)
         self.assertEqual(self.run_server(self.good, "user", "set", "ada", input="secret\n").returncode, 0)
         self.assertIn("ada", self.run_server(self.good, "user", "list").stdout)
-        logins = (self.folder / "state" / "logins" / "server")
+        logins = (self.folder / "state" / "logins" / "server.logins")
         self.assertNotIn("secret", logins.read_text())
         self.assertEqual(logins.stat().st_mode & 0o777, 0o600)
         self.assertEqual(self.run_server(self.good, "user", "remove", "ada").returncode, 0)
@@ -108,7 +108,7 @@ class Life(unittest.TestCase):
         visitor = threading.Thread(target=lambda: texts.append(server.get("/page.html").text))
         visitor.start()
         self.assertTrue(entered.wait(20))
-        server.process.send_signal(signal.SIGTERM)
+        server.begin_stop()
         visitor.join(30)
         self.assertEqual(texts, ["slow but whole"])
         self.assertEqual(server.stop(), 0)
@@ -142,6 +142,9 @@ class Life(unittest.TestCase):
                         settings="trace = true")
         self.addCleanup(server.stop)
         server.request("GET", "/page.html", user=("ada", "tell-nobody"))
+        end = time.monotonic() + 20
+        while "MWtS" not in server.log("trace.log") and "PLX" not in server.log("trace.log") and time.monotonic() < end:
+            time.sleep(0.02)
         trace = server.log("trace.log")
         self.assertIn("MTag", trace)
         self.assertIn("MTPm", trace)

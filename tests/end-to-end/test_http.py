@@ -20,7 +20,7 @@ class Requests(ServerCase):
         "8bit.html": b"caf\xe9 \x00 &plxPath.q;",
         "broken.html": 'before <plxIncludeHTTP url="x',
         "auth.html": "[&plxCGI.REMOTE_USER;|&plxCGI.AUTH_TYPE;|&plxCGI.HTTP_AUTHORIZATION;]",
-        "many.html": "<plxFTP>" * 100000 + "end",
+        "many.html": "<plxPOP>" * 100000 + "end",
     }
     SETTINGS = "header-time = 2\nbody-time = 2\nbody-bytes = 1M"
 
@@ -153,7 +153,7 @@ class Requests(ServerCase):
 
 
 class Load(ServerCase):
-    PAGES = {"page.html": "<p>&plxPath.q;</p><plxFTP>", "file.txt": "x" * 1000}
+    PAGES = {"page.html": "<p>&plxPath.q;</p><plxPOP>", "file.txt": "x" * 1000}
 
     def test_wrk_meets_no_error(self):
         for path in ("page.html?q=1", "file.txt"):
