@@ -19,10 +19,10 @@ typedef std::int32_t PLXSInt32;
 // Names the request (or the page in flight) to the server; opaque to the module, never null.
 typedef void* PLXConnectionID;
 
-typedef PLXUInt32 (*PLXServerSupportFunctionPtr)(PLXConnectionID connID_i, PLXUInt32 code_i, void* a1, void* a2,
-                                                 void* a3, void* a4, void* a5);
-typedef PLXUInt32 (*PLXServerDatabaseFunctionPtr)(PLXConnectionID connID_i, PLXUInt32 code_i, void* a1, void* a2,
-                                                  void* a3, void* a4, void* a5, void* a6);
+typedef PLXUInt32 (*PLXServerSupportFunctionPtr)(PLXConnectionID connID_i, PLXUInt32 code_i, void* a1,
+                                                 void* a2, void* a3, void* a4, void* a5);
+typedef PLXUInt32 (*PLXServerDatabaseFunctionPtr)(PLXConnectionID connID_i, PLXUInt32 code_i, void* a1,
+                                                  void* a2, void* a3, void* a4, void* a5, void* a6);
 
 // What the server hands over with each event. The module reads it and never writes it.
 struct _PLXAPI_ModuleProcessingInfo {

@@ -255,9 +255,7 @@ PLXString& PLXString::AppendGrowing(void const* data_i, PLXUInt32 length_i) {
   std::memcpy(ChangeLength(Sum(length, length_i)) + length, data_i, length_i);
   return *this;
 }
-PLXString& PLXString::Append(char character_i) {
-  return Append(&character_i, 1);
-}
+PLXString& PLXString::Append(char character_i) { return Append(&character_i, 1); }
 PLXString& PLXString::Append(char const* cString_i) { return Append(cString_i, LengthOf(cString_i)); }
 PLXString& PLXString::Append(PLXString const& string_i) {
   return Append(string_i.GetCStringAccess(), string_i.GetLength());

@@ -175,8 +175,8 @@ struct PLXModuleHost::Connection::Slots {
     return result;
   }
 
-  // Hands the answers over whole or not at all: a module that gets 'MBtS' asks again with larger buffers, and what
-  // fitted keeps its size and its buffer untouched.
+  // Hands the answers over whole or not at all: a module that gets 'MBtS' asks again with larger buffers, and
+  // what fitted keeps its size and its buffer untouched.
   void Write(Call const& call_i, PLXUInt32 result_i) const {
     if (number != nullptr) StoreWord(number, call_i.number);
     for (unsigned index = 0; index < outCount; ++index) {

@@ -56,8 +56,9 @@ struct PLXResponse {
   std::string reason;  // empty: the standard text of the status
   std::vector<PLXNameValue> headers;
   std::string body;
-  // When a file is named, these bytes of it are sent in the body's place, from the I/O thread: a file behind a login,
-  // whose password was checked on a page thread, needs no memory and holds no thread while it is sent.
+  // When a file is named, these bytes of it are sent in the body's place, from the I/O thread: a file behind
+  // a login, whose password was checked on a page thread, needs no memory and holds no thread while it is
+  // sent.
   std::filesystem::path file;
   std::uint64_t fileOffset = 0;
   std::uint64_t fileLength = 0;
