@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/asio/redirect_error.hpp>
-#include <boost/asio/use_awaitable.hpp>
-#include <boost/asio/write.hpp>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/sendfile.h>

@@ -1,17 +1,12 @@
 #pragma once
 
-// clang-format off
-#include <utility>  // before Asio 1.74, which needs it and does not ask for it
-// clang-format on
-
-#include <boost/asio/awaitable.hpp>
-#include <boost/asio/ip/tcp.hpp>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
 
+#include "PLXAsio.h"
 #include "PLXConfiguration.h"
 #include "PLXHTTPMessage.h"
 #include "PLXRequest.h"

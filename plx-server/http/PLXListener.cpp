@@ -1,18 +1,6 @@
 #include "PLXListener.h"
 
-// clang-format off
-#include <utility>  // before Asio 1.74, which needs it and does not ask for it
-// clang-format on
-
 #include <algorithm>
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/redirect_error.hpp>
-#include <boost/asio/signal_set.hpp>
-#include <boost/asio/steady_timer.hpp>
-#include <boost/asio/thread_pool.hpp>
-#include <boost/asio/use_awaitable.hpp>
 #include <csignal>
 #include <map>
 #include <optional>
@@ -20,6 +8,7 @@
 #include <stdexcept>
 #include <sys/resource.h>
 
+#include "PLXAsio.h"
 #include "PLXClientAddress.h"
 #include "PLXConnection.h"
 #include "PLXHTTPMessage.h"

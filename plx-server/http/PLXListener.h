@@ -60,8 +60,8 @@ struct PLXListenerStatus {
 // HTTP/1.0 and 1.1 on one address: one I/O thread with a coroutine per connection, a bounded pool of page
 // threads behind it, a small pool of its own for the administration. Slow and idle clients cost no thread.
 // What is no clear HTTP (conflicting lengths, bare line feeds, no Host in 1.1, a NUL or line break in a
-// decoded path, an escape that is none) is refused with 400; limits as in PLXLimits. The HTTP library is seen
-// by the one source behind this header.
+// decoded path, an escape that is none) is refused with 400; limits as in PLXLimits. The network
+// library is seen by PLXListener and PLXConnection alone, the HTTP library by PLXHTTPMessage.
 class PLXListener {
  public:
   // Binds at once. Throws std::runtime_error with a sentence when the address is not to be had.
@@ -74,7 +74,8 @@ class PLXListener {
 
   // Serves until Stop, on this thread, and returns when the last answer is out or the time to stop has
   // passed. SIGTERM and SIGINT stop it (a second one ends at once), SIGHUP calls `reload_i`, on the I/O
-  // thread.
+  // thread. The whole process ignores SIGPIPE from then on. When pages still run afterwards (busyPageThreads
+  // of Status), they go on using the handler: the process then ends by _Exit, or waits for them.
   void Run(std::function<void()> const& reload_i);
   // Refuses new clients, closes idle ones, lets pages in flight finish. Any thread.
   void Stop();

@@ -6,7 +6,6 @@
 #include <iterator>
 #include <optional>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "PLXASCII.h"
 
