@@ -24,7 +24,7 @@ constexpr std::size_t kInputs = 256;  // more than a branch predictor learns by 
 // point. Divisors are a quarter as long, so that quotients fill the number.
 template <int kLength>
 struct Inputs {
-  static constexpr int kScale = kLength / 2;
+  static constexpr int kScale = kLength == PLXNumber::DefaultLength ? PLXNumber::DefaultScale : kLength / 2;
 
   Inputs() {
     std::mt19937 random(kLength);
@@ -150,24 +150,56 @@ void BM_Number_CppDecFloat(benchmark::State& state_io) {
   });
 }
 
-// A running total, the commonest use: nothing is allocated.
+// In place nothing is allocated, as in a running total. Each factor is followed by its inverse, so that a
+// running product keeps its size.
+struct AddInPlace {
+  template <typename T>
+  static void To(T& value_io, T const& operand_i) {
+    value_io += operand_i;
+  }
+};
+struct MultiplyInPlace {
+  template <typename T>
+  static void To(T& value_io, T const& operand_i) {
+    value_io *= operand_i;
+  }
+};
+struct DivideInPlace {
+  template <typename T>
+  static void To(T& value_io, T const& operand_i) {
+    value_io /= operand_i;
+  }
+};
+
 template <int kLength>
-void BM_NumberAddInPlace(benchmark::State& state_io) {
-  auto const right = MakeNumbers<kLength>(GetInputs<kLength>().quarter);
-  PLXNumber total(kLength, Inputs<kLength>::kScale, "0");
-  Run(state_io, right, right, [&](PLXNumber const& number_i, PLXNumber const&) {
-    total += number_i;
-    benchmark::DoNotOptimize(total);
+std::vector<std::string> MakeFactors() {
+  constexpr int kScale = Inputs<kLength>::kScale;
+  std::vector<std::string> factors;
+  for (std::string const& digits : GetInputs<kLength>().quarter) {
+    if (factors.size() == kInputs) break;
+    factors.push_back("1." + digits.substr(digits.find('.') + 1));
+    factors.push_back((1 / Peer<kLength>(factors.back())).str(kScale, std::ios_base::fixed));
+  }
+  return factors;
+}
+
+template <int kLength, typename Operation>
+void BM_Number_InPlace(benchmark::State& state_io) {
+  auto const operands = MakeNumbers<kLength>(MakeFactors<kLength>());
+  PLXNumber value(kLength, Inputs<kLength>::kScale, PLXString(GetInputs<kLength>().half[0].c_str()));
+  Run(state_io, operands, operands, [&](PLXNumber const& operand_i, PLXNumber const&) {
+    Operation::To(value, operand_i);
+    benchmark::DoNotOptimize(value);
   });
 }
 
-template <int kLength>
-void BM_NumberAddInPlace_CppDecFloat(benchmark::State& state_io) {
-  auto const right = MakePeers<kLength>(GetInputs<kLength>().quarter);
-  Peer<kLength> total = 0;
-  Run(state_io, right, right, [&](Peer<kLength> const& number_i, Peer<kLength> const&) {
-    total += number_i;
-    benchmark::DoNotOptimize(total);
+template <int kLength, typename Operation>
+void BM_Number_InPlace_CppDecFloat(benchmark::State& state_io) {
+  auto const operands = MakePeers<kLength>(MakeFactors<kLength>());
+  Peer<kLength> value(GetInputs<kLength>().half[0]);
+  Run(state_io, operands, operands, [&](Peer<kLength> const& operand_i, Peer<kLength> const&) {
+    Operation::To(value, operand_i);
+    benchmark::DoNotOptimize(value);
   });
 }
 
@@ -192,10 +224,18 @@ BENCHMARK(BM_NumberPrint<38>);
 BENCHMARK(BM_NumberPrint_CppDecFloat<38>);
 BENCHMARK(BM_NumberPrint<100>);
 BENCHMARK(BM_NumberPrint_CppDecFloat<100>);
-BENCHMARK(BM_NumberAddInPlace<38>);
-BENCHMARK(BM_NumberAddInPlace_CppDecFloat<38>);
-BENCHMARK(BM_NumberAddInPlace<100>);
-BENCHMARK(BM_NumberAddInPlace_CppDecFloat<100>);
+BENCHMARK(BM_Number_InPlace<38, AddInPlace>);
+BENCHMARK(BM_Number_InPlace_CppDecFloat<38, AddInPlace>);
+BENCHMARK(BM_Number_InPlace<100, AddInPlace>);
+BENCHMARK(BM_Number_InPlace_CppDecFloat<100, AddInPlace>);
+BENCHMARK(BM_Number_InPlace<38, MultiplyInPlace>);
+BENCHMARK(BM_Number_InPlace_CppDecFloat<38, MultiplyInPlace>);
+BENCHMARK(BM_Number_InPlace<100, MultiplyInPlace>);
+BENCHMARK(BM_Number_InPlace_CppDecFloat<100, MultiplyInPlace>);
+BENCHMARK(BM_Number_InPlace<38, DivideInPlace>);
+BENCHMARK(BM_Number_InPlace_CppDecFloat<38, DivideInPlace>);
+BENCHMARK(BM_Number_InPlace<100, DivideInPlace>);
+BENCHMARK(BM_Number_InPlace_CppDecFloat<100, DivideInPlace>);
 BENCHMARK(BM_Number<38, Sum>);
 BENCHMARK(BM_Number_CppDecFloat<38, Sum>);
 BENCHMARK(BM_Number<100, Sum>);

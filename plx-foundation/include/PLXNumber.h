@@ -7,7 +7,8 @@
 #include "PLXString.h"
 #include "PLXTypes.h"
 
-struct PLXDecimal;  // a value unpacked for calculation; src/PLXDecimal.h
+struct PLXDecimal;  // values unpacked for calculation; src/PLXDecimal.h
+struct PLXDecimalView;
 
 // The integer types that a number takes part with directly. Characters and truth values are not numbers, and
 // wider integers are converted by whoever has them.
@@ -256,15 +257,16 @@ class PLXNumber : public PLXObject {
   // Null, in the shape of an operator's result.
   static PLXNumber WithShapeOf(PLXNumber const& left_i, PLXNumber const& right_i);
   static PLXNumber WithRemainderShapeOf(PLXNumber const& left_i, PLXNumber const& right_i);
-  typedef void (*Operation)(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXSInt32 scale_i,
-                            PLXDecimal& result_o);
+  // What an operation does with values; PLXNumberArithmetic.cpp.
+  struct Sum;
+  struct Difference;
+  struct Product;
+  struct Quotient;
+  struct Remainder;
   // Gives result_io the operation's result in its shape, null for a null operand. False, nothing changed,
-  // after Overflow Number. Operands may be the result.
-  static bool Calculate(Operation operation_i, PLXNumber const& left_i, PLXNumber const& right_i,
-                        PLXNumber& result_io);
-  // The same for a division, which may also end in Divide By Zero.
-  static bool CalculateQuotient(Operation operation_i, PLXNumber const& left_i, PLXNumber const& right_i,
-                                PLXNumber& result_io);
+  // after Overflow Number; k_infinity after Divide By Zero. Operands may be the result.
+  template <typename Operation>
+  static bool Calculate(PLXNumber const& left_i, PLXNumber const& right_i, PLXNumber& result_io);
 
   bool AssignCharacters(char const* text_i, PLXUInt32 length_i);
   void AssignInteger(std::int64_t value_i);
@@ -273,9 +275,11 @@ class PLXNumber : public PLXObject {
   int CompareInteger(std::int64_t value_i) const noexcept;
   std::partial_ordering CompareDouble(double value_i) const noexcept;
 
-  void Decode(PLXDecimal& value_o) const noexcept;
+  PLXDecimalView View() const noexcept;  // until the value changes; not of null
   void Encode(PLXDecimal const& value_i);
-  bool Store(PLXDecimal& value_io);
+  // Fits the value into the shape. False, the number unchanged, after Overflow Number.
+  static constexpr PLXSInt32 kUnlimitedScale = 0x7FFFFFFF;
+  bool Store(PLXDecimal& value_io, PLXSInt32 finestScale_i = kUnlimitedScale);
   bool StoreOrNull(PLXDecimal& value_io);
 
   PLXString myValue;  // empty: null; else one byte of sign and exponent, then the limbs of src/PLXDecimal.h

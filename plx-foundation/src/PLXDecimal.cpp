@@ -1,8 +1,10 @@
 #include "PLXDecimal.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 // Multiplication is the schoolbook's, a column at a time in 128 bits; division is Knuth's algorithm D in base
 // 10^18. Both divide 128 bits by 64 all the time, which no compiler does well, so that goes by multiplication
@@ -73,15 +75,19 @@ constexpr Limb kPowersOfTen[kDigitsPerLimb + 1] = {1,
                                                    100'000'000'000'000'000,
                                                    1'000'000'000'000'000'000};
 
+template <int... kPowers>
+constexpr std::array<Reciprocal, sizeof...(kPowers)> MakeReciprocals(std::integer_sequence<int, kPowers...>) {
+  return {Reciprocal(kPowersOfTen[kPowers])...};
+}
+constexpr auto kByPowersOfTen = MakeReciprocals(std::make_integer_sequence<int, kDigitsPerLimb>());
+
 int CountDigits(Limb limb_i) {
   int digits = 1;
   while (digits < kDigitsPerLimb && limb_i >= kPowersOfTen[digits]) ++digits;
   return digits;
 }
 
-void CopyLimbs(Limb* to_o, Limb const* from_i, int count_i) {
-  if (count_i > 0) std::memmove(to_o, from_i, static_cast<std::size_t>(count_i) * sizeof(Limb));
-}
+void CopyLimbs(Limb* to_o, Limb const* from_i, int count_i) { PLXLimbs(from_i).Copy(to_o, 0, count_i); }
 
 void ClearLimbs(Limb* limbs_o, int count_i) {
   if (count_i > 0) std::memset(limbs_o, 0, static_cast<std::size_t>(count_i) * sizeof(Limb));
@@ -89,35 +95,40 @@ void ClearLimbs(Limb* limbs_o, int count_i) {
 
 // Copies a value's limbs with `fraction_i` of them behind the point, zeros in front of the lowest; returns
 // how many.
-int Align(PLXDecimal const& value_i, int fraction_i, Limb* limbs_o) {
+int Align(PLXDecimalView const& value_i, int fraction_i, Limb* limbs_o) {
   int const added = fraction_i - value_i.fraction;
   ClearLimbs(limbs_o, added);
-  CopyLimbs(limbs_o + added, value_i.limbs, value_i.count);
+  value_i.limbs.Copy(limbs_o + added, 0, value_i.count);
   return value_i.count + added;
 }
 
-void AddMagnitudes(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXDecimal& sum_o) {
+void AddMagnitudes(PLXDecimalView const& left_i, PLXDecimalView const& right_i, PLXDecimal& sum_o) {
   // `finer` reaches at least as far behind the point; its lowest limbs are the sum's.
   bool const swap = left_i.fraction < right_i.fraction;
-  PLXDecimal const& finer = swap ? right_i : left_i;
-  PLXDecimal const& coarser = swap ? left_i : right_i;
+  PLXDecimalView const& finer = swap ? right_i : left_i;
+  PLXDecimalView const& coarser = swap ? left_i : right_i;
   int const offset = finer.fraction - coarser.fraction;
-  int const count = std::max(finer.count, coarser.count + offset);
+  int const coarserEnd = coarser.count + offset;
+  int const count = std::max(finer.count, coarserEnd);
+  int index = 0;
+  for (; index < offset; ++index) sum_o.limbs[index] = index < finer.count ? finer.limbs[index] : 0;
   Limb carry = 0;
-  for (int index = 0; index < count; ++index) {
-    Limb sum = carry;
-    if (index < finer.count) sum += finer.limbs[index];
-    if (index >= offset && index - offset < coarser.count) sum += coarser.limbs[index - offset];
-    carry = sum >= kBase ? 1 : 0;
-    sum_o.limbs[index] = sum - (carry != 0 ? kBase : 0);
-  }
+  auto const put = [&](Limb sum_i) {
+    carry = sum_i >= kBase ? 1 : 0;
+    sum_o.limbs[index] = sum_i - (carry != 0 ? kBase : 0);
+  };
+  int const common = std::min(finer.count, coarserEnd);
+  for (; index < common; ++index) put(finer.limbs[index] + coarser.limbs[index - offset] + carry);
+  for (; index < finer.count; ++index) put(finer.limbs[index] + carry);
+  for (; index < coarserEnd; ++index) put(coarser.limbs[index - offset] + carry);
   sum_o.limbs[count] = carry;
   sum_o.count = count + (carry != 0 ? 1 : 0);
   sum_o.fraction = finer.fraction;
 }
 
 // Requires: left_i is not the smaller.
-void SubtractMagnitudes(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXDecimal& difference_o) {
+void SubtractMagnitudes(PLXDecimalView const& left_i, PLXDecimalView const& right_i,
+                        PLXDecimal& difference_o) {
   int const fraction = std::max(left_i.fraction, right_i.fraction);
   int const leftOffset = fraction - left_i.fraction;
   int const rightOffset = fraction - right_i.fraction;
@@ -135,7 +146,8 @@ void SubtractMagnitudes(PLXDecimal const& left_i, PLXDecimal const& right_i, PLX
   difference_o.fraction = fraction;
 }
 
-void AddSigned(PLXDecimal const& left_i, PLXDecimal const& right_i, bool rightNegative_i, PLXDecimal& sum_o) {
+void AddSigned(PLXDecimalView const& left_i, PLXDecimalView const& right_i, bool rightNegative_i,
+               PLXDecimal& sum_o) {
   sum_o.negative = left_i.negative;
   if (left_i.negative == rightNegative_i) {
     AddMagnitudes(left_i, right_i, sum_o);
@@ -168,15 +180,20 @@ Limb MultiplyByLimb(Limb* limbs_io, int count_i, Limb factor_i) {
 
 // Takes factor_i x divisor from the limbs; returns what had to be borrowed from the limb above.
 Limb SubtractMultiple(Limb* limbs_io, Limb const* divisor_i, int count_i, Limb factor_i) {
-  Limb carry = 0;
+  Limb quotient = 0;  // of the product one limb below, by the base
+  Limb borrow = 0;
   for (int index = 0; index < count_i; ++index) {
     Limb product;
-    carry = kByBase.Divide(UInt128{factor_i} * divisor_i[index] + carry, product);
+    Limb const next = kByBase.Divide(UInt128{factor_i} * divisor_i[index], product);
+    product += quotient + borrow;
+    borrow = product >= kBase ? 1 : 0;
+    product -= borrow != 0 ? kBase : 0;
     Limb const before = limbs_io[index];
     limbs_io[index] = before - product + (before < product ? kBase : 0);
-    if (before < product) ++carry;
+    if (before < product) ++borrow;
+    quotient = next;
   }
-  return carry;
+  return quotient + borrow;
 }
 
 void AddBack(Limb* limbs_io, Limb const* divisor_i, int count_i) {
@@ -192,8 +209,7 @@ void AddBack(Limb* limbs_io, Limb const* divisor_i, int count_i) {
 // Divides integers of limbs. The dividend has room for one limb more and becomes the remainder, in
 // `divisorCount_i` limbs; the quotient has count_i - divisorCount_i + 1 limbs. Requires: divisorCount_i <=
 // count_i, a divisor whose highest limb is not zero.
-void DivideLimbs(Limb* dividend_io, int count_i, Limb const* divisor_i, int divisorCount_i,
-                 Limb* quotient_o) {
+void DivideLimbs(Limb* dividend_io, int count_i, PLXLimbs divisor_i, int divisorCount_i, Limb* quotient_o) {
   if (divisorCount_i == 1) {
     CopyLimbs(quotient_o, dividend_io, count_i);
     dividend_io[0] = DivideByLimb(quotient_o, count_i, divisor_i[0]);
@@ -202,7 +218,7 @@ void DivideLimbs(Limb* dividend_io, int count_i, Limb const* divisor_i, int divi
   // Scaled so that the divisor's highest limb is at least half the base: then a guess from the highest limbs
   // is at most two too large.
   Limb divisor[PLXDecimal::kCapacity];
-  CopyLimbs(divisor, divisor_i, divisorCount_i);
+  divisor_i.Copy(divisor, 0, divisorCount_i);
   Limb const scale = kBase / (divisor_i[divisorCount_i - 1] + 1);
   MultiplyByLimb(divisor, divisorCount_i, scale);
   dividend_io[count_i] = MultiplyByLimb(dividend_io, count_i, scale);
@@ -242,6 +258,11 @@ PLXDecimal& PLXDecimal::operator=(PLXDecimal const& other_i) noexcept {
   return *this;
 }
 
+PLXDecimal::PLXDecimal(PLXDecimalView const& value_i) noexcept
+    : negative(value_i.negative), count(value_i.count), fraction(value_i.fraction) {
+  value_i.limbs.Copy(limbs, 0, count);
+}
+
 PLXDecimal::PLXDecimal(std::int64_t value_i) noexcept : negative(value_i < 0) {
   std::uint64_t magnitude = static_cast<std::uint64_t>(value_i);
   if (negative) magnitude = 0 - magnitude;
@@ -270,34 +291,36 @@ void PLXDecimal::Normalize() noexcept {
 void PLXDecimal::Round(int digits_i) noexcept {
   int const dropped = fraction * kDigitsPerLimb - digits_i;
   if (dropped <= 0) return;
-  int const limb = dropped / kDigitsPerLimb;  // the limb that keeps some of its digits, or all
+  int const whole = dropped / kDigitsPerLimb;  // limbs that go; the next keeps some of its digits, or all
   int const within = dropped % kDigitsPerLimb;
-  if (limb > count || (limb == count && within > 0)) {
+  if (whole > count || (whole == count && within > 0)) {
     count = 0;
     Normalize();
     return;
   }
-  if (limb == count) limbs[count++] = 0;
-  bool roundUp;
+  if (whole == count) limbs[count++] = 0;
   Limb const unit = kPowersOfTen[within];
-  if (within > 0) {
-    Limb const rest = limbs[limb] % unit;
-    limbs[limb] -= rest;
-    roundUp = rest >= unit / 2;
-  } else {
-    roundUp = limbs[limb - 1] >= kBase / 2;
-  }
-  ClearLimbs(limbs, limb);
-  if (roundUp) {
-    int index = limb;
-    limbs[index] += unit;
-    while (limbs[index] >= kBase) {
-      limbs[index++] -= kBase;
-      if (index == count) limbs[count++] = 0;
-      ++limbs[index];
-    }
-  }
+  Limb rest = 0;
+  if (within > 0) kByPowersOfTen[static_cast<std::size_t>(within)].Divide(limbs[whole], rest);
+  bool const up = within > 0 ? rest >= unit / 2 : limbs[whole - 1] >= kBase / 2;
+  limbs[whole] -= rest;
+  // Before the point a limb that goes leaves a zero.
+  int const removed = std::min(whole, fraction);
+  for (int index = removed; index < whole; ++index) limbs[index] = 0;
+  count -= removed;
+  fraction -= removed;
+  if (removed > 0) CopyLimbs(limbs, limbs + removed, count);
+  if (up) AddToLimb(whole - removed, unit);
   Normalize();
+}
+
+void PLXDecimal::AddToLimb(int index_i, std::uint64_t unit_i) noexcept {
+  limbs[index_i] += unit_i;
+  while (limbs[index_i] >= kBase) {
+    limbs[index_i++] -= kBase;
+    if (index_i == count) limbs[count++] = 0;
+    ++limbs[index_i];
+  }
 }
 
 void PLXDecimal::CutFraction() noexcept { CutFractionToLimbs(0); }
@@ -311,7 +334,7 @@ void PLXDecimal::CutFractionToLimbs(int limbs_i) noexcept {
   Normalize();
 }
 
-int CompareMagnitudes(PLXDecimal const& left_i, PLXDecimal const& right_i) noexcept {
+int CompareMagnitudes(PLXDecimalView const& left_i, PLXDecimalView const& right_i) noexcept {
   int const leftPlaces = left_i.count - left_i.fraction;
   int const rightPlaces = right_i.count - right_i.fraction;
   if (left_i.IsZero() || right_i.IsZero()) return (left_i.IsZero() ? 0 : 1) - (right_i.IsZero() ? 0 : 1);
@@ -326,38 +349,48 @@ int CompareMagnitudes(PLXDecimal const& left_i, PLXDecimal const& right_i) noexc
   return left_i.count == right_i.count ? 0 : (left_i.count < right_i.count ? -1 : 1);
 }
 
-int CompareValues(PLXDecimal const& left_i, PLXDecimal const& right_i) noexcept {
+int CompareValues(PLXDecimalView const& left_i, PLXDecimalView const& right_i) noexcept {
   if (left_i.negative != right_i.negative) return left_i.negative ? -1 : 1;
   int const order = CompareMagnitudes(left_i, right_i);
   return left_i.negative ? -order : order;
 }
 
-void AddValues(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXDecimal& sum_o) noexcept {
+void AddValues(PLXDecimalView const& left_i, PLXDecimalView const& right_i, PLXDecimal& sum_o) noexcept {
   AddSigned(left_i, right_i, right_i.negative, sum_o);
 }
 
-void SubtractValues(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXDecimal& difference_o) noexcept {
+void SubtractValues(PLXDecimalView const& left_i, PLXDecimalView const& right_i,
+                    PLXDecimal& difference_o) noexcept {
   AddSigned(left_i, right_i, !right_i.negative, difference_o);
 }
 
-void MultiplyValues(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXDecimal& product_o) noexcept {
+void MultiplyValues(PLXDecimalView const& left_i, PLXDecimalView const& right_i,
+                    PLXDecimal& product_o) noexcept {
   product_o.negative = left_i.negative != right_i.negative;
   product_o.fraction = left_i.fraction + right_i.fraction;
   product_o.count = left_i.count + right_i.count;
-  // A column holds at most kLongestFactor products below 10^36 and a carry below 2^64, well within 128 bits.
+  // A column holds at most kLongestFactor products below 10^36, so its quotient by the base is at most 1.6 x
+  // 10^19 and fits a limb with what is added below. Dividing a column before its carry comes in keeps the
+  // divisions independent of each other; only the short one of the limb waits for the column before.
+  Limb quotient = 0;
   Limb carry = 0;
   for (int column = 0; column < product_o.count; ++column) {
-    UInt128 sum = carry;
+    UInt128 sum = 0;
     int const first = std::max(0, column - right_i.count + 1);
     int const last = std::min(column, left_i.count - 1);
     for (int index = first; index <= last; ++index)
       sum += UInt128{left_i.limbs[index]} * right_i.limbs[column - index];
-    carry = kByBase.Divide(sum, product_o.limbs[column]);
+    Limb limb;
+    Limb const next = kByBase.Divide(sum, limb);
+    limb += quotient + carry;
+    carry = limb / kBase;
+    product_o.limbs[column] = limb - carry * kBase;
+    quotient = next;
   }
   product_o.Normalize();
 }
 
-void DivideValues(PLXDecimal const& dividend_i, PLXDecimal const& divisor_i, int fractionLimbs_i,
+void DivideValues(PLXDecimalView const& dividend_i, PLXDecimalView const& divisor_i, int fractionLimbs_i,
                   PLXDecimal& quotient_o) noexcept {
   // dividend / divisor with the point moved: an integer division whose quotient has the limbs asked for
   // behind the point. A negative shift drops limbs of the dividend that cannot reach the quotient.
@@ -365,8 +398,7 @@ void DivideValues(PLXDecimal const& dividend_i, PLXDecimal const& divisor_i, int
   Limb dividend[2 * PLXDecimal::kCapacity];
   int const count = std::max(dividend_i.count + shift, 0);
   ClearLimbs(dividend, shift);
-  CopyLimbs(dividend + std::max(shift, 0), dividend_i.limbs + std::max(-shift, 0),
-            count - std::max(shift, 0));
+  dividend_i.limbs.Copy(dividend + std::max(shift, 0), std::max(-shift, 0), count - std::max(shift, 0));
   quotient_o.negative = dividend_i.negative != divisor_i.negative;
   quotient_o.fraction = fractionLimbs_i;
   quotient_o.count = std::max(count - divisor_i.count + 1, 0);
@@ -374,8 +406,8 @@ void DivideValues(PLXDecimal const& dividend_i, PLXDecimal const& divisor_i, int
   quotient_o.Normalize();
 }
 
-void DivideToInteger(PLXDecimal const& dividend_i, PLXDecimal const& divisor_i, PLXDecimal& quotient_o,
-                     PLXDecimal& remainder_o) noexcept {
+void DivideToInteger(PLXDecimalView const& dividend_i, PLXDecimalView const& divisor_i,
+                     PLXDecimal& quotient_o, PLXDecimal& remainder_o) noexcept {
   int const fraction = std::max(dividend_i.fraction, divisor_i.fraction);
   Limb divisor[PLXDecimal::kCapacity];
   int const divisorCount = Align(divisor_i, fraction, divisor);
@@ -383,7 +415,8 @@ void DivideToInteger(PLXDecimal const& dividend_i, PLXDecimal const& divisor_i, 
   quotient_o.negative = dividend_i.negative != divisor_i.negative;
   quotient_o.fraction = 0;
   quotient_o.count = std::max(count - divisorCount + 1, 0);
-  if (quotient_o.count > 0) DivideLimbs(remainder_o.limbs, count, divisor, divisorCount, quotient_o.limbs);
+  if (quotient_o.count > 0)
+    DivideLimbs(remainder_o.limbs, count, PLXLimbs(divisor), divisorCount, quotient_o.limbs);
   quotient_o.Normalize();
   remainder_o.negative = dividend_i.negative;
   remainder_o.fraction = fraction;

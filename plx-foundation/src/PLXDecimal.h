@@ -1,6 +1,42 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+
+// Limbs where they stand, which in a number's string is at any address.
+class PLXLimbs {
+ public:
+  explicit PLXLimbs(void const* address_i) noexcept : myAddress(static_cast<char const*>(address_i)) {}
+  std::uint64_t operator[](int index_i) const noexcept {
+    std::uint64_t limb;
+    std::memcpy(&limb, myAddress + index_i * std::ptrdiff_t{sizeof limb}, sizeof limb);
+    return limb;
+  }
+  // Copies `count_i` limbs, none when that is negative, from the one at `first_i`, upward: the target may
+  // overlap from below. Goes limb by limb, because a wide load of limbs that were just written one by one
+  // waits for all of them to reach memory, and that costs more than the calculation.
+  void Copy(void* to_o, int first_i, int count_i) const noexcept {
+    constexpr std::ptrdiff_t kSize = sizeof(std::uint64_t);
+    for (int index = 0; index < count_i; ++index) {
+      std::uint64_t const limb = (*this)[first_i + index];
+      std::memcpy(static_cast<char*>(to_o) + index * kSize, &limb, kSize);
+      asm volatile("" ::: "memory");  // keeps the compiler from making this one memmove
+    }
+  }
+
+ private:
+  char const* myAddress;
+};
+
+// A value in normal form that stands elsewhere and outlives the view; see PLXDecimal.
+struct PLXDecimalView {
+  bool IsZero() const noexcept { return count == 0; }
+
+  bool negative;
+  int count;
+  int fraction;
+  PLXLimbs limbs;
+};
 
 // A decimal value unpacked on the stack, where PLXNumber calculates.
 //
@@ -22,12 +58,17 @@ struct PLXDecimal {
 
   PLXDecimal() noexcept {}  // zero
   PLXDecimal(PLXDecimal const& other_i) noexcept { *this = other_i; }
+  explicit PLXDecimal(PLXDecimalView const& value_i) noexcept;
   PLXDecimal& operator=(PLXDecimal const& other_i) noexcept;
   explicit PLXDecimal(std::int64_t value_i) noexcept;
 
+  operator PLXDecimalView() const noexcept { return {negative, count, fraction, PLXLimbs(limbs)}; }
   bool IsZero() const noexcept { return count == 0; }
   // Digits before the point.
   int CountIntegralDigits() const noexcept;
+  bool FitsIntegralDigits(int places_i) const noexcept {
+    return (count - fraction) * kDigitsPerLimb <= places_i || CountIntegralDigits() <= places_i;
+  }
   // Restores the normal form after the limbs were written.
   void Normalize() noexcept;
   // Rounds half away from zero to `digits_i` behind the point; negative digits are before it.
@@ -36,6 +77,9 @@ struct PLXDecimal {
   // Keeps `limbs_i` limbs behind the point.
   void CutFractionToLimbs(int limbs_i) noexcept;
 
+  // Adds to one limb and carries; count grows where the carry leaves the highest.
+  void AddToLimb(int index_i, std::uint64_t unit_i) noexcept;
+
   bool negative = false;
   int count = 0;
   int fraction = 0;
@@ -43,20 +87,22 @@ struct PLXDecimal {
 };
 
 // -1, 0 or 1.
-int CompareMagnitudes(PLXDecimal const& left_i, PLXDecimal const& right_i) noexcept;
-int CompareValues(PLXDecimal const& left_i, PLXDecimal const& right_i) noexcept;
+int CompareMagnitudes(PLXDecimalView const& left_i, PLXDecimalView const& right_i) noexcept;
+int CompareValues(PLXDecimalView const& left_i, PLXDecimalView const& right_i) noexcept;
 
 // Outputs are other objects than inputs.
-void AddValues(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXDecimal& sum_o) noexcept;
-void SubtractValues(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXDecimal& difference_o) noexcept;
+void AddValues(PLXDecimalView const& left_i, PLXDecimalView const& right_i, PLXDecimal& sum_o) noexcept;
+void SubtractValues(PLXDecimalView const& left_i, PLXDecimalView const& right_i,
+                    PLXDecimal& difference_o) noexcept;
 // Requires: factors of at most kLongestFactor limbs, their leading zeros behind the point counted.
-void MultiplyValues(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXDecimal& product_o) noexcept;
+void MultiplyValues(PLXDecimalView const& left_i, PLXDecimalView const& right_i,
+                    PLXDecimal& product_o) noexcept;
 // The quotient cut after `fractionLimbs_i` limbs behind the point. Requires: a divisor that is not zero.
-void DivideValues(PLXDecimal const& dividend_i, PLXDecimal const& divisor_i, int fractionLimbs_i,
+void DivideValues(PLXDecimalView const& dividend_i, PLXDecimalView const& divisor_i, int fractionLimbs_i,
                   PLXDecimal& quotient_o) noexcept;
 // The quotient cut to an integer and dividend - quotient * divisor. Requires: a divisor that is not zero.
-void DivideToInteger(PLXDecimal const& dividend_i, PLXDecimal const& divisor_i, PLXDecimal& quotient_o,
-                     PLXDecimal& remainder_o) noexcept;
+void DivideToInteger(PLXDecimalView const& dividend_i, PLXDecimalView const& divisor_i,
+                     PLXDecimal& quotient_o, PLXDecimal& remainder_o) noexcept;
 
 // How reading a text ended.
 enum class PLXDecimalText { kValue, kNothing, kSecondPoint, kTooManyDigits, kSignBehind, kNotADigit };

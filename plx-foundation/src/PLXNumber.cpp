@@ -129,26 +129,23 @@ PLXNumber const& PLXNumber::k_infinity = Constants::infinity.value;
 
 // ---- Packing ----
 
-void PLXNumber::Decode(PLXDecimal& value_o) const noexcept {
+PLXDecimalView PLXNumber::View() const noexcept {
   char const* const text = myValue.GetCStringAccess();
   unsigned char const head = static_cast<unsigned char>(text[0]);
-  PLXUInt32 const size = myValue.GetLength() - 1;
-  value_o.negative = (head & kSignBit) != 0;
-  value_o.fraction = head & ~kSignBit;
-  value_o.count = static_cast<int>(size / kLimbSize);
-  std::memcpy(value_o.limbs, text + 1, size);
+  return {(head & kSignBit) != 0, static_cast<int>((myValue.GetLength() - 1) / kLimbSize), head & ~kSignBit,
+          PLXLimbs(text + 1)};
 }
 
 void PLXNumber::Encode(PLXDecimal const& value_i) {
   PLXUInt32 const size = static_cast<PLXUInt32>(value_i.count) * kLimbSize;
   char* const text = myValue.ReserveLength(1 + size);
   text[0] = static_cast<char>(value_i.fraction | (value_i.negative ? kSignBit : 0));
-  std::memcpy(text + 1, value_i.limbs, size);
+  PLXLimbs(value_i.limbs).Copy(text + 1, 0, value_i.count);
 }
 
-bool PLXNumber::Store(PLXDecimal& value_io) {
-  value_io.Round(myScale);
-  if (value_io.CountIntegralDigits() > myLength - myScale) {
+bool PLXNumber::Store(PLXDecimal& value_io, PLXSInt32 finestScale_i) {
+  if (finestScale_i > myScale) value_io.Round(myScale);
+  if (!value_io.FitsIntegralDigits(myLength - myScale)) {
     HandleNumberError(kPLXNumberError_OverflowNumber);
     return false;
   }
@@ -246,8 +243,7 @@ bool PLXNumber::SetLengthAndScale(PLXSInt32 length_i, PLXSInt32 scale_i) {
     return false;
   }
   if (IsNotNull()) {
-    PLXDecimal value;
-    Decode(value);
+    PLXDecimal value(View());
     value.Round(scale);
     if (value.CountIntegralDigits() > length - scale) {
       HandleNumberError(kPLXNumberError_OverflowNumber);
@@ -284,27 +280,17 @@ PLXUInt32 PLXNumber::CompareValue(PLXNumber const& other_i) const noexcept {
 
 PLXUInt32 PLXNumber::CompareAbsValue(PLXNumber const& other_i) const noexcept {
   if (IsNull() || other_i.IsNull()) return GetComparisonCode(Compare(other_i));
-  PLXDecimal left;
-  PLXDecimal right;
-  Decode(left);
-  other_i.Decode(right);
-  return GetComparisonCode(CompareMagnitudes(left, right));
+  return GetComparisonCode(CompareMagnitudes(View(), other_i.View()));
 }
 
 int PLXNumber::Compare(PLXNumber const& other_i) const noexcept {
   if (IsNull() || other_i.IsNull()) return (IsNull() ? 0 : 1) - (other_i.IsNull() ? 0 : 1);
-  PLXDecimal left;
-  PLXDecimal right;
-  Decode(left);
-  other_i.Decode(right);
-  return CompareValues(left, right);
+  return CompareValues(View(), other_i.View());
 }
 
 int PLXNumber::CompareInteger(std::int64_t value_i) const noexcept {
   if (IsNull()) return -1;
-  PLXDecimal value;
-  Decode(value);
-  return CompareValues(value, PLXDecimal(value_i));
+  return CompareValues(View(), PLXDecimal(value_i));
 }
 
 std::partial_ordering PLXNumber::CompareDouble(double value_i) const noexcept {
@@ -312,9 +298,7 @@ std::partial_ordering PLXNumber::CompareDouble(double value_i) const noexcept {
   if (IsNull()) return std::partial_ordering::less;
   if (value_i >= kBeyondAllNumbers) return std::partial_ordering::less;
   if (value_i <= -kBeyondAllNumbers) return std::partial_ordering::greater;
-  PLXDecimal left;
   PLXDecimal right;
-  Decode(left);
   DoubleText const text(value_i);
   ReadDecimal(text.text, text.length, kLongest, kComparedScale, right);
   if (right.IsZero() && value_i != 0) {
@@ -323,7 +307,7 @@ std::partial_ordering PLXNumber::CompareDouble(double value_i) const noexcept {
     right.fraction = kComparedScale / PLXDecimal::kDigitsPerLimb;
     right.limbs[0] = 1;
   }
-  return CompareValues(left, right) <=> 0;
+  return CompareValues(View(), right) <=> 0;
 }
 
 // ---- Conversions ----
@@ -335,8 +319,7 @@ PLXString PLXNumber::GetStringRepresentation(PLXUInt32 minimumDigits_i, bool who
   if (IsNull()) return text;
   PLXUInt32 const digits = minimumDigits_i < kLongest ? minimumDigits_i : PLXUInt32{kLongest};
   int const scale = wholeScale_i ? myScale : 0;
-  PLXDecimal value;
-  Decode(value);
+  PLXDecimal value(View());
   WriteDecimal(value, digits, scale, text.ReserveLength(CountDecimalText(value, digits, scale)));
   return text;
 }
@@ -359,8 +342,7 @@ T GetIntegral(PLXDecimal& value_io, bool& overflow_o) {
 
 PLXNumber::operator int() const {
   if (IsNull()) return 0;
-  PLXDecimal value;
-  Decode(value);
+  PLXDecimal value(View());
   bool overflow;
   int const result = GetIntegral<int>(value, overflow);
   if (overflow) ReportNumberError(kPLXNumberError_OverflowLong);
@@ -369,8 +351,7 @@ PLXNumber::operator int() const {
 
 PLXNumber::operator unsigned int() const {
   if (IsNull()) return 0;
-  PLXDecimal value;
-  Decode(value);
+  PLXDecimal value(View());
   if (value.negative) {
     ReportNumberError(kPLXNumberError_NegativeNumToUnsigned);
     return 0;
@@ -383,8 +364,7 @@ PLXNumber::operator unsigned int() const {
 
 PLXNumber::operator double() const {
   if (IsNull()) return 0;
-  PLXDecimal value;
-  Decode(value);
+  PLXDecimal value(View());
   char text[kLongest + 4];  // every digit, a sign, "0" and the point
   double result = 0;
   PLXUInt32 const length = CountDecimalText(value, 0, 0);

@@ -5,30 +5,6 @@
 
 namespace {
 
-constexpr PLXSInt32 kDigitsPerLimb = PLXDecimal::kDigitsPerLimb;
-
-void Sum(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXSInt32, PLXDecimal& result_o) {
-  AddValues(left_i, right_i, result_o);
-}
-
-void Difference(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXSInt32, PLXDecimal& result_o) {
-  SubtractValues(left_i, right_i, result_o);
-}
-
-void Product(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXSInt32, PLXDecimal& result_o) {
-  MultiplyValues(left_i, right_i, result_o);
-}
-
-// Whole limbs with at least the digit beyond the scale, which alone decides the rounding.
-void Quotient(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXSInt32 scale_i, PLXDecimal& result_o) {
-  DivideValues(left_i, right_i, scale_i / kDigitsPerLimb + 1, result_o);
-}
-
-void Remainder(PLXDecimal const& left_i, PLXDecimal const& right_i, PLXSInt32, PLXDecimal& result_o) {
-  PLXDecimal quotient;
-  DivideToInteger(left_i, right_i, quotient, result_o);
-}
-
 // Powers carry 144 digits behind the point: 100 is the most that a result shows, 2^31 steps lose ten more,
 // and the rest keeps the digit that decides the rounding out of doubt.
 constexpr int kPowerLimbs = 8;
@@ -77,72 +53,113 @@ PLXNumber PLXNumber::WithRemainderShapeOf(PLXNumber const& left_i, PLXNumber con
 
 // ---- Calculating ----
 
-bool PLXNumber::Calculate(Operation operation_i, PLXNumber const& left_i, PLXNumber const& right_i,
-                          PLXNumber& result_io) {
+// kIsSum: the result has no digits beyond the scales of the operands, so that where these fit nothing is
+// rounded.
+
+struct PLXNumber::Sum {
+  static constexpr bool kIsSum = true;
+  static constexpr bool kDivides = false;
+  static void Run(PLXDecimalView const& left_i, PLXDecimalView const& right_i, PLXSInt32,
+                  PLXDecimal& result_o) {
+    AddValues(left_i, right_i, result_o);
+  }
+};
+
+struct PLXNumber::Difference {
+  static constexpr bool kIsSum = true;
+  static constexpr bool kDivides = false;
+  static void Run(PLXDecimalView const& left_i, PLXDecimalView const& right_i, PLXSInt32,
+                  PLXDecimal& result_o) {
+    SubtractValues(left_i, right_i, result_o);
+  }
+};
+
+struct PLXNumber::Product {
+  static constexpr bool kIsSum = false;
+  static constexpr bool kDivides = false;
+  static void Run(PLXDecimalView const& left_i, PLXDecimalView const& right_i, PLXSInt32,
+                  PLXDecimal& result_o) {
+    MultiplyValues(left_i, right_i, result_o);
+  }
+};
+
+struct PLXNumber::Quotient {
+  static constexpr bool kIsSum = false;
+  static constexpr bool kDivides = true;
+  // Whole limbs with at least the digit beyond the scale, which alone decides the rounding.
+  static void Run(PLXDecimalView const& left_i, PLXDecimalView const& right_i, PLXSInt32 scale_i,
+                  PLXDecimal& result_o) {
+    DivideValues(left_i, right_i, scale_i / PLXDecimal::kDigitsPerLimb + 1, result_o);
+  }
+};
+
+struct PLXNumber::Remainder {
+  static constexpr bool kIsSum = false;
+  static constexpr bool kDivides = true;
+  static void Run(PLXDecimalView const& left_i, PLXDecimalView const& right_i, PLXSInt32,
+                  PLXDecimal& result_o) {
+    PLXDecimal quotient;
+    DivideToInteger(left_i, right_i, quotient, result_o);
+  }
+};
+
+template <typename Operation>
+bool PLXNumber::Calculate(PLXNumber const& left_i, PLXNumber const& right_i, PLXNumber& result_io) {
   result_io.AssertValid();
   if (left_i.IsNull() || right_i.IsNull()) {
     result_io.myValue.Empty();
     return true;
   }
-  PLXDecimal left;
-  PLXDecimal right;
-  PLXDecimal result;
-  left_i.Decode(left);
-  right_i.Decode(right);
-  operation_i(left, right, result_io.myScale, result);
-  return result_io.Store(result);
-}
-
-bool PLXNumber::CalculateQuotient(Operation operation_i, PLXNumber const& left_i, PLXNumber const& right_i,
-                                  PLXNumber& result_io) {
-  if (left_i.IsNotNull() && right_i.IsZero()) {
+  if (Operation::kDivides && right_i.IsZero()) {
     result_io.HandleNumberError(kPLXNumberError_DivideByZero);
     return false;
   }
-  return Calculate(operation_i, left_i, right_i, result_io);
+  PLXDecimal result;
+  PLXSInt32 const finestScale =
+      Operation::kIsSum ? std::max(left_i.myScale, right_i.myScale) : kUnlimitedScale;
+  Operation::Run(left_i.View(), right_i.View(), result_io.myScale, result);
+  return result_io.Store(result, finestScale);
 }
 
-bool PLXNumber::Add(PLXNumber const& other_i) { return Calculate(Sum, *this, other_i, *this); }
+bool PLXNumber::Add(PLXNumber const& other_i) { return Calculate<Sum>(*this, other_i, *this); }
 
-bool PLXNumber::Subtract(PLXNumber const& other_i) { return Calculate(Difference, *this, other_i, *this); }
+bool PLXNumber::Subtract(PLXNumber const& other_i) { return Calculate<Difference>(*this, other_i, *this); }
 
-bool PLXNumber::Multiply(PLXNumber const& other_i) { return Calculate(Product, *this, other_i, *this); }
+bool PLXNumber::Multiply(PLXNumber const& other_i) { return Calculate<Product>(*this, other_i, *this); }
 
 bool PLXNumber::DivideNoRemainder(PLXNumber const& divisor_i) {
-  return CalculateQuotient(Quotient, *this, divisor_i, *this);
+  return Calculate<Quotient>(*this, divisor_i, *this);
 }
 
-bool PLXNumber::Modulo(PLXNumber const& divisor_i) {
-  return CalculateQuotient(Remainder, *this, divisor_i, *this);
-}
+bool PLXNumber::Modulo(PLXNumber const& divisor_i) { return Calculate<Remainder>(*this, divisor_i, *this); }
 
 PLXNumber operator+(PLXNumber const& left_i, PLXNumber const& right_i) {
   PLXNumber result = PLXNumber::WithShapeOf(left_i, right_i);
-  PLXNumber::Calculate(Sum, left_i, right_i, result);
+  PLXNumber::Calculate<PLXNumber::Sum>(left_i, right_i, result);
   return result;
 }
 
 PLXNumber operator-(PLXNumber const& left_i, PLXNumber const& right_i) {
   PLXNumber result = PLXNumber::WithShapeOf(left_i, right_i);
-  PLXNumber::Calculate(Difference, left_i, right_i, result);
+  PLXNumber::Calculate<PLXNumber::Difference>(left_i, right_i, result);
   return result;
 }
 
 PLXNumber operator*(PLXNumber const& left_i, PLXNumber const& right_i) {
   PLXNumber result = PLXNumber::WithShapeOf(left_i, right_i);
-  PLXNumber::Calculate(Product, left_i, right_i, result);
+  PLXNumber::Calculate<PLXNumber::Product>(left_i, right_i, result);
   return result;
 }
 
 PLXNumber operator/(PLXNumber const& left_i, PLXNumber const& right_i) {
   PLXNumber result = PLXNumber::WithShapeOf(left_i, right_i);
-  PLXNumber::CalculateQuotient(Quotient, left_i, right_i, result);
+  PLXNumber::Calculate<PLXNumber::Quotient>(left_i, right_i, result);
   return result;
 }
 
 PLXNumber operator%(PLXNumber const& left_i, PLXNumber const& right_i) {
   PLXNumber result = PLXNumber::WithRemainderShapeOf(left_i, right_i);
-  PLXNumber::CalculateQuotient(Remainder, left_i, right_i, result);
+  PLXNumber::Calculate<PLXNumber::Remainder>(left_i, right_i, result);
   return result;
 }
 
@@ -160,13 +177,9 @@ bool PLXNumber::Divide(PLXNumber const& divisor_i, PLXNumber* quotient_o, PLXNum
     remainder.Encode(PLXDecimal());
     succeeded = false;
   } else if (IsNotNull() && divisor_i.IsNotNull()) {
-    PLXDecimal dividend;
-    PLXDecimal divisor;
     PLXDecimal integer;
     PLXDecimal rest;
-    Decode(dividend);
-    divisor_i.Decode(divisor);
-    DivideToInteger(dividend, divisor, integer, rest);
+    DivideToInteger(View(), divisor_i.View(), integer, rest);
     succeeded = quotient.Store(integer) && remainder.Store(rest);
   }
   *quotient_o = std::move(quotient);
@@ -177,8 +190,7 @@ bool PLXNumber::Divide(PLXNumber const& divisor_i, PLXNumber* quotient_o, PLXNum
 bool PLXNumber::Round(PLXSInt32 digits_i) {
   AssertValid();
   if (IsNull()) return true;
-  PLXDecimal value;
-  Decode(value);
+  PLXDecimal value(View());
   value.Round(std::clamp(digits_i, -kLongest - 1, kLongest));
   return Store(value);
 }
@@ -197,12 +209,8 @@ PLXNumber PLXNumber::pow(PLXSInt32 exponent_i) const {
     result.Encode(PLXDecimal());
     return result;
   }
-  PLXDecimal base;
-  Decode(base);
-  if (exponent_i < 0) {
-    PLXDecimal const positive(base);
-    DivideValues(PLXDecimal(1), positive, kPowerLimbs, base);
-  }
+  PLXDecimal base(View());
+  if (exponent_i < 0) DivideValues(PLXDecimal(1), View(), kPowerLimbs, base);
   PLXDecimal power;
   RaiseToPower(base, exponent_i < 0 ? -std::int64_t{exponent_i} : exponent_i, myLength - myScale, power);
   result.Store(power);
@@ -213,8 +221,7 @@ PLXNumber PLXNumber::pow(PLXSInt32 exponent_i) const {
 
 void PLXNumber::ReverseSign() {
   if (IsNull() || IsZero()) return;
-  PLXDecimal value;
-  Decode(value);
+  PLXDecimal value(View());
   value.negative = !value.negative;
   Encode(value);
 }

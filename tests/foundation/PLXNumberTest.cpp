@@ -440,7 +440,7 @@ TEST(PLXNumberArithmetic, DividesIntoItsOwnOperands) {
   EXPECT_EQ(Errors([&] { EXPECT_FALSE(dividend.Divide(divisor, nullptr, &divisor)); }),
             Report("Null Pointer Parameter for Output"));
   EXPECT_EQ(divisor, 3);
-  divisor -= divisor;
+  divisor.Subtract(divisor);
   EXPECT_EQ(Text(divisor), "0");
 }
 
