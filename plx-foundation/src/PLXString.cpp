@@ -344,8 +344,9 @@ PLXUInt32 PLXString::ReplaceAllForward(PLXString const& pattern_i, PLXString con
 
 PLXUInt32 PLXString::ReplaceAll(PLXString const& pattern_i, PLXString const& replacement_i,
                                 unsigned options_i) {
-  PLXString const pattern(pattern_i);  // either may be this string
-  PLXString const replacement(replacement_i);
+  // Either may be this string, which changes under way.
+  PLXString const pattern(pattern_i);          // NOLINT(performance-unnecessary-copy-initialization)
+  PLXString const replacement(replacement_i);  // NOLINT(performance-unnecessary-copy-initialization)
   unsigned const searchOptions = options_i & (kPLXOption_IgnoreCase | kPLXOption_Backward);
   bool const backward = (options_i & kPLXOption_Backward) != 0;
   bool const searchInserted = (options_i & kPLXOption_SearchInserted) != 0;

@@ -20,8 +20,8 @@ constexpr char kHexDigit[] = "0123456789ABCDEF";
 constexpr std::size_t Index(char character_i) { return static_cast<unsigned char>(character_i); }
 
 // The value of a hexadecimal digit, -1 for any other byte.
-constexpr std::array<signed char, 256> kHexValue = [] {
-  std::array<signed char, 256> values{};
+constexpr std::array<short, 256> kHexValue = [] {
+  std::array<short, 256> values{};
   values.fill(-1);
   for (int digit = 0; digit < 16; ++digit) {
     char const capital = "0123456789ABCDEF"[digit];

@@ -248,6 +248,8 @@ PLXListener::Implementation::Implementation(std::string const& address_i, std::u
       myAdministration(limits_i.administrationThreads, kAdministration_Waiting) {
   RaiseFileLimit(limits_i);
   Bind(address_i, port_i);
+  // From here on the address is known, and whoever knows it may ask for a stop or a reload: Run hears of it.
+  for (int signal : {SIGTERM, SIGINT, SIGHUP}) mySignals.add(signal);
 }
 
 void PLXListener::Implementation::Bind(std::string const& address_i, std::uint16_t port_i) {
@@ -269,7 +271,6 @@ void PLXListener::Implementation::Run(std::function<void()> const& reload_i) {
   std::signal(SIGPIPE, SIG_IGN);
   myPages.pool.emplace(myPages.threads);
   myAdministration.pool.emplace(myAdministration.threads);
-  for (int signal : {SIGTERM, SIGINT, SIGHUP}) mySignals.add(signal);
   asio::co_spawn(myContext, WatchSignals(reload_i), LogEnd);
   asio::co_spawn(myContext, Accept(), LogEnd);
   asio::co_spawn(myContext, Sweep(), LogEnd);
