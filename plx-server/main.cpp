@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -11,6 +12,7 @@
 
 #include "PLXConfiguration.h"
 #include "PLXListener.h"
+#include "PLXLog.h"
 #include "PLXLoginStore.h"
 #include "PLXServer.h"
 #include "PLXSite.h"
@@ -139,10 +141,15 @@ int Serve(Arguments& arguments_io) {
   }
   bool isReady = false;
   try {
-    server->Serve([&](std::uint16_t port) {
+    bool const isOver = server->Serve([&](std::uint16_t port) {
       isReady = true;
       SayReady(*server, arguments_io, configuration, port);
     });
+    if (!isOver) {
+      // Pages still use the server and the modules, so neither may be taken apart under them.
+      PLXLog::Close();
+      std::_Exit(kGood);
+    }
   } catch (std::exception const& error) {
     if (isReady) return Fail(kSoftware, error.what());
     return Fail(kUnavailable, error.what() + kAddressRemedy);

@@ -19,10 +19,11 @@ class PLXClientAddress {
   // Requires: peerAddress and remotePort are the socket's.
   void Fill(PLXRequest& request_io);
   bool IsProxy(std::string const& address_i) const { return myProxies.contains(address_i); }
-
- private:
+  // Whether it is a loopback address or one of this machine's interfaces, which are looked at anew now and
+  // then.
   bool IsOwn(std::string const& address_i);
 
+ private:
   std::unordered_set<std::string> myProxies;
   std::unordered_set<std::string> myOwn;
   std::chrono::steady_clock::time_point myRead;

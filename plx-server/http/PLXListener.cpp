@@ -141,7 +141,7 @@ class PLXListener::Implementation {
                  std::vector<std::string> const& proxies_i, std::filesystem::path temporaryFolder_i,
                  PLXRequestHandler& handler_i);
 
-  void Run(std::function<void()> const& reload_i);
+  bool Run(std::function<void()> const& reload_i);
   void Stop() {
     asio::post(myContext, [this] { BeginStop(); });
   }
@@ -155,9 +155,9 @@ class PLXListener::Implementation {
   void Bind(std::string const& address_i, std::uint16_t port_i);
   void BeginStop();
   void EndIfDone();
-  void EndPools();
+  bool EndPools();
   void Admit(tcp::socket socket_i);
-  bool MayEnter(std::string const& address_i) const;
+  bool MayEnter(std::string const& address_i);
   std::string const& Date();
 
   awaitable<void> Accept();
@@ -266,7 +266,7 @@ void PLXListener::Implementation::Bind(std::string const& address_i, std::uint16
                            error.message() + ".");
 }
 
-void PLXListener::Implementation::Run(std::function<void()> const& reload_i) {
+bool PLXListener::Implementation::Run(std::function<void()> const& reload_i) {
   // Sending a file to a client that left would raise it, and no flag of sendfile holds it back.
   std::signal(SIGPIPE, SIG_IGN);
   myPages.pool.emplace(myPages.threads);
@@ -283,11 +283,11 @@ void PLXListener::Implementation::Run(std::function<void()> const& reload_i) {
     }
   }
   mySignals.clear();
-  EndPools();
+  return EndPools();
 }
 
 // A page that never ends must not keep the listener; what waits for a thread then does not begin any more.
-void PLXListener::Implementation::EndPools() {
+bool PLXListener::Implementation::EndPools() {
   bool const isStuck = HasStuckPages();
   for (Pool* pool : {&myPages, &myAdministration}) {
     if (isStuck) {
@@ -296,6 +296,7 @@ void PLXListener::Implementation::EndPools() {
       pool->pool->join();
     }
   }
+  return !isStuck;
 }
 
 PLXListenerStatus PLXListener::Implementation::Status() const {
@@ -404,12 +405,15 @@ void PLXListener::Implementation::Admit(tcp::socket socket_i) {
   }
 }
 
-// A proxy that the configuration names speaks for many clients, so the limit per address is not for it.
-bool PLXListener::Implementation::MayEnter(std::string const& address_i) const {
+// A proxy that the configuration names speaks for many clients, so the limit per address is not for it. This
+// machine speaks for its own pages too, each of which may include one at a time.
+bool PLXListener::Implementation::MayEnter(std::string const& address_i) {
   if (myServed >= myLimits.connections) return false;
   if (myLimits.connectionsPerAddress == 0 || myClientAddress.IsProxy(address_i)) return true;
   auto const count = myConnectionsByAddress.find(address_i);
-  return count == myConnectionsByAddress.end() || count->second < myLimits.connectionsPerAddress;
+  if (count == myConnectionsByAddress.end() || count->second < myLimits.connectionsPerAddress) return true;
+  return myClientAddress.IsOwn(address_i) &&
+         count->second < myLimits.connectionsPerAddress + myLimits.pageThreads;
 }
 
 awaitable<void> PLXListener::Implementation::Serve(std::unique_ptr<PLXConnection> connection_i) {
@@ -597,6 +601,6 @@ PLXListener::~PLXListener() {
 }
 
 std::uint16_t PLXListener::Port() const { return myImplementation->Port(); }
-void PLXListener::Run(std::function<void()> const& reload_i) { myImplementation->Run(reload_i); }
+bool PLXListener::Run(std::function<void()> const& reload_i) { return myImplementation->Run(reload_i); }
 void PLXListener::Stop() { myImplementation->Stop(); }
 PLXListenerStatus PLXListener::Status() const { return myImplementation->Status(); }

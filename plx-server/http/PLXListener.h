@@ -74,9 +74,9 @@ class PLXListener {
 
   // Serves until Stop, on this thread, and returns when the last answer is out or the time to stop has
   // passed. SIGTERM and SIGINT stop it (a second one ends at once), SIGHUP calls `reload_i`, on the I/O
-  // thread. The whole process ignores SIGPIPE from then on. When pages still run afterwards (busyPageThreads
-  // of Status), they go on using the handler: the process then ends by _Exit, or waits for them.
-  void Run(std::function<void()> const& reload_i);
+  // thread. The whole process ignores SIGPIPE from then on. False when pages still run afterwards: they go on
+  // using the handler, so the process then ends without destroying it.
+  bool Run(std::function<void()> const& reload_i);
   // Refuses new clients, closes idle ones, lets pages in flight finish. Any thread.
   void Stop();
   PLXListenerStatus Status() const;  // any thread

@@ -209,7 +209,7 @@ bool PLXServer::LoadModules(std::vector<std::string>& problems_o) {
   return good;
 }
 
-void PLXServer::Serve(std::function<void(std::uint16_t port_i)> const& ready_i) {
+bool PLXServer::Serve(std::function<void(std::uint16_t port_i)> const& ready_i) {
   auto const generation = Current();
   PLXConfiguration const& configuration = generation->Configuration();
   PLXListener listener(configuration.listenAddress, configuration.listenPort, configuration.limits,
@@ -223,8 +223,13 @@ void PLXServer::Serve(std::function<void(std::uint16_t port_i)> const& ready_i) 
   PLXLog::Note("PLX Server " PLX_SERVER_VERSION " listens on " + configuration.listenAddress + " port " +
                std::to_string(listener.Port()) + ".");
   ready_i(listener.Port());
-  listener.Run([this] { Reload(); });
-  PLXLog::Note("PLX Server stops.");
+  bool const isOver = listener.Run([this] { Reload(); });
+  if (isOver) {
+    PLXLog::Note("PLX Server stops.");
+  } else {
+    PLXLog::Warning("PLX Server stops with pages that did not end in time; what they were doing is cut off.");
+  }
+  return isOver;
 }
 
 void PLXServer::Stop() {

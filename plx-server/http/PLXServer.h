@@ -61,8 +61,9 @@ class PLXServer : public PLXRequestHandler {
 
   // Loads the configured modules; false with a sentence for each that does not.
   bool LoadModules(std::vector<std::string>& problems_o);
-  // Listens and serves until stopped; `ready_i` is told the port. Throws as PLXListener does.
-  void Serve(std::function<void(std::uint16_t port_i)> const& ready_i);
+  // Listens and serves until stopped; `ready_i` is told the port. Throws as PLXListener does. False when
+  // pages still run afterwards and use the server, which then must not be destroyed.
+  bool Serve(std::function<void(std::uint16_t port_i)> const& ready_i);
   // Ends Serve in an orderly way. Any thread, once `ready_i` was called.
   void Stop();
   // Reads the configuration's file again and takes it over for the requests to come. With problems the old

@@ -545,7 +545,8 @@ TEST_F(PLXListenerTest, NeverQueuesWhatAPageWaitsFor) {
 }
 
 TEST_F(PLXListenerTest, LimitsConnections) {
-  myLimits.connectionsPerAddress = 2;
+  myLimits.connectionsPerAddress = 1;
+  myLimits.pageThreads = 1;  // which this machine's own pages have on top
   Start();
   RawClient first(Port());
   auto second = std::make_unique<RawClient>(Port());
