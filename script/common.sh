@@ -7,12 +7,11 @@ note() { printf '\033[1m==>\033[0m %s\n' "$*" >&2; }
 [ -t 2 ] || note() { printf '==> %s\n' "$*" >&2; }
 die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
-# configure PRESET: only when the build folder is not there or a list of sources has changed (ninja does the latter).
+# configure PRESET: every time, because packages that were missing before may be there now; a second or two.
 configure() {
-  [ -f "build/$1/build.ninja" ] || cmake --preset "$1" >"/tmp/plx-configure.$$" || {
-    cat "/tmp/plx-configure.$$" >&2
-    rm -f "/tmp/plx-configure.$$"
+  local output
+  output=$(cmake --preset "$1" 2>&1) || {
+    printf '%s\n' "$output" >&2
     die "configuring the preset $1 failed"
   }
-  rm -f "/tmp/plx-configure.$$"
 }

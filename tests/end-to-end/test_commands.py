@@ -143,7 +143,7 @@ class Life(unittest.TestCase):
         self.addCleanup(server.stop)
         server.request("GET", "/page.html", user=("ada", "tell-nobody"))
         end = time.monotonic() + 20
-        while "MWtS" not in server.log("trace.log") and "PLX" not in server.log("trace.log") and time.monotonic() < end:
+        while "'MTPm'" not in server.log("trace.log") and time.monotonic() < end:
             time.sleep(0.02)
         trace = server.log("trace.log")
         self.assertIn("MTag", trace)
