@@ -1,38 +1,9 @@
 #pragma once
 
-#include <filesystem>
-#include <fstream>
-#include <stdlib.h>
 #include <string>
 
 #include "PLXTagProcessor.h"
-
-// A folder of its own that is gone afterwards.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "plx-page-XXXXXX").native();
-    myPath = std::filesystem::canonical(mkdtemp(name.data()));
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(myPath, ignored);
-  }
-  TemporaryFolder(TemporaryFolder const&) = delete;
-  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
-
-  std::filesystem::path const& Path() const { return myPath; }
-
-  std::filesystem::path Write(std::string const& name_i, std::string const& text_i) const {
-    std::filesystem::path const file = myPath / name_i;
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << text_i;
-    return file;
-  }
-
- private:
-  std::filesystem::path myPath;
-};
+#include "TemporaryFolder.h"
 
 // One site "demo" with the regions "mail" and "main", and a request for its page /folder/page.html.
 struct PageFixture {
