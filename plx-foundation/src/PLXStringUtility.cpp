@@ -26,7 +26,7 @@ constexpr std::array<short, 256> kHexValue = [] {
   for (int digit = 0; digit < 16; ++digit) {
     char const capital = "0123456789ABCDEF"[digit];
     char const small = "0123456789abcdef"[digit];
-    values[Index(capital)] = values[Index(small)] = static_cast<signed char>(digit);
+    values[Index(capital)] = values[Index(small)] = static_cast<short>(digit);
   }
   return values;
 }();
