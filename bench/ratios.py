@@ -1,16 +1,27 @@
-"""Prints each benchmark beside its peers: BM_Name/size beside BM_Name_Peer/size, as peer's time / our time."""
+"""Prints each benchmark beside its peers on the same input: peer's time / our time."""
 import json
+import re
 import sys
 
-with open(sys.argv[1]) as file:
-    runs = {run["name"]: run["cpu_time"] * {"ns": 1, "us": 1e3, "ms": 1e6}[run["time_unit"]]
-            for run in json.load(file)["benchmarks"]}
+PEERS = ("StdStrings", "StdStringKey", "StdString", "StdSearch", "CppDecFloat", "OpenSSL", "Poco")
 
-print(f"{'work':44} {'ours':>12}  peers (above 1.00 we are faster)")
-for name, ours in runs.items():
-    base, _, size = name.partition("/")
-    if any(name != other and base.startswith(other.partition("/")[0] + "_") for other in runs):
-        continue
-    peers = [f"{other.partition('/')[0][len(base) + 1:]} {theirs / ours:.2f}" for other, theirs in runs.items()
-             if other.startswith(base + "_") and other.partition("/")[2] == size]
-    print(f"{name[3:]:44} {ours:10.1f} ns  {', '.join(peers)}")
+
+def cut(name):
+    """BM_Work_Peer<parameters>/size as (work, peer or None, parameters)."""
+    work, parameters = re.match(r"BM_([^</]*)(.*)", name).groups()
+    for peer in PEERS:
+        if work.endswith("_" + peer):
+            return work[:-len(peer) - 1], peer, parameters
+    return work, None, parameters
+
+
+with open(sys.argv[1]) as file:
+    runs = [(*cut(run["name"]), run["cpu_time"] * {"ns": 1, "us": 1e3, "ms": 1e6}[run["time_unit"]])
+            for run in json.load(file)["benchmarks"]]
+
+print(f"{'work':48} {'ours':>14}  above 1.00 we are faster")
+for work, peer, parameters, ours in runs:
+    if peer is None:
+        peers = [f"{other} {theirs / ours:.2f}" for base, other, same, theirs in runs
+                 if other and same == parameters and base in (work, work.partition("_")[0])]
+        print(f"{work + parameters:48} {ours:11.1f} ns  {', '.join(peers)}")

@@ -60,6 +60,25 @@ bool EqualBytes(char const* left_i, char const* right_i, PLXUInt32 length_i) noe
   }
 }
 
+// Most searches end at one of the first places that begin like the pattern, and memchr finds those fastest. A
+// text with many such places is memmem's, which also bounds what a hostile pattern can cost.
+char const* FindExact(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
+                      PLXUInt32 patternLength_i) noexcept {
+  constexpr int kPlacesTried = 16;
+  char const* const textEnd = text_i + length_i;
+  char const* const placesEnd = textEnd - (patternLength_i - 1);
+  char const* place = text_i;
+  for (int tried = 0; tried < kPlacesTried; ++tried) {
+    place =
+        static_cast<char const*>(std::memchr(place, *pattern_i, static_cast<std::size_t>(placesEnd - place)));
+    if (place == nullptr) return nullptr;
+    if (std::memcmp(place + 1, pattern_i + 1, patternLength_i - 1) == 0) return place;
+    if (++place == placesEnd) return nullptr;
+  }
+  return static_cast<char const*>(
+      memmem(place, static_cast<std::size_t>(textEnd - place), pattern_i, patternLength_i));
+}
+
 template <bool kIgnoreCase>
 char const* SlideForward(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
                          PLXUInt32 patternLength_i) noexcept {
@@ -105,8 +124,7 @@ char const* SlideBackward(char const* text_i, PLXUInt32 length_i, char const* pa
 char const* PLXFindForward(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
                            PLXUInt32 patternLength_i, bool ignoreCase_i) noexcept {
   if (ignoreCase_i) return SlideForward<true>(text_i, length_i, pattern_i, patternLength_i);
-  if (patternLength_i == 1) return static_cast<char const*>(std::memchr(text_i, *pattern_i, length_i));
-  return static_cast<char const*>(memmem(text_i, length_i, pattern_i, patternLength_i));
+  return FindExact(text_i, length_i, pattern_i, patternLength_i);
 }
 
 char const* PLXFindBackward(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
