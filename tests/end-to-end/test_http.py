@@ -157,12 +157,12 @@ class Load(ServerCase):
 
     def test_wrk_meets_no_error(self):
         for path in ("page.html?q=1", "file.txt"):
-            done = subprocess.run(["wrk", "-t1", "-c32", "-d2s", f"{self.server.url}/{path}"], capture_output=True, text=True, timeout=60)
+            done = subprocess.run(["wrk", "-t1", "-c32", "-d2s", "--timeout", "30s", f"{self.server.url}/{path}"], capture_output=True, text=True, timeout=60)
             self.assertNotIn("Socket errors", done.stdout)
             self.assertNotIn("Non-2xx", done.stdout)
 
     def test_reloading_under_load_drops_no_request(self):
-        load = subprocess.Popen(["wrk", "-t1", "-c16", "-d3s", f"{self.server.url}/page.html?q=1"], stdout=subprocess.PIPE, text=True)
+        load = subprocess.Popen(["wrk", "-t1", "-c16", "-d3s", "--timeout", "30s", f"{self.server.url}/page.html?q=1"], stdout=subprocess.PIPE, text=True)
         for _ in range(10):
             self.server.process.send_signal(__import__("signal").SIGHUP)
             time.sleep(0.2)
