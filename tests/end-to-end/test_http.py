@@ -22,7 +22,7 @@ class Requests(ServerCase):
         "auth.html": "[&plxCGI.REMOTE_USER;|&plxCGI.AUTH_TYPE;|&plxCGI.HTTP_AUTHORIZATION;]",
         "many.html": "<plxPOP>" * 100000 + "end",
     }
-    SETTINGS = "header-time = 2\nbody-time = 2\nbody-bytes = 1M"
+    SETTINGS = "header-time = 4\nbody-time = 10\nbody-bytes = 1M"
 
     def status(self, data, seconds=20):
         answer = self.server.raw(data, seconds)
