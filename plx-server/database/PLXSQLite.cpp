@@ -11,8 +11,22 @@ namespace {
 constexpr std::size_t kStatementsKept = 64;
 constexpr int kBusyMilliseconds = 10000;
 
-[[noreturn]] void Fail(sqlite3* connection_i, std::string_view sql_i) {
-  throw PLXSQLiteError(std::string(sqlite3_errmsg(connection_i)) + " (" + std::string(sql_i) + ")");
+PLXSQLError::Kind KindOf(int code_i) {
+  switch (code_i) {
+    case SQLITE_CONSTRAINT_UNIQUE:
+    case SQLITE_CONSTRAINT_PRIMARYKEY:
+    case SQLITE_CONSTRAINT_ROWID:
+      return PLXSQLError::Kind::kNotUnique;
+    default:
+      break;
+  }
+  int const family = code_i & 0xFF;
+  return family == SQLITE_BUSY || family == SQLITE_LOCKED ? PLXSQLError::Kind::kBusy
+                                                          : PLXSQLError::Kind::kOther;
+}
+
+[[noreturn]] void Fail(sqlite3* connection_i) {
+  throw PLXSQLError(KindOf(sqlite3_extended_errcode(connection_i)), sqlite3_errmsg(connection_i));
 }
 
 // Gives the statement back however the work on it ends: values are bound by address and must not outlive the
@@ -31,16 +45,42 @@ class StatementUse {
   sqlite3_stmt* myStatement;
 };
 
-PLXSQLite::Row ReadRow(sqlite3_stmt* statement_i) {
-  PLXSQLite::Row row(static_cast<std::size_t>(sqlite3_column_count(statement_i)));
-  for (std::size_t index = 0; index < row.size(); ++index) {
-    int const column = static_cast<int>(index);
-    if (sqlite3_column_type(statement_i, column) == SQLITE_NULL) continue;
-    auto const* text = reinterpret_cast<char const*>(sqlite3_column_text(statement_i, column));
-    if (text == nullptr) throw std::bad_alloc();
-    row[index].emplace(text, static_cast<std::size_t>(sqlite3_column_bytes(statement_i, column)));
+PLXSQLValue ReadValue(sqlite3_stmt* statement_i, int column_i) {
+  switch (sqlite3_column_type(statement_i, column_i)) {
+    case SQLITE_NULL:
+      return {};
+    case SQLITE_INTEGER:
+      return sqlite3_column_int64(statement_i, column_i);
+    case SQLITE_FLOAT:
+      return sqlite3_column_double(statement_i, column_i);
+    default:
+      break;
   }
-  return row;
+  auto const* text = reinterpret_cast<char const*>(sqlite3_column_text(statement_i, column_i));
+  if (text == nullptr) throw std::bad_alloc();
+  return std::string(text, static_cast<std::size_t>(sqlite3_column_bytes(statement_i, column_i)));
+}
+
+void ReadRow(sqlite3_stmt* statement_i, PLXSQLRow& row_o) {
+  row_o.resize(static_cast<std::size_t>(sqlite3_column_count(statement_i)));
+  for (std::size_t index = 0; index < row_o.size(); ++index) {
+    row_o[index] = ReadValue(statement_i, static_cast<int>(index));
+  }
+}
+
+int Bind(sqlite3_stmt* statement_i, int position_i, PLXSQLParameter const& value_i) {
+  if (auto const* const integer = std::get_if<std::int64_t>(&value_i)) {
+    return sqlite3_bind_int64(statement_i, position_i, *integer);
+  }
+  if (auto const* const number = std::get_if<double>(&value_i)) {
+    return sqlite3_bind_double(statement_i, position_i, *number);
+  }
+  if (auto const* const text = std::get_if<std::string_view>(&value_i)) {
+    // A view of nothing has no address, and SQLite would take that for NULL.
+    char const* const begin = text->empty() ? "" : text->data();
+    return sqlite3_bind_text64(statement_i, position_i, begin, text->size(), SQLITE_STATIC, SQLITE_UTF8);
+  }
+  return sqlite3_bind_null(statement_i, position_i);
 }
 
 }  // namespace
@@ -63,41 +103,21 @@ struct PLXSQLite::Statements {
     char const* rest = nullptr;
     if (sqlite3_prepare_v3(connection, sql_i.c_str(), static_cast<int>(sql_i.size() + 1),
                            SQLITE_PREPARE_PERSISTENT, &statement, &rest) != SQLITE_OK) {
-      Fail(connection, sql_i);
+      Fail(connection);
     }
     if (statement == nullptr || std::string_view(rest).find_first_not_of(" \t\r\n;") != std::string::npos) {
       sqlite3_finalize(statement);
-      throw PLXSQLiteError("Not exactly one statement (" + sql_i + ")");
+      throw PLXSQLError(PLXSQLError::Kind::kOther, "not exactly one statement: " + sql_i);
     }
     prepared.emplace(sql_i, statement);
     return statement;
-  }
-
-  // Runs a statement and hands each row's statement to `row_i`.
-  template <typename RowReader>
-  void Run(std::string const& sql_i, std::span<std::string const> values_i, RowReader const& row_i) {
-    sqlite3_stmt* const statement = Prepare(sql_i);
-    StatementUse const use(statement);
-    if (static_cast<std::size_t>(sqlite3_bind_parameter_count(statement)) != values_i.size()) {
-      throw PLXSQLiteError("As many values as question marks are needed (" + sql_i + ")");
-    }
-    for (std::size_t index = 0; index < values_i.size(); ++index) {
-      std::string const& value = values_i[index];
-      if (sqlite3_bind_text64(statement, static_cast<int>(index + 1), value.data(), value.size(),
-                              SQLITE_STATIC, SQLITE_UTF8) != SQLITE_OK) {
-        Fail(connection, sql_i);
-      }
-    }
-    int result;
-    while ((result = sqlite3_step(statement)) == SQLITE_ROW) row_i(statement);
-    if (result != SQLITE_DONE) Fail(connection, sql_i);
   }
 
   sqlite3* connection;
   std::unordered_map<std::string, sqlite3_stmt*> prepared;
 };
 
-PLXSQLite::PLXSQLite(std::filesystem::path const& file_i) {
+PLXSQLite::PLXSQLite(std::filesystem::path const& file_i) : PLXSQLConnection(PLXSQLDialect::kSQLite) {
   // Absolute, so that no name has a meaning of its own to SQLite (":memory:", "file:...").
   std::error_code ignored;
   std::filesystem::path const file = std::filesystem::absolute(file_i, ignored);
@@ -109,20 +129,19 @@ PLXSQLite::PLXSQLite(std::filesystem::path const& file_i) {
       file.c_str(), &myConnection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
   try {
     if (opened != SQLITE_OK) {
-      throw PLXSQLiteError(file.string() + ": " +
-                           (myConnection ? sqlite3_errmsg(myConnection) : sqlite3_errstr(opened)));
+      throw PLXSQLError(PLXSQLError::Kind::kLost,
+                        myConnection ? sqlite3_errmsg(myConnection) : sqlite3_errstr(opened));
     }
     sqlite3_extended_result_codes(myConnection, 1);
     sqlite3_busy_timeout(myConnection, kBusyMilliseconds);
     myStatements = std::make_unique<Statements>(myConnection);
-    Execute("PRAGMA journal_mode=WAL");
-    Execute("PRAGMA synchronous=FULL");
-  } catch (PLXSQLiteError const& error) {
+    // A damaged or foreign file shows only here, in the first statement that reads it.
+    Run("PRAGMA journal_mode=WAL");
+    Run("PRAGMA synchronous=FULL");
+  } catch (PLXSQLError const& error) {
     myStatements.reset();
     sqlite3_close(myConnection);
-    // A damaged or foreign file shows only now, in the first statement that reads it.
-    std::string const sentence = error.what();
-    throw PLXSQLiteError(sentence.starts_with(file.string()) ? sentence : file.string() + ": " + sentence);
+    throw PLXSQLError(error.GetKind(), file.string() + ": " + error.what());
   }
 }
 
@@ -131,14 +150,25 @@ PLXSQLite::~PLXSQLite() {
   sqlite3_close(myConnection);
 }
 
-void PLXSQLite::Execute(std::string const& sql_i, std::span<std::string const> values_i) {
-  myStatements->Run(sql_i, values_i, [](sqlite3_stmt*) {});
+std::int64_t PLXSQLite::Run(std::string const& sql_i, std::span<PLXSQLParameter const> values_i,
+                            RowReader const& reader_i) {
+  sqlite3_stmt* const statement = myStatements->Prepare(sql_i);
+  StatementUse const use(statement);
+  if (static_cast<std::size_t>(sqlite3_bind_parameter_count(statement)) != values_i.size()) {
+    throw PLXSQLError(PLXSQLError::Kind::kOther, "as many values as question marks are needed: " + sql_i);
+  }
+  for (std::size_t index = 0; index < values_i.size(); ++index) {
+    if (Bind(statement, static_cast<int>(index + 1), values_i[index]) != SQLITE_OK) Fail(myConnection);
+  }
+  PLXSQLRow row;
+  int result;
+  while ((result = sqlite3_step(statement)) == SQLITE_ROW) {
+    if (!reader_i) continue;
+    ReadRow(statement, row);
+    reader_i(row);
+  }
+  if (result != SQLITE_DONE) Fail(myConnection);
+  return sqlite3_changes64(myConnection);
 }
 
-std::vector<PLXSQLite::Row> PLXSQLite::Query(std::string const& sql_i,
-                                             std::span<std::string const> values_i) {
-  std::vector<Row> rows;
-  myStatements->Run(sql_i, values_i,
-                    [&rows](sqlite3_stmt* statement_i) { rows.push_back(ReadRow(statement_i)); });
-  return rows;
-}
+void PLXSQLite::ForgetStatements() { myStatements->Forget(); }

@@ -28,10 +28,13 @@ std::string KeyOf(std::string_view region_i, std::string_view owner_i, std::stri
 
 PLXPreferenceStore::PLXPreferenceStore(std::filesystem::path const& file_i)
     : myDatabase(std::make_unique<PLXSQLite>(file_i)) {
-  myDatabase->Execute(kCreate);
-  for (PLXSQLite::Row& row : myDatabase->Query("SELECT region, owner, name, value FROM preference")) {
-    myValues.insert_or_assign(KeyOf(*row[0], *row[1], *row[2]), std::move(*row[3]));
-  }
+  myDatabase->Run(kCreate);
+  myDatabase->Run("SELECT region, owner, name, value FROM preference", {}, [this](PLXSQLRow& row_io) {
+    auto const text = [&row_io](std::size_t index) -> std::string& {
+      return std::get<std::string>(row_io[index]);
+    };
+    myValues.insert_or_assign(KeyOf(text(0), text(1), text(2)), std::move(text(3)));
+  });
 }
 
 PLXPreferenceStore::~PLXPreferenceStore() = default;
@@ -58,12 +61,12 @@ bool PLXPreferenceStore::Set(std::string_view region_i, std::string_view owner_i
     auto const found = myValues.find(key);
     if (found != myValues.end() && found->second == value_i) return true;  // on the disk already
   }
-  std::string const values[] = {std::string(region_i), std::string(owner_i), std::string(name_i),
-                                std::string(value_i)};
+  PLXSQLParameter const values[] = {region_i, owner_i, name_i, value_i};
   try {
-    myDatabase->Execute(kSet, values);
-  } catch (PLXSQLiteError const& error) {
-    PLXLog::Error("The preference " + values[2] + " of " + values[0] + " was not kept: " + error.what());
+    myDatabase->Run(kSet, values);
+  } catch (PLXSQLError const& error) {
+    PLXLog::Error("The preference " + std::string(name_i) + " of " + std::string(region_i) +
+                  " was not kept: " + error.what());
     return false;
   }
   std::unique_lock const lock(myMutex);
@@ -75,12 +78,13 @@ bool PLXPreferenceStore::Remove(std::string_view region_i, std::string_view owne
                                 std::string_view name_i) {
   if (HasZero(region_i) || HasZero(owner_i) || HasZero(name_i)) return true;  // never there
   std::string const key = KeyOf(region_i, owner_i, name_i);
-  std::string const values[] = {std::string(region_i), std::string(owner_i), std::string(name_i)};
+  PLXSQLParameter const values[] = {region_i, owner_i, name_i};
   std::lock_guard const writing(myWriting);
   try {
-    myDatabase->Execute(kRemove, values);
-  } catch (PLXSQLiteError const& error) {
-    PLXLog::Error("The preference " + values[2] + " of " + values[0] + " was not removed: " + error.what());
+    myDatabase->Run(kRemove, values);
+  } catch (PLXSQLError const& error) {
+    PLXLog::Error("The preference " + std::string(name_i) + " of " + std::string(region_i) +
+                  " was not removed: " + error.what());
     return false;
   }
   std::unique_lock const lock(myMutex);

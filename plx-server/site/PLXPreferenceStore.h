@@ -18,7 +18,7 @@ class PLXSQLite;
 // Kept in SQLite and in memory: a read costs a look-up, a write returns when it is on the disk. Any thread.
 class PLXPreferenceStore {
  public:
-  // Throws PLXSQLiteError when the file cannot be used.
+  // Throws PLXSQLError when the file cannot be used.
   explicit PLXPreferenceStore(std::filesystem::path const& file_i);
   ~PLXPreferenceStore();
 

@@ -93,7 +93,7 @@ TEST(PLXPreferenceStore, SaysWhyAFileCannotBeUsed) {
     try {
       PLXPreferenceStore const store(file);
       ADD_FAILURE() << "was opened";
-    } catch (PLXSQLiteError const& error) {
+    } catch (PLXSQLError const& error) {
       EXPECT_THAT(error.what(), testing::StartsWith(file.string() + ": "));
     }
   }
@@ -105,10 +105,9 @@ TEST(PLXPreferenceStore, ChangesNothingWhenTheDiskRefuses) {
   PLXPreferenceStore store(folder / "preferences.db");
   ASSERT_TRUE(store.Set("r", "o", "n", "before"));
   PLXSQLite(folder / "preferences.db")
-      .Execute("CREATE TRIGGER full BEFORE UPDATE ON preference BEGIN SELECT RAISE(ABORT, 'disk full'); END");
+      .Run("CREATE TRIGGER full BEFORE UPDATE ON preference BEGIN SELECT RAISE(ABORT, 'disk full'); END");
   PLXSQLite(folder / "preferences.db")
-      .Execute(
-          "CREATE TRIGGER stuck BEFORE DELETE ON preference BEGIN SELECT RAISE(ABORT, 'disk full'); END");
+      .Run("CREATE TRIGGER stuck BEFORE DELETE ON preference BEGIN SELECT RAISE(ABORT, 'disk full'); END");
   EXPECT_FALSE(store.Set("r", "o", "n", "after"));
   EXPECT_FALSE(store.Remove("r", "o", "n"));
   EXPECT_EQ(store.Get("r", "o", "n"), "before");
@@ -117,13 +116,23 @@ TEST(PLXPreferenceStore, ChangesNothingWhenTheDiskRefuses) {
 // ---- The database beneath
 // ----------------------------------------------------------------------------------
 
+namespace {
+
+std::vector<PLXSQLRow> Query(PLXSQLite& database_io, std::string const& sql_i) {
+  std::vector<PLXSQLRow> rows;
+  database_io.Run(sql_i, {}, [&rows](PLXSQLRow& row_io) { rows.push_back(row_io); });
+  return rows;
+}
+
+}  // namespace
+
 TEST(PLXSQLite, IsDurableAndPrivate) {
   TemporaryFolder const folder;
   PLXSQLite database(folder / "a.db");
-  EXPECT_EQ(database.Query("PRAGMA journal_mode")[0][0], "wal");
-  EXPECT_EQ(database.Query("PRAGMA synchronous")[0][0], "2");
-  EXPECT_EQ(database.Query("PRAGMA busy_timeout")[0][0], "10000");
-  database.Execute("CREATE TABLE t (a)");
+  EXPECT_EQ(Query(database, "PRAGMA journal_mode")[0][0], PLXSQLValue("wal"));
+  EXPECT_EQ(Query(database, "PRAGMA synchronous")[0][0], PLXSQLValue(std::int64_t{2}));
+  EXPECT_EQ(Query(database, "PRAGMA busy_timeout")[0][0], PLXSQLValue(std::int64_t{10000}));
+  database.Run("CREATE TABLE t (a)");
   for (char const* const name : {"a.db", "a.db-wal"}) {
     struct stat status {};
     ASSERT_EQ(::stat((folder / name).c_str(), &status), 0);
@@ -134,21 +143,21 @@ TEST(PLXSQLite, IsDurableAndPrivate) {
 TEST(PLXSQLite, BindsValuesAndTellsNullFromEmpty) {
   TemporaryFolder const folder;
   PLXSQLite database(folder / "a.db");
-  database.Execute("CREATE TABLE t (a TEXT UNIQUE, b TEXT)");
-  std::string const tricky[] = {"'); DROP TABLE t; --", ""};
-  database.Execute("INSERT INTO t VALUES (?, ?)", tricky);
-  database.Execute("INSERT INTO t (a) VALUES ('x');");
-  auto const rows = database.Query("SELECT a, b FROM t ORDER BY rowid");
+  database.Run("CREATE TABLE t (a TEXT UNIQUE, b TEXT)");
+  PLXSQLParameter const tricky[] = {"'); DROP TABLE t; --", std::string_view()};
+  database.Run("INSERT INTO t VALUES (?, ?)", tricky);
+  database.Run("INSERT INTO t (a) VALUES ('x');");
+  auto const rows = Query(database, "SELECT a, b FROM t ORDER BY rowid");
   ASSERT_EQ(rows.size(), 2u);
-  EXPECT_EQ(rows[0][0], tricky[0]);
-  EXPECT_EQ(rows[0][1], "");
-  EXPECT_EQ(rows[1][1], std::nullopt);
+  EXPECT_EQ(rows[0][0], PLXSQLValue("'); DROP TABLE t; --"));
+  EXPECT_EQ(rows[0][1], PLXSQLValue(""));
+  EXPECT_EQ(rows[1][1], PLXSQLValue());
 
-  std::string const one[] = {"x"};
+  PLXSQLParameter const one[] = {"x"};
   struct Row {
     char const* why;
     std::string sql;
-    std::span<std::string const> values;
+    std::span<PLXSQLParameter const> values;
   } const bad[] = {{"a value that is there already", "INSERT INTO t (a) VALUES (?)", one},
                    {"no such table", "SELECT * FROM none", {}},
                    {"two statements", "DELETE FROM t; DELETE FROM t", {}},
@@ -157,21 +166,21 @@ TEST(PLXSQLite, BindsValuesAndTellsNullFromEmpty) {
                    {"too many values", "DELETE FROM t", one}};
   for (Row const& row : bad) {
     SCOPED_TRACE(row.why);
-    EXPECT_THROW(database.Execute(row.sql, row.values), PLXSQLiteError);
-    EXPECT_EQ(database.Query("SELECT * FROM t").size(), 2u) << "and the connection goes on";
+    EXPECT_THROW(database.Run(row.sql, row.values), PLXSQLError);
+    EXPECT_EQ(Query(database, "SELECT * FROM t").size(), 2u) << "and the connection goes on";
   }
 }
 
 TEST(PLXSQLite, OutlivesMoreStatementsThanItKeepsAndChangesOfTables) {
   TemporaryFolder const folder;
   PLXSQLite database(folder / "a.db");
-  database.Execute("CREATE TABLE t (a)");
-  database.Execute("INSERT INTO t VALUES (1)");
+  database.Run("CREATE TABLE t (a)");
+  database.Run("INSERT INTO t VALUES (1)");
   for (int index = 0; index < 300; ++index) {
-    EXPECT_EQ(database.Query("SELECT a + " + std::to_string(index) + " FROM t")[0][0],
-              std::to_string(index + 1));
+    EXPECT_EQ(Query(database, "SELECT a + " + std::to_string(index) + " FROM t")[0][0],
+              PLXSQLValue(std::int64_t{index + 1}));
   }
-  EXPECT_EQ(database.Query("SELECT * FROM t")[0].size(), 1u);
-  PLXSQLite(folder / "a.db").Execute("ALTER TABLE t ADD COLUMN b");
-  EXPECT_EQ(database.Query("SELECT * FROM t")[0].size(), 2u);
+  EXPECT_EQ(Query(database, "SELECT * FROM t")[0].size(), 1u);
+  PLXSQLite(folder / "a.db").Run("ALTER TABLE t ADD COLUMN b");
+  EXPECT_EQ(Query(database, "SELECT * FROM t")[0].size(), 2u);
 }
