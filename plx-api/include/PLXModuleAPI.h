@@ -137,3 +137,81 @@ inline constexpr PLXUInt32 kPLXSupport_ValidateDomainLogin = PLXCode("MVDL");
 inline constexpr PLXUInt32 kPLXSupport_SetPreference = PLXCode("MSPr");
 inline constexpr PLXUInt32 kPLXSupport_GetPreference = PLXCode("MGPr");
 inline constexpr PLXUInt32 kPLXSupport_RemovePreference = PLXCode("MRPr");
+
+// ---- Database requests -----------------------------------------------------------------------------------
+// Engine
+inline constexpr PLXUInt32 kPLXDatabase_Initialize = PLXCode("MIni");
+inline constexpr PLXUInt32 kPLXDatabase_Terminate = PLXCode("MTrm");
+inline constexpr PLXUInt32 kPLXDatabase_GetODBCSupportFlags = PLXCode("MOSF");
+inline constexpr PLXUInt32 kPLXDatabase_GetODBCCursorFlags = PLXCode("MOCF");
+inline constexpr PLXUInt32 kPLXDatabase_GetODBCFieldTypeInfo = PLXCode("MOFT");
+inline constexpr PLXUInt32 kPLXDatabase_GetODBCFieldTypeInfoByIndex = PLXCode("MOFI");
+inline constexpr PLXUInt32 kPLXDatabase_GetODBCFieldTypeInfoByName = PLXCode("MDFN");
+inline constexpr PLXUInt32 kPLXDatabase_GetODBCFieldTypeCount = PLXCode("MOFC");
+inline constexpr PLXUInt32 kPLXDatabase_GetErrorInfo = PLXCode("MDEI");
+// Databases
+inline constexpr PLXUInt32 kPLXDatabase_CreateDatabase = PLXCode("MDCr");
+inline constexpr PLXUInt32 kPLXDatabase_OpenDatabase = PLXCode("MDOp");
+inline constexpr PLXUInt32 kPLXDatabase_CloseDatabase = PLXCode("MDCl");
+inline constexpr PLXUInt32 kPLXDatabase_DeleteDatabase = PLXCode("MDDl");
+inline constexpr PLXUInt32 kPLXDatabase_GetDatabaseName = PLXCode("MDNm");
+inline constexpr PLXUInt32 kPLXDatabase_GetDatabaseNameByIndex = PLXCode("MDNI");
+inline constexpr PLXUInt32 kPLXDatabase_GetDatabaseCount = PLXCode("MDCt");
+inline constexpr PLXUInt32 kPLXDatabase_SetLocking = PLXCode("MLck");
+// Fields
+inline constexpr PLXUInt32 kPLXDatabase_AddField = PLXCode("MFAd");
+inline constexpr PLXUInt32 kPLXDatabase_DeleteField = PLXCode("MFDl");
+inline constexpr PLXUInt32 kPLXDatabase_GetFieldInfo = PLXCode("MFFI");
+inline constexpr PLXUInt32 kPLXDatabase_GetFieldInfoByIndex = PLXCode("MFII");
+inline constexpr PLXUInt32 kPLXDatabase_GetFieldCount = PLXCode("MFCt");
+// Records and values
+inline constexpr PLXUInt32 kPLXDatabase_CreateRecord = PLXCode("MRCr");
+inline constexpr PLXUInt32 kPLXDatabase_AddRecord = PLXCode("MRAd");
+inline constexpr PLXUInt32 kPLXDatabase_UpdateRecord = PLXCode("MRUp");
+inline constexpr PLXUInt32 kPLXDatabase_DeleteRecord = PLXCode("MRDl");
+inline constexpr PLXUInt32 kPLXDatabase_DeleteAllRecords = PLXCode("MRDA");
+inline constexpr PLXUInt32 kPLXDatabase_SetFieldValue = PLXCode("MFSV");
+inline constexpr PLXUInt32 kPLXDatabase_GetFieldValue = PLXCode("MFGV");
+inline constexpr PLXUInt32 kPLXDatabase_GetRecordCount = PLXCode("MRCt");
+// Searching and moving
+inline constexpr PLXUInt32 kPLXDatabase_ExecuteSearch = PLXCode("MSEc");
+inline constexpr PLXUInt32 kPLXDatabase_GetResultCount = PLXCode("MSRC");
+inline constexpr PLXUInt32 kPLXDatabase_ClearSearchResults = PLXCode("MSCl");
+inline constexpr PLXUInt32 kPLXDatabase_MoveFirstRecord = PLXCode("MMFR");
+inline constexpr PLXUInt32 kPLXDatabase_MoveLastRecord = PLXCode("MMLR");
+inline constexpr PLXUInt32 kPLXDatabase_MovePrevRecord = PLXCode("MMPR");
+inline constexpr PLXUInt32 kPLXDatabase_MoveNextRecord = PLXCode("MMNR");
+inline constexpr PLXUInt32 kPLXDatabase_MoveToRecord = PLXCode("MMTR");
+inline constexpr PLXUInt32 kPLXDatabase_Jump = PLXCode("MMJp");
+// Exchange
+inline constexpr PLXUInt32 kPLXDatabase_Export = PLXCode("MExp");
+inline constexpr PLXUInt32 kPLXDatabase_Import = PLXCode("MImp");
+
+// ---- Open modes of 'MDOp' --------------------------------------------------------------------------------
+// An exclusive open fails while another reference to the database is open, and others fail while it lasts.
+inline constexpr PLXUInt32 kPLXOpenMode_Shared = 2;
+inline constexpr PLXUInt32 kPLXOpenMode_Exclusive = 3;
+
+// ---- Field-type words: attributes, type and size ---------------------------------------------------------
+inline constexpr PLXUInt32 kPLXFieldSizeMask = 0x0000FFFF;
+inline constexpr PLXUInt32 kPLXFieldTypeMask = 0x00FF0000;
+inline constexpr PLXUInt32 kPLXFieldType_Boolean = 0x00010000;
+inline constexpr PLXUInt32 kPLXFieldType_Integer = 0x00020000;
+inline constexpr PLXUInt32 kPLXFieldType_UInteger = 0x00030000;
+inline constexpr PLXUInt32 kPLXFieldType_Float = 0x00040000;
+inline constexpr PLXUInt32 kPLXFieldType_HostOnly = 0x00050000;  // only the server makes such a field
+inline constexpr PLXUInt32 kPLXFieldType_Text = 0x00060000;      // the size is advice; nothing is cut
+inline constexpr PLXUInt32 kPLXFieldType_LongText = 0x00070000;
+inline constexpr PLXUInt32 kPLXFieldAttribute_Indexed = 0x02000000;
+inline constexpr PLXUInt32 kPLXFieldAttribute_Unique =
+    0x04000000;  // a record that repeats a value is refused
+
+// The record identifier: an integer field of every database, given by the server and never reused; the key of
+// 'MRDl' and 'MMTR', not counted by 'MFCt'.
+inline constexpr char kPLXRecordIDFieldName[] = "PLXIDFIELD";
+
+// ---- Value types: each value travels with its type word and its size in bytes ----------------------------
+inline constexpr PLXUInt32 kPLXValueType_Text = 0x20000000;      // length + 1 bytes
+inline constexpr PLXUInt32 kPLXValueType_Unsigned = 0x30000000;  // 4 bytes; a boolean travels as 0 or 1
+inline constexpr PLXUInt32 kPLXValueType_Signed = 0x40000000;    // 4 bytes
+inline constexpr PLXUInt32 kPLXValueType_Double = 0x50000000;    // 8 bytes
