@@ -1,6 +1,7 @@
 #pragma once
 
 #include "PLXModuleAPI.h"
+#include "PLXModuleAPIGlueDatabase.h"
 #include "PLXNumber.h"
 #include "PLXString.h"
 #include "PLXStringID.h"
@@ -14,9 +15,8 @@
 // returns its text returns it empty on failure. An answer that did not fit is asked for once more with a
 // larger buffer; a second miss is a failure.
 
-// ---- Server, module and log
-// -------------------------------------------------------------------------------- Makes no call and returns
-// 0: the server tells nothing of itself.
+// ---- Server, module and log ----
+// Makes no call and returns 0: the server tells nothing of itself.
 PLXUInt32 PLXGlueGetServerInformation(_PLXAPI_ModuleProcessingInfo* info_i);
 bool PLXGlueGetModulePath(_PLXAPI_ModuleProcessingInfo* info_i, PLXString& path_o);
 bool PLXGlueGetModuleParentFolderPath(_PLXAPI_ModuleProcessingInfo* info_i, PLXString& path_o);
@@ -33,8 +33,7 @@ bool PLXGlueNormalizeString(_PLXAPI_ModuleProcessingInfo* info_i, PLXString& tex
 PLXUInt32 PLXGlueGetDefaultLanguage(_PLXAPI_ModuleProcessingInfo* info_i);
 PLXUInt32 PLXGlueGetPageID(_PLXAPI_ModuleProcessingInfo* info_i);
 
-// ---- Announcement, during 'MIni' only
-// ----------------------------------------------------------------------
+// ---- Announcement, during 'MIni' only ----
 bool PLXGlueRegisterModuleName(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& name_i);
 bool PLXGlueRegisterModuleVersion(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& version_i);
 bool PLXGlueRegisterModuleAuthor(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& author_i);
@@ -48,9 +47,8 @@ bool PLXGlueRegisterForAction(_PLXAPI_ModuleProcessingInfo* info_i, PLXString co
                               PLXStringID& id_o);
 bool PLXGlueUnregisterForAction(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& name_i);
 
-// ---- Tag and action
-// ---------------------------------------------------------------------------------------- The two names are
-// built from what the server left in the buffer, whatever its result.
+// ---- Tag and action ----
+// The two names are built from what the server left in the buffer, whatever its result.
 PLXTag PLXGlueGetTag(_PLXAPI_ModuleProcessingInfo* info_i);
 PLXStringID PLXGlueGetActionName(_PLXAPI_ModuleProcessingInfo* info_i);
 // The text between the opening and the closing tag.
@@ -99,9 +97,8 @@ bool PLXGlueGetTagParameterByIndex(_PLXAPI_ModuleProcessingInfo* info_i, unsigne
                                    PLXStringID& name_o, PLXString& value_o);
 PLXUInt32 PLXGlueGetTagParameterCount(_PLXAPI_ModuleProcessingInfo* info_i);
 
-// ---- Arguments, variables and cookies of the page
-// ------------------------------------------------------------ Path arguments come with the URL, post
-// arguments with the form. By name and occurrence, or by position.
+// ---- Arguments, variables and cookies of the page ----
+// Path arguments come with the URL, post arguments with the form. By name and occurrence, or by position.
 bool PLXGlueGetPathArgument(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& name_i,
                             unsigned int index_i, PLXString& value_o, PLXString const& default_i);
 bool PLXGlueGetPathArgumentByIndex(_PLXAPI_ModuleProcessingInfo* info_i, unsigned int index_i,
@@ -122,8 +119,7 @@ bool PLXGlueGetPageVariableByIndex(_PLXAPI_ModuleProcessingInfo* info_i, unsigne
 PLXUInt32 PLXGlueGetPageVariableCount(_PLXAPI_ModuleProcessingInfo* info_i);
 PLXString PLXGlueGetCookie(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& name_i);
 
-// ---- Response
-// ------------------------------------------------------------------------------------------------
+// ---- Response ----
 enum PLXHTTPStatus : PLXUInt32 {
   kPLXHTTPStatus_OK = 200,
   kPLXHTTPStatus_MovedPermanently = 301,
@@ -143,8 +139,7 @@ bool PLXGlueSetHTTPResponseHeader(_PLXAPI_ModuleProcessingInfo* info_i, PLXStrin
                                   PLXString const& value_i);
 bool PLXGlueSetHTTPResponseURI(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& uri_i);
 
-// ---- Administration, region and paths
-// ------------------------------------------------------------------------
+// ---- Administration, region and paths ----
 PLXString PLXGlueGetAdminDomainName(_PLXAPI_ModuleProcessingInfo* info_i);
 PLXString PLXGlueGetAdminRegionPath(_PLXAPI_ModuleProcessingInfo* info_i);
 // The site's host name, with ":port" unless it is 80.
@@ -158,8 +153,8 @@ PLXString PLXGlueMapURLToPhysicalPath(_PLXAPI_ModuleProcessingInfo* info_i, PLXS
 // Gives the disk path of a path inside the region; false for one that leaves it.
 bool PLXGlueVerifyRegionContainsFile(_PLXAPI_ModuleProcessingInfo* info_i, PLXString& path_io);
 
-// ---- Logins and preferences
-// ---------------------------------------------------------------------------------- True: accepted.
+// ---- Logins and preferences ----
+// True: accepted.
 bool PLXGlueValidateServerLogin(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& user_i,
                                 PLXString const& password_i);
 bool PLXGlueValidateDomainLogin(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& user_i,

@@ -1,24 +1,28 @@
 #pragma once
 
-#include <memory>
-
 #include "PLXModuleAPI.h"
 #include "PLXString.h"
 
-// One support call to the server, put together slot by slot, sent once and, when an answer did not fit, once
-// more.
+// One call to the server, put together slot by slot, sent once and, when an answer did not fit, once more.
 //
-// Texts go over as copies of their own, so that nothing the server does to a buffer reaches a shared string.
-// An answer is believed only as far as the buffer it stands in. Holds references to the texts it sends: they
-// outlive the call. Lives within one event, on its thread.
+// Texts go over as copies of their own, so that nothing the server does to a buffer reaches a shared string;
+// an answer arrives in the storage of the string that it becomes, and is believed only as far as that goes.
+// Holds references to the texts it sends and to the outputs it fills: they outlive the call. Lives within one
+// event, on its thread.
 class PLXHostCall {
  public:
+  // Which of the server's two callbacks is called.
+  enum Family { kSupport, kDatabase };
+
+  // Room for a name, and for any text that is mostly short; a longer one takes a second try.
+  static constexpr PLXUInt32 kTextCapacity = 32;
   // A server that asks for more than this for one text is not believed: more than any page or form holds, and
   // small enough to clear in a moment.
   static constexpr PLXUInt32 kLargestAnswer = 256 * 1024 * 1024;
 
-  PLXHostCall(_PLXAPI_ModuleProcessingInfo const* info_i, PLXUInt32 code_i) noexcept
-      : myInfo(info_i), myCode(code_i) {}
+  PLXHostCall(_PLXAPI_ModuleProcessingInfo const* info_i, PLXUInt32 code_i,
+              Family family_i = kSupport) noexcept
+      : myInfo(info_i), myCode(code_i), myFamily(family_i) {}
   PLXHostCall(PLXHostCall const&) = delete;
   PLXHostCall& operator=(PLXHostCall const&) = delete;
 
@@ -26,52 +30,73 @@ class PLXHostCall {
   // at least `capacity_i` bytes.
   PLXHostCall& In(PLXString const& text_i, PLXUInt32 capacity_i = 0);
   // A buffer to be filled, and the address of its capacity.
-  PLXHostCall& Out(PLXUInt32 capacity_i);
+  PLXHostCall& Out(PLXUInt32 capacity_i = kTextCapacity);
   // A buffer that holds a text and is rewritten, and the address of its capacity.
   PLXHostCall& InOut(PLXString const& text_i, PLXUInt32 capacity_i = 0);
+
+  // Each takes the next slot: the address of a word.
+  PLXHostCall& WordIn(PLXUInt32 word_i) noexcept;
+  // The output is set when the server answers 0 and stays as it was otherwise.
+  PLXHostCall& WordOut(PLXUInt32& word_o) noexcept;
   // The address of a word in the last slot.
   PLXHostCall& Word(PLXUInt32 word_i) noexcept;
 
-  // True when the server answered 0. 'MBtS' with a need that the buffers do not meet gets a second and last
-  // try with larger ones.
-  bool Send();
+  // Each takes the next three slots: a value, the address of its type word and the address of its size. The
+  // value is read or written where it is, without a copy.
+  PLXHostCall& Value(PLXUInt32 type_i, void* value_io, PLXUInt32 size_i) noexcept;
+  // A buffer to be filled with a text value.
+  PLXHostCall& OutTextValue(PLXUInt32 capacity_i);
+
+  // The server's last result. 'MBtS' with a need that the buffers do not meet gets a second and last try with
+  // larger ones; any other result stands.
+  PLXUInt32 SendForResult();
+  // True when that is 0.
+  bool Send() { return SendForResult() == kPLXResult_Success; }
+  // Sends with a cleared word in the last slot and gives what it holds then, whatever the result.
+  PLXUInt32 AskNumber();
 
   // What the server left in the out or in/out text of that number, counted over all texts from 0; at most
   // what its buffer holds. Requires: sent.
-  PLXString GetAnswer(unsigned text_i = 0) const;
-  PLXUInt32 GetWord() const noexcept { return myWord; }
-
-  // How many bytes of an answer are its text. A size word that (still) states the whole capacity may never
-  // have been written: the zero bytes at the end are then no part of the text.
-  static PLXUInt32 MeasureAnswer(char const* address_i, PLXUInt32 size_i, PLXUInt32 capacity_i) noexcept;
-  // Whether a need is worth a second try with a larger buffer.
-  static bool IsCredibleNeed(PLXUInt32 need_i, PLXUInt32 capacity_i) noexcept {
-    return need_i > capacity_i && need_i <= kLargestAnswer;
-  }
+  PLXString const& GetAnswer(unsigned text_i = 0) const;
+  // Sends and stores that answer; the text is untouched on failure.
+  bool Ask(PLXString& text_o, unsigned text_i = 0) { return AskForResult(text_o, text_i) == 0; }
+  PLXUInt32 AskForResult(PLXString& text_o, unsigned text_i = 0);
 
  private:
-  static constexpr unsigned kSlotCount = 5;
+  static constexpr unsigned kSlotCount = 6;  // of the database callback; the support callback has one less
   static constexpr unsigned kTextCount = kSlotCount / 2;
-  struct Release {
-    void operator()(char* address_i) const noexcept { PLXObject::FreeMemory(address_i); }
-  };
   struct Text {
     PLXString const* source = nullptr;  // what goes over; null for an out text
     bool isAnswered = false;
+    unsigned slot = 0;
     PLXUInt32 capacity = 0;
     PLXUInt32 size = 0;  // the word that the server sees
-    std::unique_ptr<char, Release> buffer;
+    PLXString buffer;
+  };
+  struct SlotWord {
+    PLXUInt32 value = 0;  // the word that the server sees
+    PLXUInt32 initial = 0;
+    PLXUInt32* output = nullptr;
   };
 
-  PLXHostCall& Add(PLXString const* source_i, bool isAnswered_i, PLXUInt32 capacity_i);
+  unsigned GetSlotCount() const noexcept { return myFamily == kDatabase ? kSlotCount : kSlotCount - 1; }
+  void* AddWord(PLXUInt32 word_i, PLXUInt32* output_o = nullptr) noexcept;
+  void AddSlot(void* address_i) noexcept;
+  // Takes one slot for the buffer; the size word's slot is up to the caller.
+  Text& AddText(PLXString const* source_i, bool isAnswered_i, PLXUInt32 capacity_i);
   PLXUInt32 SendOnce();
-  static bool Fill(Text& text_io);
-  bool MakeRoom();
+  PLXUInt32 CallServer();
+  void Lend(Text& text_io);
+  static void TakeBack(Text& text_io);
+  bool MakeRoom() noexcept;
 
   _PLXAPI_ModuleProcessingInfo const* myInfo;
   PLXUInt32 myCode;
+  Family myFamily;
+  void* mySlots[kSlotCount] = {};
+  unsigned mySlotsTaken = 0;
   Text myTexts[kTextCount];
   unsigned myTextCount = 0;
-  bool myHasWord = false;
-  PLXUInt32 myWord = 0;
+  SlotWord myWords[kSlotCount];
+  unsigned myWordCount = 0;
 };

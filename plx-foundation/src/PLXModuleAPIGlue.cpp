@@ -10,7 +10,6 @@ namespace {
 typedef _PLXAPI_ModuleProcessingInfo Info;
 
 constexpr PLXUInt32 ourPathCapacity = 256;
-constexpr PLXUInt32 ourTextCapacity = 32;
 constexpr PLXUInt32 ourStatusCapacity = 16;
 
 bool Tell(Info* info_i, PLXUInt32 code_i, PLXString const& text_i) {
@@ -25,41 +24,25 @@ bool Log(Info* info_i, PLXUInt32 level_i, PLXString const& text_i) {
   return PLXHostCall(info_i, kPLXSupport_WriteToLog).In(text_i).Word(level_i).Send();
 }
 
-PLXUInt32 AskNumber(Info* info_i, PLXUInt32 code_i) {
-  PLXHostCall call(info_i, code_i);
-  call.Word(0).Send();
-  return call.GetWord();
-}
-
-// The text is untouched on failure.
-bool Ask(PLXHostCall& call_io, PLXString& text_o, unsigned answer_i = 0) {
-  if (!call_io.Send()) return false;
-  text_o = call_io.GetAnswer(answer_i);
-  return true;
-}
-
 bool AskPath(Info* info_i, PLXUInt32 code_i, PLXString& path_o) {
-  PLXHostCall call(info_i, code_i);
-  return Ask(call.Out(ourPathCapacity), path_o);
+  return PLXHostCall(info_i, code_i).Out(ourPathCapacity).Ask(path_o);
 }
 
 PLXString AskText(Info* info_i, PLXUInt32 code_i) {
   PLXString text;
-  PLXHostCall call(info_i, code_i);
-  Ask(call.Out(ourTextCapacity), text);
+  PLXHostCall(info_i, code_i).Out().Ask(text);
   return text;
 }
 
 // The server replaces the text by what it makes of it.
 bool Rewrite(Info* info_i, PLXUInt32 code_i, PLXString const& text_i, PLXUInt32 capacity_i,
              PLXString& text_o) {
-  PLXHostCall call(info_i, code_i);
-  return Ask(call.InOut(text_i, capacity_i), text_o);
+  return PLXHostCall(info_i, code_i).InOut(text_i, capacity_i).Ask(text_o);
 }
 
 PLXString GetRewritten(Info* info_i, PLXUInt32 code_i, PLXString const& text_i) {
   PLXString text;
-  Rewrite(info_i, code_i, text_i, ourTextCapacity, text);
+  Rewrite(info_i, code_i, text_i, PLXHostCall::kTextCapacity, text);
   return text;
 }
 
@@ -124,10 +107,10 @@ bool PLXGlueNormalizeString(Info* info_i, PLXString& text_io) {
 }
 
 PLXUInt32 PLXGlueGetDefaultLanguage(Info* info_i) {
-  return AskNumber(info_i, kPLXSupport_GetDefaultLanguage);
+  return PLXHostCall(info_i, kPLXSupport_GetDefaultLanguage).AskNumber();
 }
 
-PLXUInt32 PLXGlueGetPageID(Info* info_i) { return AskNumber(info_i, kPLXSupport_GetPageID); }
+PLXUInt32 PLXGlueGetPageID(Info* info_i) { return PLXHostCall(info_i, kPLXSupport_GetPageID).AskNumber(); }
 
 // ---- Announcement ----
 
@@ -161,7 +144,7 @@ bool PLXGlueUnregisterForTag(Info* info_i, PLXTag const& tag_i) {
 
 bool PLXGlueRegisterForAction(Info* info_i, PLXString const& name_i, PLXStringID& id_o) {
   PLXString name;
-  if (!Rewrite(info_i, kPLXSupport_RegisterForAction, name_i, ourTextCapacity, name)) return false;
+  if (!Rewrite(info_i, kPLXSupport_RegisterForAction, name_i, PLXHostCall::kTextCapacity, name)) return false;
   id_o = PLXStringID(name, PLXStringID::kIgnoreCase);
   return true;
 }
@@ -213,7 +196,7 @@ PLXString PLXGlueMapURLToPhysicalPath(Info* info_i, PLXString const& url_i) {
 }
 
 bool PLXGlueVerifyRegionContainsFile(Info* info_i, PLXString& path_io) {
-  return Rewrite(info_i, kPLXSupport_VerifyRegionContainsFile, path_io, ourTextCapacity, path_io);
+  return Rewrite(info_i, kPLXSupport_VerifyRegionContainsFile, path_io, PLXHostCall::kTextCapacity, path_io);
 }
 
 // ---- Logins and preferences ----
@@ -232,8 +215,7 @@ bool PLXGlueSetPreference(Info* info_i, PLXString const& name_i, PLXString const
 
 bool PLXGlueGetPreference(Info* info_i, PLXString const& name_i, PLXString& value_o,
                           PLXString const& default_i) {
-  PLXHostCall call(info_i, kPLXSupport_GetPreference);
-  if (Ask(call.In(name_i).Out(ourTextCapacity), value_o, 1)) return true;
+  if (PLXHostCall(info_i, kPLXSupport_GetPreference).In(name_i).Out().Ask(value_o, 1)) return true;
   value_o = default_i;
   return false;
 }

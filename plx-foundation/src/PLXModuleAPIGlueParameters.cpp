@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "PLXHostCall.h"
 #include "PLXModuleAPIGlue.h"
 #include "PLXStringUtility.h"
@@ -10,25 +8,18 @@ namespace {
 
 typedef _PLXAPI_ModuleProcessingInfo Info;
 
-constexpr PLXUInt32 ourTextCapacity = 32;
 constexpr unsigned ourRadix = 10;
-
-PLXUInt32 AskNumber(Info* info_i, PLXUInt32 code_i) {
-  PLXHostCall call(info_i, code_i);
-  call.Word(0).Send();
-  return call.GetWord();
-}
 
 // What the server left in the buffer, asked for once or twice, whatever the result.
 PLXString AskNameUnchecked(Info* info_i, PLXUInt32 code_i) {
   PLXHostCall call(info_i, code_i);
-  call.Out(ourTextCapacity).Send();
+  call.Out().Send();
   return call.GetAnswer();
 }
 
 // The value of a name; the default when the server has none.
 bool AskValue(PLXHostCall& call_io, PLXString const& name_i, PLXString& value_o, PLXString const& default_i) {
-  bool const isFound = call_io.In(name_i).Out(ourTextCapacity).Send();
+  bool const isFound = call_io.In(name_i).Out().Send();
   value_o = isFound ? call_io.GetAnswer(1) : default_i;
   return isFound;
 }
@@ -48,7 +39,7 @@ PLXString AskValueOrEmpty(Info* info_i, PLXUInt32 code_i, PLXString const& name_
 
 bool AskPair(Info* info_i, PLXUInt32 code_i, unsigned int index_i, PLXString& name_o, PLXString& value_o) {
   PLXHostCall call(info_i, code_i);
-  if (!call.Out(ourTextCapacity).Out(ourTextCapacity).Word(index_i).Send()) return false;
+  if (!call.Out().Out().Word(index_i).Send()) return false;
   name_o = call.GetAnswer(0);
   value_o = call.GetAnswer(1);
   return true;
@@ -58,37 +49,6 @@ bool AskTagParameter(Info* info_i, PLXStringID const& name_i, unsigned int index
   return AskOccurrence(info_i, kPLXSupport_GetTagParameter, name_i.GetString(), index_i, value_o,
                        PLXString());
 }
-
-// Lends a string's own storage to the server and takes it back on every path, with an empty text unless
-// another length was stated.
-class StorageLoan {
- public:
-  StorageLoan(PLXString& string_io, PLXUInt32 capacity_i)
-      : myString(string_io),
-        myCapacity(capacity_i),
-        mySize(capacity_i),
-        myAddress(string_io.GetBuffer(capacity_i)) {
-    std::memset(myAddress, 0, capacity_i);
-  }
-  StorageLoan(StorageLoan const&) = delete;
-  StorageLoan& operator=(StorageLoan const&) = delete;
-  ~StorageLoan() { myString.ReleaseBuffer(myLength); }
-
-  PLXUInt32 Ask(Info* info_i, PLXUInt32 code_i) {
-    PLXUInt32 const result = info_i->PLXServerSupportFunction(info_i->connID_i, code_i, myAddress, &mySize,
-                                                              nullptr, nullptr, nullptr);
-    if (result == kPLXResult_Success) myLength = PLXHostCall::MeasureAnswer(myAddress, mySize, myCapacity);
-    return result;
-  }
-  PLXUInt32 GetNeed() const noexcept { return mySize; }
-
- private:
-  PLXString& myString;
-  PLXUInt32 myCapacity;
-  PLXUInt32 mySize;
-  char* myAddress;
-  PLXUInt32 myLength = 0;
-};
 
 // The parameter's value is converted when it is there; otherwise the value is the default.
 template <typename T, typename Conversion>
@@ -133,14 +93,7 @@ PLXStringID PLXGlueGetActionName(Info* info_i) {
 
 PLXString PLXGlueGetTagBody(Info* info_i) {
   PLXString body;
-  PLXUInt32 need = 0;
-  {
-    StorageLoan loan(body, ourTextCapacity);
-    if (loan.Ask(info_i, kPLXSupport_GetTagBody) == kPLXResult_BufferTooSmall) need = loan.GetNeed();
-  }
-  if (PLXHostCall::IsCredibleNeed(need, ourTextCapacity)) {
-    StorageLoan(body, need).Ask(info_i, kPLXSupport_GetTagBody);
-  }
+  PLXHostCall(info_i, kPLXSupport_GetTagBody).Out().Ask(body);
   return body;
 }
 
@@ -243,7 +196,7 @@ bool PLXGlueGetTagParameterByIndex(Info* info_i, unsigned int index_i, PLXString
 }
 
 PLXUInt32 PLXGlueGetTagParameterCount(Info* info_i) {
-  return AskNumber(info_i, kPLXSupport_GetTagParameterCount);
+  return PLXHostCall(info_i, kPLXSupport_GetTagParameterCount).AskNumber();
 }
 
 // ---- Arguments, variables and cookies of the page ----
@@ -259,7 +212,7 @@ bool PLXGlueGetPathArgumentByIndex(Info* info_i, unsigned int index_i, PLXString
 }
 
 PLXUInt32 PLXGlueGetPathArgumentCount(Info* info_i) {
-  return AskNumber(info_i, kPLXSupport_GetPathArgumentCount);
+  return PLXHostCall(info_i, kPLXSupport_GetPathArgumentCount).AskNumber();
 }
 
 bool PLXGlueGetPostArgument(Info* info_i, PLXString const& name_i, unsigned int index_i, PLXString& value_o,
@@ -273,7 +226,7 @@ bool PLXGlueGetPostArgumentByIndex(Info* info_i, unsigned int index_i, PLXString
 }
 
 PLXUInt32 PLXGlueGetPostArgumentCount(Info* info_i) {
-  return AskNumber(info_i, kPLXSupport_GetPostArgumentCount);
+  return PLXHostCall(info_i, kPLXSupport_GetPostArgumentCount).AskNumber();
 }
 
 PLXString PLXGlueGetCGIEnvironmentVariable(Info* info_i, PLXString const& name_i) {
@@ -296,7 +249,7 @@ bool PLXGlueGetPageVariableByIndex(Info* info_i, unsigned int index_i, PLXString
 }
 
 PLXUInt32 PLXGlueGetPageVariableCount(Info* info_i) {
-  return AskNumber(info_i, kPLXSupport_GetPageVariableCount);
+  return PLXHostCall(info_i, kPLXSupport_GetPageVariableCount).AskNumber();
 }
 
 PLXString PLXGlueGetCookie(Info* info_i, PLXString const& name_i) {

@@ -1,15 +1,33 @@
-#include <gtest/gtest.h>
-
-#include "PLXModuleAPIGlue.h"
+#include "GlueRows.h"
 #include "PLXUtilityFunctions.h"
-#include "SimulatedHost.h"
 
 namespace {
 
 typedef _PLXAPI_ModuleProcessingInfo Info;
 
-std::string ToString(PLXString const& text_i) {
-  return std::string(text_i.GetCStringAccess(), text_i.GetLength());
+PLXStringID const ourName("mailServer", PLXStringID::kIgnoreCase);
+
+template <typename T>
+std::string Get(Info* info_i, T value_io, T const& default_i) {
+  bool const isFound = PLXGlueGetTagParameter(info_i, ourName, 0, value_io, default_i);
+  return " " + Told(isFound) + ":" + Told(value_io);
+}
+
+// The parameter in every type.
+std::string GetAll(Info* info_i) {
+  return Get<PLXString>(info_i, "old", "default") + Get(info_i, 99u, 7u) + Get(info_i, 99, -7) +
+         Get(info_i, 99.0, 0.5) + Get(info_i, PLXNumber(99), PLXNumber("2.5")) + Get(info_i, false, true);
+}
+
+template <typename T>
+std::string Require(Info* info_i, T value_io) {
+  bool const isFound = PLXGlueGetRequiredTagParameter(info_i, ourName, 0, value_io);
+  return " " + Told(isFound) + ":" + Told(value_io);
+}
+
+std::string RequireAll(Info* info_i) {
+  return Require<PLXString>(info_i, "old") + Require(info_i, ourName) + Require(info_i, 9u) +
+         Require(info_i, 9) + Require(info_i, 9.0) + Require(info_i, PLXNumber(9)) + Require(info_i, true);
 }
 
 }  // namespace
@@ -17,90 +35,42 @@ std::string ToString(PLXString const& text_i) {
 TEST(GlueTagParameter, ConvertsItsTextAndFallsBackToTheDefault) {
   struct {
     char const* why;
-    char const* text;  // null: the tag does not have it
-    unsigned number;
-    int signedNumber;
-    double real;
-    char const* decimal;  // "" is null
-    bool flag;
-  } const rows[] = {{"absent", nullptr, 7, -7, 0.5, "2.5", true},
-                    {"empty", "", 0, 0, 0, "", false},
-                    {"a number", "42", 42, 42, 42, "42", false},
-                    {"a negative number", "-3", 0xFFFFFFFD, -3, -3, "-3", false},
-                    {"a fraction", " 12.25 ", 12, 12, 12.25, "12.25", false},
-                    {"no number", "twelve", 0, 0, 0, "", false},
-                    {"a switch that is on", "On", 0, 0, 0, "", true},
-                    {"a switch that is off", "off", 0, 0, 0, "", false},
-                    {"one, a number and a switch", "1", 1, 1, 1, "1", true}};
-  PLXStringID const name("size", PLXStringID::kIgnoreCase);
+    char const* text;
+    char const* told;
+  } const rows[] = {{"empty", "", " true: true:0 true:0 true:0 true:null true:false"},
+                    {"negative", "-3", " true:-3 true:4294967293 true:-3 true:-3 true:-3 true:false"},
+                    {"fraction", " 12.25 ", " true: 12.25  true:12 true:12 true:12.25 true:12.25 true:false"},
+                    {"no number", "twelve", " true:twelve true:0 true:0 true:0 true:null true:false"},
+                    {"a switch that is on", "On", " true:On true:0 true:0 true:0 true:null true:true"},
+                    {"a number and a switch", "1", " true:1 true:1 true:1 true:1 true:1 true:true"}};
   for (auto const& row : rows) {
     SCOPED_TRACE(row.why);
     SimulatedHost host;
-    if (row.text != nullptr) host.tagParameters = {{"SIZE", row.text}};
-    Info* const info = host.Event();
-    bool const isFound = row.text != nullptr;
-    PLXStringID identifier;
-    unsigned number = 99;
-    int signedNumber = 99;
-    double real = 99;
-    PLXNumber decimal(99);
-    bool flag = false;
-    PLXStringID const defaultID("default", PLXStringID::kIgnoreCase);
-    EXPECT_EQ(PLXGlueGetTagParameter(info, name, 0, identifier, defaultID), isFound);
-    EXPECT_EQ(PLXGlueGetTagParameter(info, name, 0, number, 7u), isFound);
-    EXPECT_EQ(PLXGlueGetTagParameter(info, name, 0, signedNumber, -7), isFound);
-    EXPECT_EQ(PLXGlueGetTagParameter(info, name, 0, real, 0.5), isFound);
-    EXPECT_EQ(PLXGlueGetTagParameter(info, name, 0, decimal, PLXNumber("2.5")), isFound);
-    EXPECT_EQ(PLXGlueGetTagParameter(info, name, 0, flag, true), isFound);
-    PLXStringID const expected(isFound ? row.text : "DEFAULT", PLXStringID::kIgnoreCase);
-    EXPECT_EQ(identifier.GetID(), expected.GetID());
-    EXPECT_EQ(number, row.number);
-    EXPECT_EQ(signedNumber, row.signedNumber);
-    EXPECT_EQ(real, row.real);
-    EXPECT_EQ(ToString(decimal.GetStringRepresentation()), row.decimal);
-    EXPECT_EQ(flag, row.flag);
-    EXPECT_EQ(host.problem, "");
+    host.tagParameters = {{"MAILSERVER", row.text}};
+    EXPECT_EQ(GetAll(host.Event()), row.told);
+    PLXStringID id;
+    EXPECT_TRUE(PLXGlueGetTagParameter(host.Event(), ourName, 0, id, ourName));
+    EXPECT_EQ(id.GetID(), PLXStringID(row.text, PLXStringID::kIgnoreCase).GetID());
   }
+  SimulatedHost host;
+  EXPECT_EQ(GetAll(host.Event()), " false:default false:7 false:-7 false:0.5 false:2.5 false:true");
+  EXPECT_EQ(host.problem, "");
 }
 
 TEST(GlueTagParameter, TellsThePagesAuthorWhatIsMissing) {
-  PLXStringID const name("mailServer", PLXStringID::kIgnoreCase);
   SimulatedHost host;
   host.tag = "plxPOP";
-  Info* const info = host.Event();
-  PLXString text("old");
-  PLXStringID identifier;
-  unsigned number = 9;
-  int signedNumber = 9;
-  double real = 9;
-  PLXNumber decimal(9);
-  bool flag = true;
-  EXPECT_FALSE(PLXGlueGetRequiredTagParameter(info, name, 0, text));
+  EXPECT_EQ(RequireAll(host.Event()), " false: false: false:0 false:0 false:0 false:null false:false");
+  EXPECT_EQ(host.CountCalls(kPLXSupport_SetErrorInformation), 7u);
   EXPECT_EQ(host.problem,
             "An &lt;plxPOP&gt; tag was found but it is missing its &quot;mailServer&quot; parameter.");
   EXPECT_EQ(host.remedy,
             "Check the &lt;plxPOP&gt; tag to see if the &quot;mailServer&quot; parameter is missing or "
             "misspelled.");
-  EXPECT_EQ(host.CountCalls(kPLXSupport_SetErrorInformation), 1u);
-  EXPECT_FALSE(PLXGlueGetRequiredTagParameter(info, name, 0, identifier));
-  EXPECT_FALSE(PLXGlueGetRequiredTagParameter(info, name, 0, number));
-  EXPECT_FALSE(PLXGlueGetRequiredTagParameter(info, name, 0, signedNumber));
-  EXPECT_FALSE(PLXGlueGetRequiredTagParameter(info, name, 0, real));
-  EXPECT_FALSE(PLXGlueGetRequiredTagParameter(info, name, 0, decimal));
-  EXPECT_FALSE(PLXGlueGetRequiredTagParameter(info, name, 0, flag));
-  EXPECT_EQ(host.CountCalls(kPLXSupport_SetErrorInformation), 7u);
-  EXPECT_EQ(ToString(text), "");
-  EXPECT_TRUE(number == 0 && signedNumber == 0 && real == 0 && decimal.IsNull() && !flag);
-}
-
-TEST(GlueTagParameter, IsThereWhenItIsEmpty) {
-  SimulatedHost host;
-  host.tagParameters = {{"to", ""}};
-  PLXString text("old");
-  EXPECT_TRUE(
-      PLXGlueGetRequiredTagParameter(host.Event(), PLXStringID("To", PLXStringID::kIgnoreCase), 0, text));
-  EXPECT_EQ(ToString(text), "");
-  EXPECT_EQ(host.CountCalls(kPLXSupport_SetErrorInformation), 0u);
+  SimulatedHost furnished;
+  furnished.tagParameters = {{"MailServer", ""}};
+  EXPECT_EQ(Require<PLXString>(furnished.Event(), "old"), " true:");
+  EXPECT_EQ(furnished.problem, "");
 }
 
 TEST(ModuleUtility, MakesKeysOfTexts) {

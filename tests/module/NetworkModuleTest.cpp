@@ -20,7 +20,7 @@ std::vector<std::string> Lines(SimulatedHost const& host_i) {
   for (SimulatedHost::Call const& call : host_i.calls) {
     std::string line = SpellCode(call.code);
     for (std::string const& text : call.texts) line += " [" + text + "]";
-    if (call.word != 0) line += " " + std::to_string(call.word);
+    if (!call.words.empty() && call.words.back() != 0) line += " " + std::to_string(call.words.back());
     lines.push_back(line);
   }
   return lines;

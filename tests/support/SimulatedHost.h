@@ -8,9 +8,9 @@
 
 #include "PLXModuleAPI.h"
 
-// A server for tests of modules: holds one page's worth of data, answers the support calls from it, records
-// each call as it read it at the time, and fails the test when a call breaks the conventions between server
-// and module.
+// A server for tests of modules: holds one page's worth of data, answers the calls from it, records each call
+// as it read it at the time, and fails the test when a call breaks the conventions between server and module.
+// Of databases it knows the requests, not the records: it answers what the test holds ready for the request.
 //
 //   SimulatedHost host;
 //   host.tag = "plxFTP";
@@ -18,9 +18,9 @@
 //   EXPECT_EQ(host.output, "");
 //
 // Checked in every call: the size of a text that comes in counts its terminator and the terminator is there;
-// a buffer to be filled is all zero and of the first capacity that its request has; unused slots are zero; a
-// word stands in the last slot; a second try repeats the first one's texts and brings the room that was asked
-// for, and there is no third. One thread at a time; hosts of different threads do not meet.
+// a buffer or word to be filled is all zero; a number has the size of its type; unused slots are zero; a word
+// stands in the last slot; a second try repeats the first one's texts and words and brings the room that was
+// asked for, and there is no third. One thread at a time; hosts of different threads do not meet.
 class SimulatedHost {
  public:
   typedef std::vector<std::pair<std::string, std::string>> Pairs;
@@ -28,9 +28,13 @@ class SimulatedHost {
   // One call as the host read it.
   struct Call {
     PLXUInt32 code = 0;
+    // The request and its slots in order: 'a text', 7 a word (from #10000 on in hexadecimal), ? one to be
+    // filled, >32 a buffer to be filled and its capacity, 'a text'>32 one to be rewritten, #30000000/4=1 a
+    // value with its type and size, #20000000>64 one to be filled; [7] and [?] are words in the last slot.
+    std::string sent;
     std::vector<std::string> texts;     // that came in, in order, without their terminators
+    std::vector<PLXUInt32> words;       // that came in, in order
     std::vector<PLXUInt32> capacities;  // of the buffers to be filled, in order
-    PLXUInt32 word = 0;                 // index, level or flags
     PLXUInt32 result = 0;
   };
 
@@ -43,6 +47,8 @@ class SimulatedHost {
     // ... and what is stored in its size word; unwritten where there is none.
     std::vector<PLXUInt32> sizes = {};
     bool throws = false;
+    // Answers from what the host holds and then returns the result all the same.
+    bool answersToo = false;
   };
 
   SimulatedHost();
@@ -76,6 +82,7 @@ class SimulatedHost {
   std::map<std::string, std::string> logins;  // of server and domain
   std::map<PLXUInt32, std::string> texts;     // answers of requests for one text, by code
   std::map<PLXUInt32, PLXUInt32> numbers;     // answers of requests for one number, by code
+  double fieldValue = 0;                      // of every field, in the type that is asked for
 
   // ---- What the module did ----
   std::string output;
@@ -89,6 +96,9 @@ class SimulatedHost {
 
   static PLXUInt32 Support(PLXConnectionID connID_i, PLXUInt32 code_i, void* a1, void* a2, void* a3, void* a4,
                            void* a5);
+  static PLXUInt32 Database(PLXConnectionID connID_i, PLXUInt32 code_i, void* a1, void* a2, void* a3,
+                            void* a4, void* a5, void* a6);
+  PLXUInt32 Serve(Slots& slots_io);
   PLXUInt32 Answer(Slots& slots_io);
   PLXUInt32 AnswerAsScripted(Slots& slots_io, Reply const& reply_i);
   PLXUInt32 AnswerFromData(Slots& slots_io);
