@@ -71,6 +71,9 @@ std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration cons
       {"state", old_i.state != new_i.state},
       {"modules", old_i.modules != new_i.modules},
       {"proxies", old_i.proxies != new_i.proxies},
+      {"records-source", old_i.recordsSource != new_i.recordsSource},
+      {"records-user", old_i.recordsUser != new_i.recordsUser},
+      {"records-password", old_i.recordsPassword != new_i.recordsPassword},
       {"trace (switched off)", old_i.trace && !new_i.trace},
       {"page-threads", a.pageThreads != b.pageThreads},
       {"waiting-pages", a.waitingPages != b.waitingPages},
@@ -151,10 +154,13 @@ PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> 
   try {
     PLXLog::Open(LogOptions(configuration_i, myUse));
     bool const trace = configuration_i.trace;
+    myRecords = std::make_unique<PLXRecordEngine>(
+        PLXRecordEngine::Settings{myState, configuration_i.recordsSource, configuration_i.recordsUser,
+                                  configuration_i.recordsPassword});
     myGeneration = std::make_shared<Generation const>(std::move(configuration_i));
     myPreferences = std::make_unique<PLXPreferenceStore>(myState / "preferences.sqlite");
     myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(myState));
-    myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, trace);
+    myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, *myRecords, trace);
     myPages = std::make_unique<PLXPageCache>(*myModules);
     myAdministration = std::make_unique<PLXAdministration>(*myModules, *myServerLogins, myActive, [this] {
       PLXListener const* const listener = myListener;
@@ -171,6 +177,7 @@ PLXServer::~PLXServer() {
   myAdministration.reset();
   myPages.reset();
   myModules.reset();
+  myRecords.reset();
   myPreferences.reset();
   PLXLog::Close();
   if (myLock >= 0) ::close(myLock);

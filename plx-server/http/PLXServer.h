@@ -22,6 +22,7 @@
 #include "PLXModuleHost.h"
 #include "PLXPage.h"
 #include "PLXPreferenceStore.h"
+#include "PLXRecordStore.h"
 #include "PLXSite.h"
 
 class PLXAdministration;
@@ -115,6 +116,7 @@ class PLXServer : public PLXRequestHandler {
   int myLock = -1;  // descriptor of the locked file
   std::unique_ptr<PLXPreferenceStore> myPreferences;
   std::unique_ptr<PLXLoginStore> myServerLogins;
+  std::unique_ptr<PLXRecordEngine> myRecords;
   std::unique_ptr<PLXModuleHost> myModules;
   std::unique_ptr<PLXPageCache> myPages;
   PLXActiveRequests myActive;

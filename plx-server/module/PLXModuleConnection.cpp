@@ -9,36 +9,23 @@
 #include "PLXASCII.h"
 #include "PLXCodeText.h"
 #include "PLXLog.h"
+#include "PLXModuleDatabase.h"
+#include "PLXModuleWords.h"
 
 // How texts and numbers cross, in one place: each request is a row of a table that says which words it takes,
 // and the words are checked and turned into views before its answer runs. An answer sees no pointer.
 
 namespace {
 
-constexpr std::size_t kTrace_TextBytes = 200;
-
 // The connection of the event that this thread runs now.
 thread_local void* ourCurrent = nullptr;
 std::atomic<std::uint64_t> ourNextNumber{1};
-
-// Words of the contract need not be aligned.
-PLXUInt32 LoadWord(void const* address_i) {
-  PLXUInt32 word;
-  std::memcpy(&word, address_i, sizeof word);
-  return word;
-}
-void StoreWord(void* address_i, PLXUInt32 word_i) { std::memcpy(address_i, &word_i, sizeof word_i); }
 
 bool MentionsPassword(std::string_view text_i) {
   for (std::size_t offset = 0; offset < text_i.size(); ++offset) {
     if (BeginsIgnoringCase(text_i.substr(offset), "passw")) return true;
   }
   return false;
-}
-
-void AppendTraced(std::string_view text_i, std::string& line_io) {
-  line_io.append(" \"").append(text_i.substr(0, kTrace_TextBytes)).append("\"");
-  if (text_i.size() > kTrace_TextBytes) line_io += " (" + std::to_string(text_i.size()) + " bytes)";
 }
 
 }  // namespace
@@ -133,13 +120,7 @@ PLXModuleHost::Connection::Request const* PLXModuleHost::Connection::FindRequest
 
 // The words of one call as its request's slots want them.
 struct PLXModuleHost::Connection::Slots {
-  struct Out {
-    char* buffer = nullptr;
-    void* size = nullptr;
-    PLXUInt32 capacity = 0;
-    bool IsTooSmall(std::string_view text_i) const { return text_i.size() > capacity; }
-  };
-  Out outs[2];
+  PLXOutText outs[2];
   unsigned outCount = 0;
   void* number = nullptr;  // where &n goes
 
@@ -160,8 +141,7 @@ struct PLXModuleHost::Connection::Slots {
       if (size == nullptr) return false;
       if (*slot != 'o' && !ReadText(*slot, text, LoadWord(size), call_o.in[ins++])) return false;
       if (*slot != 'o' && *slot != 'b') continue;
-      outs[outCount++] = {text, size, LoadWord(size)};
-      if (text == nullptr && LoadWord(size) != 0) return false;
+      if (!outs[outCount++].Read(text, size)) return false;
     }
     return true;
   }
@@ -180,28 +160,16 @@ struct PLXModuleHost::Connection::Slots {
   void Write(Call const& call_i, PLXUInt32 result_i) const {
     if (number != nullptr) StoreWord(number, call_i.number);
     for (unsigned index = 0; index < outCount; ++index) {
-      std::string_view const text = call_i.out[index];
-      Out const& out = outs[index];
-      if (out.IsTooSmall(text)) StoreWord(out.size, static_cast<PLXUInt32>(text.size() + 1));
-      if (result_i != kPLXResult_Success) continue;
-      if (!text.empty()) std::memcpy(out.buffer, text.data(), text.size());
-      if (text.size() < out.capacity) out.buffer[text.size()] = '\0';
-      StoreWord(out.size, static_cast<PLXUInt32>(text.size()));
+      outs[index].WriteNeed(call_i.out[index]);
+      if (result_i == kPLXResult_Success) outs[index].Write(call_i.out[index]);
     }
   }
 
  private:
   static bool ReadText(char slot_i, char const* text_i, PLXUInt32 size_i, std::string_view& text_o) {
-    if (text_i == nullptr) return slot_i == 'w' && size_i == 0;
-    if (slot_i == 'w') {
-      text_o = {text_i, size_i};
-      return true;
-    }
-    // Reads no further than the first zero, so a size that is far too large does no harm. A zero inside an in
-    // s is refused: whatever followed it would be lost without a word.
-    std::size_t const length = strnlen(text_i, size_i);
-    if (length == size_i || (slot_i == 'i' && length + 1 != size_i)) return false;
-    text_o = {text_i, length};
+    if (slot_i != 'w') return ReadInText(text_i, size_i, slot_i == 'i', text_o);
+    if (text_i == nullptr) return size_i == 0;
+    text_o = {text_i, size_i};
     return true;
   }
 };
@@ -264,15 +232,19 @@ PLXUInt32 PLXModuleHost::Connection::Support(PLXConnectionID id_i, PLXUInt32 cod
   }
 }
 
-PLXUInt32 PLXModuleHost::Connection::Database(PLXConnectionID id_i, PLXUInt32 code_i, void*, void*, void*,
-                                              void*, void*, void*) {
+PLXUInt32 PLXModuleHost::Connection::Database(PLXConnectionID id_i, PLXUInt32 code_i, void* a1, void* a2,
+                                              void* a3, void* a4, void* a5, void* a6) {
   try {
     Connection* const connection = Find(id_i);
     if (connection == nullptr) return kPLXResult_NoConnection;
-    if (connection->IsTraced()) {
-      connection->Trace("database " + PLXCodeText(code_i) + " -> " + PLXCodeText(kPLXResult_GeneralError));
+    if (!connection->myDatabase) {
+      connection->myDatabase = std::make_unique<PLXModuleDatabase>(connection->myHost.myRecords);
     }
-    return kPLXResult_GeneralError;
+    std::string line = "database " + PLXCodeText(code_i);
+    PLXUInt32 const result = connection->myDatabase->Answer(code_i, {a1, a2, a3, a4, a5, a6},
+                                                            connection->IsTraced() ? &line : nullptr);
+    if (connection->IsTraced()) connection->Trace(line);
+    return result;
   } catch (...) {
     return kPLXResult_GeneralError;
   }

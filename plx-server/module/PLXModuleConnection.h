@@ -1,7 +1,9 @@
 #pragma once
 
 #include <dlfcn.h>
+#include <memory>
 
+#include "PLXModuleDatabase.h"
 #include "PLXModuleHost.h"
 
 // What the server answers a module's call with, beyond the codes of the contract.
@@ -157,4 +159,5 @@ class PLXModuleHost::Connection {
   std::uint64_t const myNumber;
   Connection* const myOuter;  // the event of this thread that was running before, if any
   PLXTagOutcome myOutcome;
+  std::unique_ptr<PLXModuleDatabase> myDatabase;  // once the module asks for one
 };

@@ -24,8 +24,11 @@ PLXTagOutcome Unregistered() {
 }  // namespace
 
 PLXModuleHost::PLXModuleHost(PLXPreferenceStore& preferences_i, PLXLoginStore& serverLogins_i,
-                             bool traceAll_i)
-    : myPreferences(preferences_i), myServerLogins(serverLogins_i), myTraceAll(traceAll_i) {}
+                             PLXRecordEngine& records_i, bool traceAll_i)
+    : myPreferences(preferences_i),
+      myServerLogins(serverLogins_i),
+      myRecords(records_i),
+      myTraceAll(traceAll_i) {}
 
 PLXModuleHost::~PLXModuleHost() { Unload(); }
 

@@ -13,6 +13,7 @@
 #include "PLXLoginStore.h"
 #include "PLXModuleAPI.h"
 #include "PLXPreferenceStore.h"
+#include "PLXRecordStore.h"
 #include "PLXTagProcessor.h"
 
 // What a module said of itself, for the administration.
@@ -34,7 +35,8 @@ struct PLXModuleDescription {
 class PLXModuleHost : public PLXTagProcessor {
  public:
   // All must outlive the host. `traceAll_i` writes every event and call to the trace log.
-  PLXModuleHost(PLXPreferenceStore& preferences_i, PLXLoginStore& serverLogins_i, bool traceAll_i);
+  PLXModuleHost(PLXPreferenceStore& preferences_i, PLXLoginStore& serverLogins_i, PLXRecordEngine& records_i,
+                bool traceAll_i);
   ~PLXModuleHost() override;  // unloads
 
   // Opens the library, finds its entry, announces. False with a sentence (what, where, remedy) otherwise: a
@@ -67,6 +69,7 @@ class PLXModuleHost : public PLXTagProcessor {
   std::map<std::string, Module*, PLXLessIgnoringCase> myActions;
   PLXPreferenceStore& myPreferences;
   PLXLoginStore& myServerLogins;
+  PLXRecordEngine& myRecords;
   std::mutex myDomainLoginsMutex;
   std::map<std::string, std::unique_ptr<PLXLoginStore>>
       myDomainLogins;  // by file, guarded by myDomainLoginsMutex

@@ -51,6 +51,9 @@ struct PLXConfiguration {
   std::vector<std::filesystem::path> modules;  // libraries to load, in this order
   std::vector<std::string> proxies;            // addresses whose X-Forwarded-For is believed
   std::vector<std::string> securityHeaders;    // "Name: value" lines added to answers that do not set them
+  std::string recordsSource;  // ODBC data source of the record databases; empty: SQLite in the state
+  std::string recordsUser;
+  std::string recordsPassword;
   bool trace = false;
   std::size_t logBytes = 10u << 20;
   std::size_t logFiles = 5;

@@ -84,6 +84,12 @@ Complaint StoreLimit(Value const& value_i, Target& target_io) {
 }
 
 template <auto kMember>
+Complaint StoreText(Value const& value_i, Target& target_io) {
+  target_io.configuration.*kMember = value_i.Text();
+  return {};
+}
+
+template <auto kMember>
 Complaint StoreNumber(Value const& value_i, Target& target_io) {
   auto& member = target_io.configuration.*kMember;
   member = static_cast<std::remove_reference_t<decltype(member)>>(value_i.number);
@@ -294,6 +300,13 @@ constexpr Key ourKeys[] = {
      "[\"X-Content-Type-Options: nosniff\", \"Referrer-Policy: strict-origin-when-cross-origin\", "
      "\"X-Frame-Options: SAMEORIGIN\"]",
      "headers added to answers that do not set them", StoreSecurityHeaders},
+    {"", "records-source", Form::kText, 0, 0, "\"\"",
+     "ODBC data source of the record databases: a name or a connection string; empty is a file of its own",
+     StoreText<&PLXConfiguration::recordsSource>},
+    {"", "records-user", Form::kText, 0, 0, "\"\"", "user of that data source",
+     StoreText<&PLXConfiguration::recordsUser>},
+    {"", "records-password", Form::kText, 0, 0, "\"\"", "password of that user",
+     StoreText<&PLXConfiguration::recordsPassword>},
     {"", "trace", Form::kSwitch, 0, 0, "false", "write every event and call of the modules to trace.log",
      StoreTrace},
     {"", "log-bytes", Form::kSize, 4 * kKibi, 64 * kGibi, "10M", "size at which a log file is rotated",

@@ -43,7 +43,8 @@ class PLXModuleHostCalls : public testing::Test {
   PageFixture fixture;
   PLXPreferenceStore preferences{fixture.folder.Path() / "preferences.sqlite"};
   PLXLoginStore logins{fixture.folder.Path() / "logins"};
-  PLXModuleHost host{preferences, logins, false};
+  PLXRecordEngine records{{fixture.folder.Path(), {}, {}, {}}};
+  PLXModuleHost host{preferences, logins, records, false};
   std::string problem;
   bool isTraced = false;
 };
@@ -96,7 +97,8 @@ TEST_F(PLXModuleHostCalls, RefuseWordsThatBreakTheConventions) {
       {"another event's request", "call=MAct out=32", "MWEv[](32)"},
       {"a registration too late", "call=MRfT in=plxLate x=32", "MWEv"},
       {"an unknown log level", "call=MWtL in=text x=1", "MICl"},
-      {"databases", "database=MDOp in=name", "MGen"},
+      {"a database request without its words", "database=MDOp in=name", "MICl"},
+      {"an unknown database request", "database=XXXX in=name", "MUnR"},
   };
   for (CallRow const& row : rows) {
     SCOPED_TRACE(row.why);
@@ -314,7 +316,7 @@ TEST_F(PLXModuleHostCalls, AreTracedWithoutPasswords) {
                                "'MTPI' 2 -> 0 \"password\" \"(blanked)\"",
                                "(256 bytes)",
                                "(251 bytes)",
-                               "database 'MDCt' -> 'MGen'",
+                               "database 'MDCt' -> 'MICl'",
                                "ends -> 'MIPV', "};
   for (char const* const line : lines) EXPECT_THAT(trace, HasSubstr(line));
 }
@@ -323,7 +325,8 @@ TEST(PLXModuleHostLoading, SaysWhatIsWrongAndLeavesNothingBehind) {
   TemporaryFolder folder;
   PLXPreferenceStore preferences(folder.Path() / "preferences.sqlite");
   PLXLoginStore logins(folder.Path() / "logins");
-  PLXModuleHost host(preferences, logins, false);
+  PLXRecordEngine records({folder.Path(), {}, {}, {}});
+  PLXModuleHost host(preferences, logins, records, false);
   std::string problem;
 
   EXPECT_FALSE(host.Load(folder.Path() / "none.so", problem));
@@ -351,7 +354,8 @@ TEST(PLXModuleHostLoading, GivesATagToTheFirstThatAsks) {
   TemporaryFolder folder;
   PLXPreferenceStore preferences(folder.Path() / "preferences.sqlite");
   PLXLoginStore logins(folder.Path() / "logins");
-  PLXModuleHost host(preferences, logins, false);
+  PLXRecordEngine records({folder.Path(), {}, {}, {}});
+  PLXModuleHost host(preferences, logins, records, false);
   std::string problem;
   ASSERT_TRUE(host.Load(PLX_PROBE_MODULE_FILE, problem)) << problem;
   EXPECT_FALSE(host.Load(PLX_PROBE_MODULE_FILE, problem));

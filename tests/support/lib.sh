@@ -1,4 +1,4 @@
-# What nginx.sh and apache.sh share: a server of the tests' own, in a folder of its own, on loopback.
+# What the scripts of real servers share: a server of the tests' own, in a folder of its own, on loopback.
 #
 # A server runs for as long as its script's standard input is open. The test holds the other end of that pipe, so the
 # server stops and its folder goes when the test ends, in whatever way it ends.
@@ -6,6 +6,9 @@ set -eu
 umask 022
 
 die() { echo "$(basename "$0"): $*" >&2; exit 1; }
+
+answers() { (exec 3<>"/dev/tcp/127.0.0.1/$1"); }
+STOP=TERM
 
 # serve PORT COMMAND...: starts the command, a server that stays in the foreground; prints "ready" when it answers.
 serve() {
@@ -15,7 +18,7 @@ serve() {
   trap stop EXIT
   trap 'exit 1' HUP INT TERM
   local try=0
-  until (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do
+  until answers "$port" 2>/dev/null; do
     kill -0 "$server" 2>/dev/null || die "$1 ended: $(tail -n 5 "$DIR"/*.log)"
     [ $((try += 1)) -lt 500 ] || die "$1 does not answer on port $port"
     sleep 0.02
@@ -27,7 +30,7 @@ serve() {
 # The server leads a process group of its own: whatever it started goes with it.
 stop() {
   trap - EXIT
-  kill -TERM -- "-$server" 2>/dev/null || :
+  kill "-$STOP" -- "-$server" 2>/dev/null || :
   local try=0
   while kill -0 -- "-$server" 2>/dev/null && [ $((try += 1)) -lt 250 ]; do sleep 0.02; done
   kill -KILL -- "-$server" 2>/dev/null || :

@@ -1,0 +1,457 @@
+#include "PLXRecordCursor.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "PLXRecordQuery.h"
+
+namespace {
+
+using Kind = PLXRecordError::Kind;
+
+constexpr std::int64_t kBeforeAll = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t kAfterAll = std::numeric_limits<std::int64_t>::max();
+
+PLXSQLParameter ParameterOf(PLXSQLValue const& value_i) {
+  if (auto const* const text = std::get_if<std::string>(&value_i)) return std::string_view(*text);
+  if (auto const* const integer = std::get_if<std::int64_t>(&value_i)) return *integer;
+  if (auto const* const number = std::get_if<double>(&value_i)) return *number;
+  return {};
+}
+
+[[noreturn]] void ThrowNoRecord() { throw PLXRecordError(Kind::kEnd, "There is no current record."); }
+
+}  // namespace
+
+// ---- Opening and fields
+
+PLXRecordCursor::PLXRecordCursor(std::shared_ptr<PLXRecordStore> store_i, std::string_view name_i,
+                                 PLXRecordAccess access_i, void const* owner_i)
+    : myStore(std::move(store_i)),
+      myAccess(access_i),
+      myOwner(owner_i),
+      myKey(PLXRecordNameKey(name_i)),
+      myIdentifier(kBeforeAll) {
+  PLXRecordCatalogue::CheckDatabaseName(name_i);
+  myStore->Locks().Take(myKey, myAccess, myOwner);
+  try {
+    auto const find = [&](PLXSQLConnection& connection_io) {
+      return PLXRecordCatalogue::Find(connection_io, name_i);
+    };
+    std::optional<PLXRecordDefinition> definition = myStore->Read(find);
+    if (!definition) {
+      myStore->Write(
+          [&](PLXSQLConnection& connection_io) { PLXRecordCatalogue::Create(connection_io, name_i); });
+      definition = myStore->Read(find);
+    }
+    if (!definition) throw PLXRecordError(Kind::kNotFound, "The database was deleted just now.");
+    myDefinition = std::move(*definition);
+    BuildColumns();
+  } catch (...) {
+    myStore->Locks().Release(myKey, myAccess, myOwner);
+    throw;
+  }
+}
+
+PLXRecordCursor::~PLXRecordCursor() { myStore->Locks().Release(myKey, myAccess, myOwner); }
+
+void PLXRecordCursor::Reload() {
+  auto definition = myStore->Read([this](PLXSQLConnection& connection_io) {
+    return PLXRecordCatalogue::Find(connection_io, myDefinition.name);
+  });
+  if (!definition) throw PLXRecordError(Kind::kNotFound, "The database was deleted.");
+  myDefinition = std::move(*definition);
+  BuildColumns();
+}
+
+void PLXRecordCursor::BuildColumns() {
+  myShort.clear();
+  myColumns = "id";
+  for (std::size_t index = 0; index < myDefinition.fields.size(); ++index) {
+    if (myDefinition.fields[index].IsLongText()) continue;
+    myShort.push_back(index);
+    myColumns += ", " + PLXRecordQuery::Selected(myStore->GetDialect(), myDefinition.fields[index]);
+  }
+  myValues.assign(myDefinition.fields.size(), std::nullopt);
+}
+
+PLXRecordField const& PLXRecordCursor::Field(std::string_view name_i) {
+  PLXRecordField const* field = myDefinition.Find(name_i);
+  if (field == nullptr) {
+    Reload();  // somebody else may have added it
+    field = myDefinition.Find(name_i);
+  }
+  if (field != nullptr) return *field;
+  throw PLXRecordError(Kind::kNotFound, "The database \"" + myDefinition.name + "\" has no field \"" +
+                                            std::string(name_i) + "\".");
+}
+
+PLXRecordField const& PLXRecordCursor::FieldAt(std::int64_t position_i) const {
+  for (PLXRecordField const& field : myDefinition.fields) {
+    if (field.position == position_i) return field;
+  }
+  throw PLXRecordError(Kind::kNotFound, "A field that was changed was deleted meanwhile.");
+}
+
+void PLXRecordCursor::AddField(std::string_view name_i, std::uint32_t word_i) {
+  Reload();
+  myStore->Write([&](PLXSQLConnection& connection_io) {
+    PLXRecordCatalogue::AddField(connection_io, myDefinition, name_i, word_i);
+  });
+  Reload();
+}
+
+void PLXRecordCursor::DeleteField(std::string_view name_i) {
+  Reload();
+  PLXRecordField const field = Field(name_i);
+  if (field.position == 0) throw PLXRecordError(Kind::kName, "The field PLXIDFIELD cannot be deleted.");
+  myStore->Write([&](PLXSQLConnection& connection_io) {
+    PLXRecordCatalogue::DeleteField(connection_io, myDefinition, field);
+  });
+  std::erase_if(myChanges, [&](Change const& change) { return change.first == field.position; });
+  Reload();
+}
+
+// ---- Searching
+
+void PLXRecordCursor::Search(std::string_view expression_i) {
+  Keep();
+  myFound.emplace();
+  myPlaces.clear();
+  myIndex = -1;
+  myStand = Stand::kNone;
+  PLXSearchExpression const expression = PLXRecordQuery::Parse(expression_i);
+  PLXRecordQuery query;
+  try {
+    query = PLXRecordQuery(expression, myDefinition, myStore->GetDialect());
+  } catch (PLXRecordError const& error) {
+    if (error.GetKind() != Kind::kSearch) throw;
+    Reload();  // somebody else may have added the field
+    query = PLXRecordQuery(expression, myDefinition, myStore->GetDialect());
+  }
+  std::vector<PLXSQLParameter> values;
+  for (PLXSQLValue const& value : query.Values()) values.push_back(ParameterOf(value));
+  myStore->Read([&](PLXSQLConnection& connection_io) {
+    std::vector<std::int64_t> found;
+    connection_io.Run(query.Statement(), values,
+                      [&found](PLXSQLRow& row_io) { found.push_back(std::get<std::int64_t>(row_io.at(0))); });
+    myFound = std::move(found);
+  });
+  myStand = Stand::kOpen;
+}
+
+void PLXRecordCursor::ClearSearch() {
+  Keep();
+  myFound.reset();
+  myPlaces.clear();
+  myIdentifier = kBeforeAll;
+  myStand = Stand::kOpen;
+}
+
+std::uint64_t PLXRecordCursor::ResultCount() { return myFound ? myFound->size() : RecordCount(); }
+
+std::uint64_t PLXRecordCursor::RecordCount() {
+  return myStore->Read([this](PLXSQLConnection& connection_io) {
+    std::int64_t count = 0;
+    connection_io.Run("SELECT COUNT(*) FROM " + myDefinition.table, {},
+                      [&count](PLXSQLRow& row_io) { count = std::get<std::int64_t>(row_io.at(0)); });
+    return static_cast<std::uint64_t>(count);
+  });
+}
+
+// ---- Moving
+
+std::optional<PLXRecordCursor::Row> PLXRecordCursor::ReadRow(std::string const& sql_i,
+                                                             std::span<PLXSQLParameter const> values_i) {
+  return myStore->Read([&](PLXSQLConnection& connection_io) {
+    std::optional<Row> found;
+    connection_io.Run(sql_i, values_i, [&](PLXSQLRow& row_io) {
+      found.emplace(Row{std::get<std::int64_t>(row_io.at(0)), {}});
+      found->values.resize(myDefinition.fields.size());
+      for (std::size_t index = 0; index < myShort.size(); ++index) {
+        PLXSQLValue& value = row_io.at(index + 1);
+        myDefinition.fields[myShort[index]].Adopt(value);
+        found->values[myShort[index]] = std::move(value);
+      }
+    });
+    return found;
+  });
+}
+
+// What was not saved is gone when another record becomes current.
+void PLXRecordCursor::Keep() {
+  myChanges.clear();
+  myValues.assign(myDefinition.fields.size(), std::nullopt);
+  if (myStand == Stand::kNew) myStand = Stand::kNone;
+}
+
+void PLXRecordCursor::StandOn(Row row_i) {
+  myChanges.clear();
+  myIdentifier = row_i.identifier;
+  myValues = std::move(row_i.values);
+  myStand = Stand::kRecord;
+}
+
+// Goes through the found set from a place to the next record that is still there.
+bool PLXRecordCursor::Walk(std::int64_t index_i, std::int64_t step_i) {
+  auto const count = static_cast<std::int64_t>(myFound->size());
+  std::string const sql = "SELECT " + myColumns + " FROM " + myDefinition.table + " WHERE id = ?";
+  for (std::int64_t index = index_i; index >= 0 && index < count; index += step_i) {
+    PLXSQLParameter const identifier[] = {(*myFound)[static_cast<std::size_t>(index)]};
+    if (auto row = ReadRow(sql, identifier)) {
+      myIndex = index;
+      StandOn(std::move(*row));
+      return true;
+    }
+  }
+  return false;
+}
+
+// Goes on from an identifier when all records are found, passing over as many as are told.
+bool PLXRecordCursor::WalkLive(std::int64_t from_i, bool isForward_i, std::int64_t skipped_i) {
+  std::string const sql = "SELECT " + myColumns + " FROM " + myDefinition.table + " WHERE id " +
+                          (isForward_i ? "> ? ORDER BY id" : "< ? ORDER BY id DESC") + " LIMIT 1 OFFSET ?";
+  PLXSQLParameter const values[] = {from_i, skipped_i};
+  auto row = ReadRow(sql, values);
+  if (row) StandOn(std::move(*row));
+  return row.has_value();
+}
+
+// Stands on the first record when nobody has asked for it yet. False when there is no current record.
+bool PLXRecordCursor::Settle() {
+  if (myStand == Stand::kOpen && !(myFound ? Walk(0, 1) : WalkLive(kBeforeAll, true))) {
+    myStand = Stand::kNone;
+    myIndex = -1;
+  }
+  return myStand == Stand::kRecord || myStand == Stand::kNew;
+}
+
+void PLXRecordCursor::NeedRecord() {
+  if (!Settle()) ThrowNoRecord();
+}
+
+void PLXRecordCursor::Move(bool isMoved_i) {
+  if (!isMoved_i) throw PLXRecordError(Kind::kEnd, "There is no record that way.");
+}
+
+void PLXRecordCursor::MoveFirst() { Move(myFound ? Walk(0, 1) : WalkLive(kBeforeAll, true)); }
+
+void PLXRecordCursor::MoveLast() {
+  Move(myFound ? Walk(static_cast<std::int64_t>(myFound->size()) - 1, -1) : WalkLive(kAfterAll, false));
+}
+
+void PLXRecordCursor::MovePrevious() { Jump(-1); }
+
+void PLXRecordCursor::MoveNext() { Jump(1); }
+
+void PLXRecordCursor::Jump(std::int64_t count_i) {
+  bool const isOnRecord = Settle();
+  if (count_i == 0) return Move(isOnRecord);
+  bool const isForward = count_i > 0;
+  if (!myFound) return Move(WalkLive(myIdentifier, isForward, isForward ? count_i - 1 : -(count_i + 1)));
+  auto const size = static_cast<std::int64_t>(myFound->size());
+  // Compared before it is added: the sum could leave the range.
+  Move(count_i <= size && count_i >= -size - 1 && Walk(myIndex + count_i, isForward ? 1 : -1));
+}
+
+void PLXRecordCursor::MoveTo(std::int64_t identifier_i) {
+  PLXSQLParameter const identifier[] = {identifier_i};
+  auto row = ReadRow("SELECT " + myColumns + " FROM " + myDefinition.table + " WHERE id = ?", identifier);
+  if (!row) {
+    throw PLXRecordError(Kind::kNotFound, "There is no record " + std::to_string(identifier_i) + ".");
+  }
+  if (myFound && myPlaces.empty()) {
+    for (std::size_t index = 0; index < myFound->size(); ++index)
+      myPlaces.emplace_back((*myFound)[index], index);
+    std::sort(myPlaces.begin(), myPlaces.end());
+  }
+  auto const place =
+      std::lower_bound(myPlaces.begin(), myPlaces.end(), std::pair(identifier_i, std::size_t{0}));
+  if (place != myPlaces.end() && place->first == identifier_i)
+    myIndex = static_cast<std::int64_t>(place->second);
+  StandOn(std::move(*row));
+}
+
+// ---- Records and values
+
+struct PLXRecordCursor::Values {
+  std::vector<PLXSQLParameter> parameters;
+  std::vector<std::unique_ptr<std::string>> keys;  // texts made here, at addresses that stay
+};
+
+void PLXRecordCursor::NewRecord() {
+  Settle();
+  Keep();
+  myStand = Stand::kNew;
+}
+
+void PLXRecordCursor::Assign(std::vector<Change> const& changes_i, std::vector<std::string>& columns_o,
+                             Values& values_o) const {
+  for (auto const& [position, value] : changes_i) {
+    PLXRecordField const& field = FieldAt(position);
+    columns_o.push_back(field.column);
+    values_o.parameters.push_back(ParameterOf(value));
+    if (field.keyColumn.empty()) continue;
+    auto const* const text = std::get_if<std::string>(&value);
+    columns_o.push_back(field.keyColumn);
+    if (text == nullptr) {
+      values_o.parameters.emplace_back();
+      continue;
+    }
+    values_o.keys.push_back(std::make_unique<std::string>(PLXRecordKeyText(*text)));
+    values_o.parameters.emplace_back(std::string_view(*values_o.keys.back()));
+  }
+}
+
+std::int64_t PLXRecordCursor::Insert(PLXSQLConnection& connection_io,
+                                     std::vector<Change> const& changes_i) const {
+  PLXSQLDialect const dialect = connection_io.GetDialect();
+  std::vector<std::string> columns;
+  Values values;
+  std::int64_t identifier = 0;
+  if (dialect == PLXSQLDialect::kOther) {
+    identifier = PLXRecordCatalogue::NextIdentifier(connection_io, myDefinition);
+    columns.emplace_back("id");
+    values.parameters.emplace_back(identifier);
+  }
+  Assign(changes_i, columns, values);
+  std::string sql = "INSERT INTO " + myDefinition.table;
+  if (columns.empty()) {
+    sql += " DEFAULT VALUES";
+  } else {
+    std::string places;
+    sql += " (";
+    for (std::size_t index = 0; index < columns.size(); ++index) {
+      sql.append(index == 0 ? "" : ", ").append(columns[index]);
+      places.append(index == 0 ? "" : ", ").append(PLXRecordQuery::Place(dialect, values.parameters[index]));
+    }
+    sql += ") VALUES (" + places + ")";
+  }
+  auto const read = [&identifier](PLXSQLRow& row_io) { identifier = std::get<std::int64_t>(row_io.at(0)); };
+  bool const isReturned = dialect == PLXSQLDialect::kSQLite || dialect == PLXSQLDialect::kPostgreSQL;
+  connection_io.Run(isReturned ? sql + " RETURNING id" : sql, values.parameters, read);
+  if (dialect == PLXSQLDialect::kSQLiteODBC) connection_io.Run("SELECT last_insert_rowid()", {}, read);
+  return identifier;
+}
+
+std::string PLXRecordCursor::NotUniqueText(std::vector<Change> const& changes_i) const {
+  std::string sentence = "Another record has the same value in a field that takes no value twice";
+  char const* before = ": ";
+  for (auto const& [position, value] : changes_i) {
+    PLXRecordField const& field = FieldAt(position);
+    if (!field.IsUnique()) continue;
+    std::string const text = PLXRecordText(value);
+    sentence += before + field.name + " = \"" + (text.size() > 80 ? text.substr(0, 80) + "..." : text) + "\"";
+    before = ", ";
+  }
+  return sentence + ".";
+}
+
+std::int64_t PLXRecordCursor::Add() {
+  if (myStand != Stand::kNew) throw PLXRecordError(Kind::kEnd, "There is no new record to add.");
+  Row row{0, {}};
+  try {
+    row.identifier = myStore->Write([this](PLXSQLConnection& connection_io) {
+      if (connection_io.GetDialect() != PLXSQLDialect::kOther) return Insert(connection_io, myChanges);
+      PLXSQLTransaction transaction(connection_io);
+      std::int64_t const identifier = Insert(connection_io, myChanges);
+      transaction.Commit();
+      return identifier;
+    });
+  } catch (PLXRecordError const& error) {
+    if (error.GetKind() != Kind::kNotUnique) throw;
+    throw PLXRecordError(Kind::kNotUnique, NotUniqueText(myChanges));
+  }
+  row.values.resize(myDefinition.fields.size());
+  StandOn(std::move(row));
+  return myIdentifier;
+}
+
+void PLXRecordCursor::Set(std::string_view field_i, PLXRecordValue const& value_i) {
+  NeedRecord();
+  PLXRecordField const& field = Field(field_i);
+  if (field.position == 0) throw PLXRecordError(Kind::kValue, "The field PLXIDFIELD is given by the server.");
+  PLXSQLValue value = field.Convert(value_i);
+  auto const change = std::find_if(myChanges.begin(), myChanges.end(),
+                                   [&field](Change const& old) { return old.first == field.position; });
+  if (change != myChanges.end()) {
+    change->second = std::move(value);
+  } else {
+    myChanges.emplace_back(field.position, std::move(value));
+  }
+}
+
+void PLXRecordCursor::Update() {
+  NeedRecord();
+  if (myStand == Stand::kNew)
+    throw PLXRecordError(Kind::kEnd, "The current record is new: it is added, not updated.");
+  if (myChanges.empty()) return;
+  std::vector<std::string> columns;
+  Values values;
+  Assign(myChanges, columns, values);
+  std::string sql = "UPDATE " + myDefinition.table + " SET ";
+  for (std::size_t index = 0; index < columns.size(); ++index) {
+    sql.append(index == 0 ? "" : ", ").append(columns[index]).append(" = ");
+    sql += PLXRecordQuery::Place(myStore->GetDialect(), values.parameters[index]);
+  }
+  sql += " WHERE id = ?";
+  values.parameters.emplace_back(myIdentifier);
+  std::int64_t count = 0;
+  try {
+    count = myStore->Write(
+        [&](PLXSQLConnection& connection_io) { return connection_io.Run(sql, values.parameters); });
+  } catch (PLXRecordError const& error) {
+    if (error.GetKind() != Kind::kNotUnique) throw;
+    throw PLXRecordError(Kind::kNotUnique, NotUniqueText(myChanges));
+  }
+  if (count == 0) throw PLXRecordError(Kind::kNotFound, "The current record was deleted meanwhile.");
+  Keep();  // read again when they are asked for
+}
+
+PLXSQLValue const& PLXRecordCursor::Get(std::string_view field_i) {
+  NeedRecord();
+  PLXRecordField const& field = Field(field_i);
+  static PLXSQLValue const ourUnset;
+  for (auto const& [position, value] : myChanges) {
+    if (position == field.position) return value;
+  }
+  if (myStand == Stand::kNew) return ourUnset;
+  if (field.position == 0) return myIdentifierValue = myIdentifier;
+  auto const index = static_cast<std::size_t>(&field - myDefinition.fields.data());
+  std::optional<PLXSQLValue>& value = myValues[index];
+  if (value) return *value;
+  PLXSQLParameter const identifier[] = {myIdentifier};
+  bool isThere = false;
+  myStore->Read([&](PLXSQLConnection& connection_io) {
+    connection_io.Run("SELECT " + PLXRecordQuery::Selected(myStore->GetDialect(), field) + " FROM " +
+                          myDefinition.table + " WHERE id = ?",
+                      identifier, [&](PLXSQLRow& row_io) {
+                        field.Adopt(row_io.at(0));
+                        value = std::move(row_io.at(0));
+                        isThere = true;
+                      });
+  });
+  if (!isThere) throw PLXRecordError(Kind::kNotFound, "The current record was deleted meanwhile.");
+  return *value;
+}
+
+void PLXRecordCursor::Delete(std::int64_t identifier_i) {
+  PLXSQLParameter const identifier[] = {identifier_i};
+  std::int64_t const count = myStore->Write([&](PLXSQLConnection& connection_io) {
+    return connection_io.Run("DELETE FROM " + myDefinition.table + " WHERE id = ?", identifier);
+  });
+  if (count == 0) {
+    throw PLXRecordError(Kind::kNotFound, "There is no record " + std::to_string(identifier_i) + ".");
+  }
+  if (myStand == Stand::kRecord && myIdentifier == identifier_i) {
+    Keep();
+    myStand = Stand::kNone;
+  }
+}
+
+void PLXRecordCursor::DeleteAll() {
+  myStore->Write(
+      [this](PLXSQLConnection& connection_io) { connection_io.Run("DELETE FROM " + myDefinition.table); });
+  Keep();
+  if (myStand == Stand::kRecord) myStand = Stand::kNone;
+}

@@ -1,0 +1,139 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "PLXRecordStore.h"
+
+class PLXDelimitedReader;
+
+// An open database: its definition, the records that a search found, and the one that is current.
+//
+// One thread. The found set is all records until a search fixes it; then it is a list of identifiers (eight
+// bytes for each record found), records that are deleted meanwhile are passed over, and what is in a record
+// is read when it becomes current. A long text is read when it is asked for. Opening, searching and clearing
+// stand on the first record.
+//
+// What it throws is PLXRecordError, and then nothing has changed: a move that ends nowhere (kEnd) stays where
+// it was.
+class PLXRecordCursor {
+ public:
+  // Opens the database of this name, which is made without fields when there is none, and closes it at the
+  // end. The owner is whoever may not wait for itself: a second cursor of one owner that is in the way of the
+  // first fails at once (kInUse).
+  PLXRecordCursor(std::shared_ptr<PLXRecordStore> store_i, std::string_view name_i, PLXRecordAccess access_i,
+                  void const* owner_i);
+  ~PLXRecordCursor();
+  PLXRecordCursor(PLXRecordCursor const&) = delete;
+  PLXRecordCursor& operator=(PLXRecordCursor const&) = delete;
+
+  std::string const& Name() const { return myDefinition.name; }
+
+  // The fields in the order of adding, as they were defined when the database was opened or last looked at.
+  // PLXIDFIELD is none of them.
+  std::vector<PLXRecordField> const& Fields() const { return myDefinition.fields; }
+  // The field of this name, PLXIDFIELD's included. kNotFound. Valid until a field is added or deleted here.
+  PLXRecordField const& Field(std::string_view name_i);
+  void AddField(std::string_view name_i, std::uint32_t word_i);
+  void DeleteField(std::string_view name_i);
+
+  // Finds the records that an expression (PLXSearchExpression) describes. kSearch; the found set is empty
+  // then.
+  void Search(std::string_view expression_i);
+  void ClearSearch();
+  // How many records the search found; without a search, how many there are.
+  std::uint64_t ResultCount();
+  std::uint64_t RecordCount();
+
+  void MoveFirst();
+  void MoveLast();
+  void MovePrevious();
+  void MoveNext();
+  // Moves by as many places. Where a deleted record was, goes on in the direction.
+  void Jump(std::int64_t count_i);
+  // Makes any record of the database current; in a found set that has it, its place becomes the position.
+  // kNotFound.
+  void MoveTo(std::int64_t identifier_i);
+
+  // Starts a record, which Add saves.
+  void NewRecord();
+  // Saves the new record; it becomes the current one. Returns its identifier. kNotUnique: it is still new
+  // then.
+  std::int64_t Add();
+  // Changes a field of the new or the current record; Add or Update saves it.
+  void Set(std::string_view field_i, PLXRecordValue const& value_i);
+  // Saves what was changed in the current record. kNotFound when somebody deleted it; kNotUnique.
+  void Update();
+  // A field of the new or the current record, changes included. Valid until the next call. kEnd without a
+  // record.
+  PLXSQLValue const& Get(std::string_view field_i);
+
+  void Delete(std::int64_t identifier_i);  // kNotFound
+  void DeleteAll();
+
+  // Writes the found set to a file as comma-separated values (RFC 4180) with a header line. The options are
+  // empty or "delimiter=" and one character, "tab", "comma" or "semicolon". Returns the number of records.
+  // The file is there whole or not at all. kFile, kValue.
+  std::uint64_t Export(std::filesystem::path const& file_i, std::string_view options_i);
+  // Adds the records of such a file, all or none. Its delimiter is found in its header line; fields are found
+  // by name, and PLXIDFIELD is passed over: identifiers are given anew. An empty value leaves a field unset.
+  // Returns the number of records. kFile, kNotFound, kValue, kNotUnique, each with the line.
+  std::uint64_t Import(std::filesystem::path const& file_i);
+
+ private:
+  enum class Stand {
+    kOpen,    // on the first record, which nobody asked for yet
+    kRecord,  // on myIdentifier
+    kNone,    // where a record was, or there are none
+    kNew,
+  };
+  using Change = std::pair<std::int64_t, PLXSQLValue>;  // a field's position and its new value
+  // Parameters and the texts that they look into.
+  struct Values;
+  struct Row {
+    std::int64_t identifier;
+    std::vector<std::optional<PLXSQLValue>> values;
+  };
+
+  void Reload();
+  void BuildColumns();
+  std::optional<Row> ReadRow(std::string const& sql_i, std::span<PLXSQLParameter const> values_i);
+  void StandOn(Row row_i);
+  bool Walk(std::int64_t index_i, std::int64_t step_i);
+  bool WalkLive(std::int64_t from_i, bool isForward_i, std::int64_t skipped_i = 0);
+  bool Settle();
+  void NeedRecord();
+  void Move(bool isMoved_i);
+  std::int64_t Insert(PLXSQLConnection& connection_io, std::vector<Change> const& changes_i) const;
+  void Assign(std::vector<Change> const& changes_i, std::vector<std::string>& columns_o,
+              Values& values_o) const;
+  PLXRecordField const& FieldAt(std::int64_t position_i) const;
+  void Keep();
+  std::string NotUniqueText(std::vector<Change> const& changes_i) const;
+  std::uint64_t Insert(PLXDelimitedReader& reader_io, std::vector<Change>& changes_o);
+  std::uint64_t WriteRecords(std::string const& columns_i, PLXSQLConnection::RowReader const& writer_i);
+
+  std::shared_ptr<PLXRecordStore> const myStore;
+  PLXRecordAccess const myAccess;
+  void const* const myOwner;
+  std::string const myKey;  // of the name
+  PLXRecordDefinition myDefinition;
+  std::vector<std::size_t> myShort;  // the fields that are read with a record: all but long texts
+  std::string myColumns;             // "id, " and theirs
+
+  std::optional<std::vector<std::int64_t>> myFound;
+  std::vector<std::pair<std::int64_t, std::size_t>>
+      myPlaces;               // of identifiers in myFound, sorted; made for MoveTo
+  std::int64_t myIndex = -1;  // in myFound
+  Stand myStand = Stand::kOpen;
+  std::int64_t myIdentifier;                         // of the record that is or was current
+  std::vector<std::optional<PLXSQLValue>> myValues;  // of the current record, as far as they were read
+  std::vector<Change> myChanges;                     // not saved
+  PLXSQLValue myIdentifierValue;                     // for Get
+};

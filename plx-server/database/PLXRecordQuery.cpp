@@ -1,0 +1,132 @@
+#include "PLXRecordQuery.h"
+
+#include <cmath>
+
+#include "PLXRecordError.h"
+
+namespace {
+
+using Comparison = PLXSearchCondition::Comparison;
+
+constexpr double kTwoTo63 = 9223372036854775808.0;
+
+[[noreturn]] void Fail(std::string const& sentence_i) {
+  throw PLXRecordError(PLXRecordError::Kind::kSearch, sentence_i);
+}
+
+// Whether `left op right` holds when left compares with right like `order_i` with 0.
+bool Holds(int order_i, Comparison comparison_i) {
+  switch (comparison_i) {
+    case Comparison::kEqual:
+      return order_i == 0;
+    case Comparison::kNotEqual:
+      return order_i != 0;
+    case Comparison::kLess:
+      return order_i < 0;
+    case Comparison::kLessOrEqual:
+      return order_i <= 0;
+    case Comparison::kGreater:
+      return order_i > 0;
+    case Comparison::kGreaterOrEqual:
+      return order_i >= 0;
+  }
+  return false;
+}
+
+PLXRecordField const& FieldOf(PLXRecordDefinition const& definition_i, std::string const& name_i,
+                              std::size_t position_i) {
+  if (PLXRecordField const* const field = definition_i.Find(name_i)) return *field;
+  Fail("The search names a field that the database \"" + definition_i.name + "\" does not have: \"" + name_i +
+       "\" at character " + std::to_string(position_i) + ".");
+}
+
+}  // namespace
+
+PLXRecordQuery::PLXRecordQuery(PLXSearchExpression const& expression_i,
+                               PLXRecordDefinition const& definition_i, PLXSQLDialect dialect_i)
+    : myStatement("SELECT id FROM " + definition_i.table) {
+  char const* before = " WHERE (";
+  for (auto const& alternative : expression_i.myAlternatives) {
+    for (PLXSearchCondition const& condition : alternative) {
+      myStatement += before;
+      AddCondition(condition, FieldOf(definition_i, condition.myField, condition.myFieldPosition), dialect_i);
+      before = " AND ";
+    }
+    before = ") OR (";
+  }
+  if (!expression_i.myAlternatives.empty()) myStatement += ")";
+  myStatement += " ORDER BY ";
+  if (!expression_i.myOrderField.empty()) {
+    PLXRecordField const& field =
+        FieldOf(definition_i, expression_i.myOrderField, expression_i.myOrderPosition);
+    myStatement += "COALESCE(" + field.column + (field.IsText() ? ", '')" : ", 0)") +
+                   (expression_i.isDescending ? " DESC, " : ", ");
+  }
+  myStatement += "id";
+}
+
+PLXSearchExpression PLXRecordQuery::Parse(std::string_view expression_i) {
+  PLXSearchExpression expression;
+  PLXSearchError error;
+  if (ParseSearchExpression(expression_i, expression, error)) return expression;
+  error.text.front() = 'T';  // "the search ..."
+  Fail(error.text + ".");
+}
+
+std::string_view PLXRecordQuery::Place(PLXSQLDialect dialect_i, PLXSQLParameter const& value_i) {
+  bool const isText = dialect_i != PLXSQLDialect::kSQLite && std::holds_alternative<double>(value_i);
+  return isText ? "CAST(? AS DOUBLE PRECISION)" : "?";
+}
+
+std::string PLXRecordQuery::Selected(PLXSQLDialect dialect_i, PLXRecordField const& field_i) {
+  if (dialect_i != PLXSQLDialect::kSQLiteODBC || field_i.GetType() != PLXRecordField::Type::kFloat)
+    return field_i.column;
+  return "CASE WHEN " + field_i.column + " IS NULL THEN '' ELSE PRINTF('%!.17g', " + field_i.column + ") END";
+}
+
+void PLXRecordQuery::AddComparison(std::string_view column_i, std::string_view operator_i,
+                                   PLXSQLValue value_i, bool isUnsetFound_i, PLXSQLDialect dialect_i) {
+  bool const isDouble = std::holds_alternative<double>(value_i);
+  std::string comparison(column_i);
+  comparison.append(" ").append(operator_i).append(" ");
+  comparison += Place(dialect_i, isDouble ? PLXSQLParameter(0.0) : PLXSQLParameter());
+  if (isUnsetFound_i) comparison = "(" + comparison + " OR " + std::string(column_i) + " IS NULL)";
+  myStatement += comparison;
+  myValues.push_back(std::move(value_i));
+}
+
+void PLXRecordQuery::AddCondition(PLXSearchCondition const& condition_i, PLXRecordField const& field_i,
+                                  PLXSQLDialect dialect_i) {
+  Comparison const comparison = condition_i.myComparison;
+  std::string_view const sign = SignOf(comparison);
+  PLXSQLValue const given = condition_i.myValue;
+  if (field_i.IsText()) {
+    bool const isUnsetFound = Holds(condition_i.myValue.empty() ? 0 : -1, comparison);
+    bool const isByKey = !field_i.keyColumn.empty() && (sign == "=" || sign == "<>");
+    return AddComparison(isByKey ? field_i.keyColumn : field_i.column, sign,
+                         isByKey ? PLXSQLValue(PLXRecordKeyText(condition_i.myValue)) : given, isUnsetFound,
+                         dialect_i);
+  }
+  double number = 0;
+  if (!PLXRecordDouble(given, number)) {
+    Fail("The search compares \"" + field_i.name + "\" (" + field_i.TypeName() + ") with \"" +
+         condition_i.myValue + "\", which is no number, at character " +
+         std::to_string(condition_i.myFieldPosition) + ".");
+  }
+  bool const isUnsetFound = Holds(number > 0 ? -1 : (number < 0 ? 1 : 0), comparison);
+  if (field_i.GetType() == PLXRecordField::Type::kFloat) {
+    return AddComparison(field_i.column, sign, number, isUnsetFound, dialect_i);
+  }
+  std::int64_t integer = 0;
+  if (PLXRecordInteger(given, integer))
+    return AddComparison(field_i.column, sign, integer, isUnsetFound, dialect_i);
+  // No integer is equal to it, and every integer is on one side of it.
+  bool const isBelow = sign.starts_with('<') && sign != "<>";
+  if (sign == "=" || sign == "<>" || !(number >= -kTwoTo63 && number < kTwoTo63)) {
+    bool const isAlways = sign == "<>" || (sign != "=" && isBelow == (number > 0));
+    myStatement += isAlways ? "1 = 1" : "1 = 0";
+    return;
+  }
+  AddComparison(field_i.column, isBelow ? "<=" : ">", static_cast<std::int64_t>(std::floor(number)),
+                isUnsetFound, dialect_i);
+}
