@@ -13,6 +13,7 @@ struct Stage {
   std::filesystem::path folder;
   std::unique_ptr<PLXPreferenceStore> preferences;
   std::unique_ptr<PLXLoginStore> logins;
+  std::unique_ptr<PLXRecordEngine> records;
   std::unique_ptr<PLXModuleHost> host;
   std::unique_ptr<PLXSite> site;
 
@@ -20,8 +21,9 @@ struct Stage {
     char name[] = "/tmp/plx-bench.XXXXXX";
     folder = mkdtemp(name);
     preferences = std::make_unique<PLXPreferenceStore>(folder / "preferences.sqlite");
+    records = std::make_unique<PLXRecordEngine>(PLXRecordEngine::Settings{folder, {}, {}, {}});
     logins = std::make_unique<PLXLoginStore>(folder / "logins");
-    host = std::make_unique<PLXModuleHost>(*preferences, *logins, false);
+    host = std::make_unique<PLXModuleHost>(*preferences, *logins, *records, false);
     std::string problem;
     if (!host->Load(PLX_MODULE_FILE, problem)) std::abort();
     PLXSiteConfiguration configuration;

@@ -1,6 +1,9 @@
 #include "PLXRecordCursor.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <functional>
 #include <limits>
 
 #include "PLXRecordQuery.h"
@@ -11,6 +14,18 @@ using Kind = PLXRecordError::Kind;
 
 constexpr std::int64_t kBeforeAll = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kAfterAll = std::numeric_limits<std::int64_t>::max();
+
+constexpr std::size_t kMostAhead = 64;              // records
+constexpr std::size_t kMostAheadBytes = 256 << 10;  // a batch that takes more is followed by a smaller one
+constexpr auto kAheadIsFresh = std::chrono::milliseconds(5);
+
+// How often the databases of this process were changed, by a hash of the name; that two share one does no
+// harm.
+std::array<std::atomic<std::uint64_t>, 1024> ourChanges;
+
+std::atomic<std::uint64_t>& ChangesOf(std::string const& key_i) {
+  return ourChanges[std::hash<std::string>()(key_i) % ourChanges.size()];
+}
 
 PLXSQLParameter ParameterOf(PLXSQLValue const& value_i) {
   if (auto const* const text = std::get_if<std::string>(&value_i)) return std::string_view(*text);
@@ -73,6 +88,7 @@ void PLXRecordCursor::BuildColumns() {
     myColumns += ", " + PLXRecordQuery::Selected(myStore->GetDialect(), myDefinition.fields[index]);
   }
   myValues.assign(myDefinition.fields.size(), std::nullopt);
+  myAhead = {};
 }
 
 PLXRecordField const& PLXRecordCursor::Field(std::string_view name_i) {
@@ -95,7 +111,7 @@ PLXRecordField const& PLXRecordCursor::FieldAt(std::int64_t position_i) const {
 
 void PLXRecordCursor::AddField(std::string_view name_i, std::uint32_t word_i) {
   Reload();
-  myStore->Write([&](PLXSQLConnection& connection_io) {
+  Change([&](PLXSQLConnection& connection_io) {
     PLXRecordCatalogue::AddField(connection_io, myDefinition, name_i, word_i);
   });
   Reload();
@@ -105,19 +121,20 @@ void PLXRecordCursor::DeleteField(std::string_view name_i) {
   Reload();
   PLXRecordField const field = Field(name_i);
   if (field.position == 0) throw PLXRecordError(Kind::kName, "The field PLXIDFIELD cannot be deleted.");
-  myStore->Write([&](PLXSQLConnection& connection_io) {
+  Change([&](PLXSQLConnection& connection_io) {
     PLXRecordCatalogue::DeleteField(connection_io, myDefinition, field);
   });
-  std::erase_if(myChanges, [&](Change const& change) { return change.first == field.position; });
+  std::erase_if(myChanges, [&](FieldChange const& change) { return change.first == field.position; });
   Reload();
 }
 
 // ---- Searching
 
 void PLXRecordCursor::Search(std::string_view expression_i) {
-  Keep();
+  DropChanges();
   myFound.emplace();
   myPlaces.clear();
+  myAhead = {};
   myIndex = -1;
   myStand = Stand::kNone;
   PLXSearchExpression const expression = PLXRecordQuery::Parse(expression_i);
@@ -131,9 +148,21 @@ void PLXRecordCursor::Search(std::string_view expression_i) {
   }
   std::vector<PLXSQLParameter> values;
   for (PLXSQLValue const& value : query.Values()) values.push_back(ParameterOf(value));
+  if (query.IsForOne()) {
+    for (Row& row : ReadRows(query.Condition(), values)) {
+      myFound->push_back(row.identifier);
+      if (!IsAhead(0, 1)) BeginAhead(0, 1);
+      myAhead.rows.emplace_back(std::move(row));
+    }
+    myStand = Stand::kOpen;
+    return;
+  }
+  std::string const sql = "SELECT id FROM " + myDefinition.table +
+                          (query.Condition().empty() ? "" : " WHERE ") + query.Condition() + " ORDER BY " +
+                          query.Order();
   myStore->Read([&](PLXSQLConnection& connection_io) {
     std::vector<std::int64_t> found;
-    connection_io.Run(query.Statement(), values,
+    connection_io.Run(sql, values,
                       [&found](PLXSQLRow& row_io) { found.push_back(std::get<std::int64_t>(row_io.at(0))); });
     myFound = std::move(found);
   });
@@ -141,9 +170,10 @@ void PLXRecordCursor::Search(std::string_view expression_i) {
 }
 
 void PLXRecordCursor::ClearSearch() {
-  Keep();
+  DropChanges();
   myFound.reset();
   myPlaces.clear();
+  myAhead = {};
   myIdentifier = kBeforeAll;
   myStand = Stand::kOpen;
 }
@@ -161,25 +191,31 @@ std::uint64_t PLXRecordCursor::RecordCount() {
 
 // ---- Moving
 
-std::optional<PLXRecordCursor::Row> PLXRecordCursor::ReadRow(std::string const& sql_i,
-                                                             std::span<PLXSQLParameter const> values_i) {
+PLXRecordCursor::ChangeMark::~ChangeMark() { ++ChangesOf(myKey); }
+
+PLXRecordCursor::Row PLXRecordCursor::AdoptRow(PLXSQLRow& row_io) const {
+  Row row{std::get<std::int64_t>(row_io.at(0)), {}};
+  row.values.resize(myDefinition.fields.size());
+  for (std::size_t index = 0; index < myShort.size(); ++index) {
+    PLXSQLValue& value = row_io.at(index + 1);
+    myDefinition.fields[myShort[index]].Adopt(value);
+    row.values[myShort[index]] = std::move(value);
+  }
+  return row;
+}
+
+std::vector<PLXRecordCursor::Row> PLXRecordCursor::ReadRows(std::string const& condition_i,
+                                                            std::span<PLXSQLParameter const> values_i) {
+  std::string const sql = "SELECT " + myColumns + " FROM " + myDefinition.table + " WHERE " + condition_i;
   return myStore->Read([&](PLXSQLConnection& connection_io) {
-    std::optional<Row> found;
-    connection_io.Run(sql_i, values_i, [&](PLXSQLRow& row_io) {
-      found.emplace(Row{std::get<std::int64_t>(row_io.at(0)), {}});
-      found->values.resize(myDefinition.fields.size());
-      for (std::size_t index = 0; index < myShort.size(); ++index) {
-        PLXSQLValue& value = row_io.at(index + 1);
-        myDefinition.fields[myShort[index]].Adopt(value);
-        found->values[myShort[index]] = std::move(value);
-      }
-    });
-    return found;
+    std::vector<Row> rows;
+    connection_io.Run(sql, values_i, [&](PLXSQLRow& row_io) { rows.push_back(AdoptRow(row_io)); });
+    return rows;
   });
 }
 
 // What was not saved is gone when another record becomes current.
-void PLXRecordCursor::Keep() {
+void PLXRecordCursor::DropChanges() {
   myChanges.clear();
   myValues.assign(myDefinition.fields.size(), std::nullopt);
   if (myStand == Stand::kNew) myStand = Stand::kNone;
@@ -192,29 +228,95 @@ void PLXRecordCursor::StandOn(Row row_i) {
   myStand = Stand::kRecord;
 }
 
+// Whether the record of this place was read ahead and still counts.
+bool PLXRecordCursor::IsAhead(std::int64_t place_i, std::int64_t step_i) const {
+  return myAhead.step == step_i && myAhead.next < myAhead.rows.size() && myAhead.place == place_i &&
+         myAhead.changes == ChangesOf(myKey) && std::chrono::steady_clock::now() < myAhead.until;
+}
+
+// Twice as many as last time when those were used up, one when the walk begins or something was changed.
+void PLXRecordCursor::BeginAhead(std::int64_t place_i, std::int64_t step_i) {
+  std::uint64_t const changes = ChangesOf(myKey);
+  bool const goesOn = myAhead.step == step_i && myAhead.place == place_i &&
+                      myAhead.next == myAhead.rows.size() && myAhead.changes == changes;
+  std::size_t const batch = goesOn ? std::min(myAhead.batch * 2, kMostAhead) : 1;
+  myAhead = {place_i, step_i, 0, {}, batch, changes, std::chrono::steady_clock::now() + kAheadIsFresh};
+}
+
+void PLXRecordCursor::LimitAhead() {
+  std::size_t bytes = 0;
+  for (auto const& row : myAhead.rows) {
+    if (!row) continue;
+    for (auto const& value : row->values) {
+      auto const* const text = value ? std::get_if<std::string>(&*value) : nullptr;
+      bytes += text != nullptr ? text->size() : 0;
+    }
+  }
+  if (bytes > kMostAheadBytes) myAhead.batch = std::max<std::size_t>(1, myAhead.batch / 4);
+}
+
+void PLXRecordCursor::ReadAhead(std::int64_t index_i, std::int64_t step_i) {
+  BeginAhead(index_i, step_i);
+  std::vector<PLXSQLParameter> identifiers;
+  std::string condition = "id IN (";
+  auto const count = static_cast<std::int64_t>(myFound->size());
+  for (std::int64_t index = index_i; index >= 0 && index < count && identifiers.size() < myAhead.batch;
+       index += step_i) {
+    condition += identifiers.empty() ? "?" : ", ?";
+    identifiers.emplace_back((*myFound)[static_cast<std::size_t>(index)]);
+  }
+  std::vector<Row> rows = ReadRows(condition + ")", identifiers);
+  std::sort(rows.begin(), rows.end(), [](Row const& a, Row const& b) { return a.identifier < b.identifier; });
+  for (PLXSQLParameter const& identifier : identifiers) {
+    auto const found =
+        std::lower_bound(rows.begin(), rows.end(), std::get<std::int64_t>(identifier),
+                         [](Row const& row, std::int64_t sought) { return row.identifier < sought; });
+    bool const isThere = found != rows.end() && found->identifier == std::get<std::int64_t>(identifier);
+    myAhead.rows.push_back(isThere ? std::optional(std::move(*found)) : std::nullopt);
+  }
+  LimitAhead();
+}
+
+void PLXRecordCursor::ReadAheadLive(std::int64_t from_i, std::int64_t step_i) {
+  BeginAhead(from_i, step_i);
+  PLXSQLParameter const values[] = {from_i, static_cast<std::int64_t>(myAhead.batch)};
+  std::vector<Row> rows =
+      ReadRows(step_i > 0 ? "id > ? ORDER BY id LIMIT ?" : "id < ? ORDER BY id DESC LIMIT ?", values);
+  for (Row& row : rows) myAhead.rows.emplace_back(std::move(row));
+  LimitAhead();
+}
+
 // Goes through the found set from a place to the next record that is still there.
 bool PLXRecordCursor::Walk(std::int64_t index_i, std::int64_t step_i) {
   auto const count = static_cast<std::int64_t>(myFound->size());
-  std::string const sql = "SELECT " + myColumns + " FROM " + myDefinition.table + " WHERE id = ?";
   for (std::int64_t index = index_i; index >= 0 && index < count; index += step_i) {
-    PLXSQLParameter const identifier[] = {(*myFound)[static_cast<std::size_t>(index)]};
-    if (auto row = ReadRow(sql, identifier)) {
-      myIndex = index;
-      StandOn(std::move(*row));
-      return true;
-    }
+    if (!IsAhead(index, step_i)) ReadAhead(index, step_i);
+    std::optional<Row>& row = myAhead.rows[myAhead.next++];
+    myAhead.place = index + step_i;
+    if (!row) continue;
+    myIndex = index;
+    StandOn(std::move(*row));
+    return true;
   }
   return false;
 }
 
 // Goes on from an identifier when all records are found, passing over as many as are told.
 bool PLXRecordCursor::WalkLive(std::int64_t from_i, bool isForward_i, std::int64_t skipped_i) {
-  std::string const sql = "SELECT " + myColumns + " FROM " + myDefinition.table + " WHERE id " +
-                          (isForward_i ? "> ? ORDER BY id" : "< ? ORDER BY id DESC") + " LIMIT 1 OFFSET ?";
-  PLXSQLParameter const values[] = {from_i, skipped_i};
-  auto row = ReadRow(sql, values);
-  if (row) StandOn(std::move(*row));
-  return row.has_value();
+  std::int64_t const step = isForward_i ? 1 : -1;
+  if (skipped_i > 0) {
+    PLXSQLParameter const values[] = {from_i, skipped_i};
+    std::vector<Row> rows = ReadRows(
+        isForward_i ? "id > ? ORDER BY id LIMIT 1 OFFSET ?" : "id < ? ORDER BY id DESC LIMIT 1 OFFSET ?",
+        values);
+    if (!rows.empty()) StandOn(std::move(rows.front()));
+    return !rows.empty();
+  }
+  if (!IsAhead(from_i, step)) ReadAheadLive(from_i, step);
+  if (myAhead.next == myAhead.rows.size()) return false;
+  StandOn(std::move(*myAhead.rows[myAhead.next++]));
+  myAhead.place = myIdentifier;
+  return true;
 }
 
 // Stands on the first record when nobody has asked for it yet. False when there is no current record.
@@ -256,8 +358,8 @@ void PLXRecordCursor::Jump(std::int64_t count_i) {
 
 void PLXRecordCursor::MoveTo(std::int64_t identifier_i) {
   PLXSQLParameter const identifier[] = {identifier_i};
-  auto row = ReadRow("SELECT " + myColumns + " FROM " + myDefinition.table + " WHERE id = ?", identifier);
-  if (!row) {
+  std::vector<Row> rows = ReadRows("id = ?", identifier);
+  if (rows.empty()) {
     throw PLXRecordError(Kind::kNotFound, "There is no record " + std::to_string(identifier_i) + ".");
   }
   if (myFound && myPlaces.empty()) {
@@ -269,7 +371,7 @@ void PLXRecordCursor::MoveTo(std::int64_t identifier_i) {
       std::lower_bound(myPlaces.begin(), myPlaces.end(), std::pair(identifier_i, std::size_t{0}));
   if (place != myPlaces.end() && place->first == identifier_i)
     myIndex = static_cast<std::int64_t>(place->second);
-  StandOn(std::move(*row));
+  StandOn(std::move(rows.front()));
 }
 
 // ---- Records and values
@@ -281,11 +383,11 @@ struct PLXRecordCursor::Values {
 
 void PLXRecordCursor::NewRecord() {
   Settle();
-  Keep();
+  DropChanges();
   myStand = Stand::kNew;
 }
 
-void PLXRecordCursor::Assign(std::vector<Change> const& changes_i, std::vector<std::string>& columns_o,
+void PLXRecordCursor::Assign(std::vector<FieldChange> const& changes_i, std::vector<std::string>& columns_o,
                              Values& values_o) const {
   for (auto const& [position, value] : changes_i) {
     PLXRecordField const& field = FieldAt(position);
@@ -304,7 +406,7 @@ void PLXRecordCursor::Assign(std::vector<Change> const& changes_i, std::vector<s
 }
 
 std::int64_t PLXRecordCursor::Insert(PLXSQLConnection& connection_io,
-                                     std::vector<Change> const& changes_i) const {
+                                     std::vector<FieldChange> const& changes_i) const {
   PLXSQLDialect const dialect = connection_io.GetDialect();
   std::vector<std::string> columns;
   Values values;
@@ -334,7 +436,7 @@ std::int64_t PLXRecordCursor::Insert(PLXSQLConnection& connection_io,
   return identifier;
 }
 
-std::string PLXRecordCursor::NotUniqueText(std::vector<Change> const& changes_i) const {
+std::string PLXRecordCursor::NotUniqueText(std::vector<FieldChange> const& changes_i) const {
   std::string sentence = "Another record has the same value in a field that takes no value twice";
   char const* before = ": ";
   for (auto const& [position, value] : changes_i) {
@@ -351,7 +453,7 @@ std::int64_t PLXRecordCursor::Add() {
   if (myStand != Stand::kNew) throw PLXRecordError(Kind::kEnd, "There is no new record to add.");
   Row row{0, {}};
   try {
-    row.identifier = myStore->Write([this](PLXSQLConnection& connection_io) {
+    row.identifier = Change([this](PLXSQLConnection& connection_io) {
       if (connection_io.GetDialect() != PLXSQLDialect::kOther) return Insert(connection_io, myChanges);
       PLXSQLTransaction transaction(connection_io);
       std::int64_t const identifier = Insert(connection_io, myChanges);
@@ -373,7 +475,7 @@ void PLXRecordCursor::Set(std::string_view field_i, PLXRecordValue const& value_
   if (field.position == 0) throw PLXRecordError(Kind::kValue, "The field PLXIDFIELD is given by the server.");
   PLXSQLValue value = field.Convert(value_i);
   auto const change = std::find_if(myChanges.begin(), myChanges.end(),
-                                   [&field](Change const& old) { return old.first == field.position; });
+                                   [&field](FieldChange const& old) { return old.first == field.position; });
   if (change != myChanges.end()) {
     change->second = std::move(value);
   } else {
@@ -398,14 +500,14 @@ void PLXRecordCursor::Update() {
   values.parameters.emplace_back(myIdentifier);
   std::int64_t count = 0;
   try {
-    count = myStore->Write(
-        [&](PLXSQLConnection& connection_io) { return connection_io.Run(sql, values.parameters); });
+    count =
+        Change([&](PLXSQLConnection& connection_io) { return connection_io.Run(sql, values.parameters); });
   } catch (PLXRecordError const& error) {
     if (error.GetKind() != Kind::kNotUnique) throw;
     throw PLXRecordError(Kind::kNotUnique, NotUniqueText(myChanges));
   }
   if (count == 0) throw PLXRecordError(Kind::kNotFound, "The current record was deleted meanwhile.");
-  Keep();  // read again when they are asked for
+  DropChanges();  // read again when they are asked for
 }
 
 PLXSQLValue const& PLXRecordCursor::Get(std::string_view field_i) {
@@ -437,21 +539,20 @@ PLXSQLValue const& PLXRecordCursor::Get(std::string_view field_i) {
 
 void PLXRecordCursor::Delete(std::int64_t identifier_i) {
   PLXSQLParameter const identifier[] = {identifier_i};
-  std::int64_t const count = myStore->Write([&](PLXSQLConnection& connection_io) {
+  std::int64_t const count = Change([&](PLXSQLConnection& connection_io) {
     return connection_io.Run("DELETE FROM " + myDefinition.table + " WHERE id = ?", identifier);
   });
   if (count == 0) {
     throw PLXRecordError(Kind::kNotFound, "There is no record " + std::to_string(identifier_i) + ".");
   }
   if (myStand == Stand::kRecord && myIdentifier == identifier_i) {
-    Keep();
+    DropChanges();
     myStand = Stand::kNone;
   }
 }
 
 void PLXRecordCursor::DeleteAll() {
-  myStore->Write(
-      [this](PLXSQLConnection& connection_io) { connection_io.Run("DELETE FROM " + myDefinition.table); });
-  Keep();
+  Change([this](PLXSQLConnection& connection_io) { connection_io.Run("DELETE FROM " + myDefinition.table); });
+  DropChanges();
   if (myStand == Stand::kRecord) myStand = Stand::kNone;
 }

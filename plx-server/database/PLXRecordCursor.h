@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -93,7 +94,7 @@ class PLXRecordCursor {
     kNone,    // where a record was, or there are none
     kNew,
   };
-  using Change = std::pair<std::int64_t, PLXSQLValue>;  // a field's position and its new value
+  using FieldChange = std::pair<std::int64_t, PLXSQLValue>;  // a field's position and its new value
   // Parameters and the texts that they look into.
   struct Values;
   struct Row {
@@ -101,22 +102,58 @@ class PLXRecordCursor {
     std::vector<std::optional<PLXSQLValue>> values;
   };
 
+  // Records read before a move gets to them, so that walking through many costs one statement for up to 64 of
+  // them. Any change through this process makes them worthless at once, one by another server within
+  // milliseconds.
+  struct Ahead {
+    std::int64_t place =
+        0;                  // of the first: its index in the found set; without one, the identifier before it
+    std::int64_t step = 0;  // in which direction they follow; 0: there are none
+    std::size_t next = 0;
+    std::vector<std::optional<Row>> rows;  // none where a record was deleted
+    std::size_t batch = 1;                 // how many to read next time
+    std::uint64_t changes = 0;
+    std::chrono::steady_clock::time_point until;
+  };
+
   void Reload();
   void BuildColumns();
-  std::optional<Row> ReadRow(std::string const& sql_i, std::span<PLXSQLParameter const> values_i);
+  std::vector<Row> ReadRows(std::string const& condition_i, std::span<PLXSQLParameter const> values_i);
+  Row AdoptRow(PLXSQLRow& row_io) const;
   void StandOn(Row row_i);
+  bool IsAhead(std::int64_t place_i, std::int64_t step_i) const;
+  void BeginAhead(std::int64_t place_i, std::int64_t step_i);
+  void LimitAhead();
+  void ReadAhead(std::int64_t index_i, std::int64_t step_i);
+  void ReadAheadLive(std::int64_t from_i, std::int64_t step_i);
   bool Walk(std::int64_t index_i, std::int64_t step_i);
   bool WalkLive(std::int64_t from_i, bool isForward_i, std::int64_t skipped_i = 0);
   bool Settle();
   void NeedRecord();
   void Move(bool isMoved_i);
-  std::int64_t Insert(PLXSQLConnection& connection_io, std::vector<Change> const& changes_i) const;
-  void Assign(std::vector<Change> const& changes_i, std::vector<std::string>& columns_o,
+  std::int64_t Insert(PLXSQLConnection& connection_io, std::vector<FieldChange> const& changes_i) const;
+  void Assign(std::vector<FieldChange> const& changes_i, std::vector<std::string>& columns_o,
               Values& values_o) const;
   PLXRecordField const& FieldAt(std::int64_t position_i) const;
-  void Keep();
-  std::string NotUniqueText(std::vector<Change> const& changes_i) const;
-  std::uint64_t Insert(PLXDelimitedReader& reader_io, std::vector<Change>& changes_o);
+  // Ends with the word to every cursor of this process that what it read ahead is worthless.
+  class ChangeMark {
+   public:
+    explicit ChangeMark(std::string const& key_i) : myKey(key_i) {}
+    ~ChangeMark();
+    ChangeMark(ChangeMark const&) = delete;
+    ChangeMark& operator=(ChangeMark const&) = delete;
+
+   private:
+    std::string const& myKey;
+  };
+  template <typename Work>
+  auto Change(Work const& work_i) {
+    ChangeMark const mark(myKey);
+    return myStore->Write(work_i);
+  }
+  void DropChanges();
+  std::string NotUniqueText(std::vector<FieldChange> const& changes_i) const;
+  std::uint64_t Insert(PLXDelimitedReader& reader_io, std::vector<FieldChange>& changes_o);
   std::uint64_t WriteRecords(std::string const& columns_i, PLXSQLConnection::RowReader const& writer_i);
 
   std::shared_ptr<PLXRecordStore> const myStore;
@@ -134,6 +171,7 @@ class PLXRecordCursor {
   Stand myStand = Stand::kOpen;
   std::int64_t myIdentifier;                         // of the record that is or was current
   std::vector<std::optional<PLXSQLValue>> myValues;  // of the current record, as far as they were read
-  std::vector<Change> myChanges;                     // not saved
-  PLXSQLValue myIdentifierValue;                     // for Get
+  std::vector<FieldChange> myChanges;                // not saved
+  Ahead myAhead;
+  PLXSQLValue myIdentifierValue;  // for Get
 };

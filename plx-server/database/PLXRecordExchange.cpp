@@ -171,7 +171,7 @@ std::uint64_t PLXRecordCursor::Import(std::filesystem::path const& file_i) {
   if (std::filesystem::is_directory(file_i)) FailFile(file_i, EISDIR);
   Reload();
   PLXDelimitedReader reader(stream, FindDelimiter(stream));
-  std::vector<Change> changes;
+  std::vector<FieldChange> changes;
   try {
     return Insert(reader, changes);
   } catch (PLXRecordError const& error) {
@@ -181,7 +181,7 @@ std::uint64_t PLXRecordCursor::Import(std::filesystem::path const& file_i) {
   }
 }
 
-std::uint64_t PLXRecordCursor::Insert(PLXDelimitedReader& reader_io, std::vector<Change>& changes_o) {
+std::uint64_t PLXRecordCursor::Insert(PLXDelimitedReader& reader_io, std::vector<FieldChange>& changes_o) {
   std::vector<std::string> texts;
   auto const read = [&] {
     if (reader_io.ReadRecord(texts)) return true;
@@ -192,7 +192,7 @@ std::uint64_t PLXRecordCursor::Insert(PLXDelimitedReader& reader_io, std::vector
   std::vector<PLXRecordField> fields;
   for (std::string const& name : texts) fields.push_back(Field(name));
   std::uint64_t count = 0;
-  myStore->Write([&](PLXSQLConnection& connection_io) {
+  Change([&](PLXSQLConnection& connection_io) {
     PLXSQLTransaction transaction(connection_io);
     for (; read(); ++count) {
       if (texts.size() != fields.size()) {

@@ -43,26 +43,28 @@ PLXRecordField const& FieldOf(PLXRecordDefinition const& definition_i, std::stri
 }  // namespace
 
 PLXRecordQuery::PLXRecordQuery(PLXSearchExpression const& expression_i,
-                               PLXRecordDefinition const& definition_i, PLXSQLDialect dialect_i)
-    : myStatement("SELECT id FROM " + definition_i.table) {
-  char const* before = " WHERE (";
+                               PLXRecordDefinition const& definition_i, PLXSQLDialect dialect_i) {
+  char const* before = "(";
   for (auto const& alternative : expression_i.myAlternatives) {
     for (PLXSearchCondition const& condition : alternative) {
-      myStatement += before;
-      AddCondition(condition, FieldOf(definition_i, condition.myField, condition.myFieldPosition), dialect_i);
+      PLXRecordField const& field = FieldOf(definition_i, condition.myField, condition.myFieldPosition);
+      myCondition += before;
+      AddCondition(condition, field, dialect_i);
       before = " AND ";
+      bool const isUnique = field.position == 0 || (field.IsUnique() && !condition.myValue.empty());
+      isForOne = isForOne || (isUnique && condition.myComparison == Comparison::kEqual);
     }
     before = ") OR (";
   }
-  if (!expression_i.myAlternatives.empty()) myStatement += ")";
-  myStatement += " ORDER BY ";
+  if (!myCondition.empty()) myCondition += ")";
+  isForOne = isForOne && expression_i.myAlternatives.size() == 1;
   if (!expression_i.myOrderField.empty()) {
     PLXRecordField const& field =
         FieldOf(definition_i, expression_i.myOrderField, expression_i.myOrderPosition);
-    myStatement += "COALESCE(" + field.column + (field.IsText() ? ", '')" : ", 0)") +
-                   (expression_i.isDescending ? " DESC, " : ", ");
+    myOrder = "COALESCE(" + field.column + (field.IsText() ? ", '')" : ", 0)") +
+              (expression_i.isDescending ? " DESC, " : ", ");
   }
-  myStatement += "id";
+  myOrder += "id";
 }
 
 PLXSearchExpression PLXRecordQuery::Parse(std::string_view expression_i) {
@@ -91,7 +93,7 @@ void PLXRecordQuery::AddComparison(std::string_view column_i, std::string_view o
   comparison.append(" ").append(operator_i).append(" ");
   comparison += Place(dialect_i, isDouble ? PLXSQLParameter(0.0) : PLXSQLParameter());
   if (isUnsetFound_i) comparison = "(" + comparison + " OR " + std::string(column_i) + " IS NULL)";
-  myStatement += comparison;
+  myCondition += comparison;
   myValues.push_back(std::move(value_i));
 }
 
@@ -124,7 +126,7 @@ void PLXRecordQuery::AddCondition(PLXSearchCondition const& condition_i, PLXReco
   bool const isBelow = sign.starts_with('<') && sign != "<>";
   if (sign == "=" || sign == "<>" || !(number >= -kTwoTo63 && number < kTwoTo63)) {
     bool const isAlways = sign == "<>" || (sign != "=" && isBelow == (number > 0));
-    myStatement += isAlways ? "1 = 1" : "1 = 0";
+    myCondition += isAlways ? "1 = 1" : "1 = 0";
     return;
   }
   AddComparison(field_i.column, isBelow ? "<=" : ">", static_cast<std::int64_t>(std::floor(number)),

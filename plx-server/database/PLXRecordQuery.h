@@ -30,9 +30,13 @@ class PLXRecordQuery {
   // them all.
   static std::string Selected(PLXSQLDialect dialect_i, PLXRecordField const& field_i);
 
-  // Selects the identifiers in order.
-  std::string const& Statement() const { return myStatement; }
+  // What follows WHERE; empty when everything is found.
+  std::string const& Condition() const { return myCondition; }
+  // What follows ORDER BY.
+  std::string const& Order() const { return myOrder; }
   std::vector<PLXSQLValue> const& Values() const { return myValues; }
+  // Whether no more than one record can be found: a field that takes no value twice is compared with one.
+  bool IsForOne() const { return isForOne; }
 
  private:
   void AddCondition(PLXSearchCondition const& condition_i, PLXRecordField const& field_i,
@@ -40,6 +44,8 @@ class PLXRecordQuery {
   void AddComparison(std::string_view column_i, std::string_view operator_i, PLXSQLValue value_i,
                      bool isUnsetFound_i, PLXSQLDialect dialect_i);
 
-  std::string myStatement;
+  std::string myCondition;
+  std::string myOrder;
+  bool isForOne = false;
   std::vector<PLXSQLValue> myValues;
 };
