@@ -11,7 +11,7 @@
 
 // Whether PLXEscapeToUTF8 would change the text.
 bool PLXNeedsEscape(std::string_view text_i);
-// At most four times as long.
+// At most sixteen times as long.
 std::string PLXEscapeToUTF8(std::string_view text_i);
 // The bytes again, in place. Linear.
 void PLXUnescapeFromUTF8(std::string& text_io);
