@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cmath>
 #include <fstream>
 #include <limits>
@@ -447,7 +448,7 @@ TEST_P(Records, LetsOneAloneOrManyTogether) {
       }
     }
     auto alone = Open(*myEngine, "x", PLXRecordAccess::kExclusive, &ownerA);
-    bool isClosed = false;
+    std::atomic<bool> isClosed = false;
     std::thread waiting([&] {
       auto later = Open(*other, "x", PLXRecordAccess::kShared, &ownerB);
       EXPECT_TRUE(isClosed);
