@@ -41,7 +41,7 @@ PLXSQLParameter ParameterOf(PLXSQLValue const& value_i) {
 // ---- Opening and fields
 
 PLXRecordCursor::PLXRecordCursor(std::shared_ptr<PLXRecordStore> store_i, std::string_view name_i,
-                                 PLXRecordAccess access_i, void const* owner_i)
+                                 PLXRecordAccess access_i, void const* owner_i, WhenMissing whenMissing_i)
     : myStore(std::move(store_i)),
       myAccess(access_i),
       myOwner(owner_i),
@@ -54,6 +54,9 @@ PLXRecordCursor::PLXRecordCursor(std::shared_ptr<PLXRecordStore> store_i, std::s
       return PLXRecordCatalogue::Find(connection_io, name_i);
     };
     std::optional<PLXRecordDefinition> definition = myStore->Read(find);
+    if (!definition && whenMissing_i == WhenMissing::kFail) {
+      throw PLXRecordError(Kind::kNotFound, "There is no database \"" + std::string(name_i) + "\".");
+    }
     if (!definition) {
       myStore->Write(
           [&](PLXSQLConnection& connection_io) { PLXRecordCatalogue::Create(connection_io, name_i); });

@@ -25,11 +25,13 @@ class PLXDelimitedReader;
 // it was.
 class PLXRecordCursor {
  public:
-  // Opens the database of this name, which is made without fields when there is none, and closes it at the
+  // Opens the database of this name and closes it at the
   // end. The owner is whoever may not wait for itself: a second cursor of one owner that is in the way of the
-  // first fails at once (kInUse).
+  // first fails at once (kInUse). A database that there is not is made, without fields, or is an error
+  // (kNotFound).
+  enum class WhenMissing { kCreate, kFail };
   PLXRecordCursor(std::shared_ptr<PLXRecordStore> store_i, std::string_view name_i, PLXRecordAccess access_i,
-                  void const* owner_i);
+                  void const* owner_i, WhenMissing whenMissing_i = WhenMissing::kCreate);
   ~PLXRecordCursor();
   PLXRecordCursor(PLXRecordCursor const&) = delete;
   PLXRecordCursor& operator=(PLXRecordCursor const&) = delete;
@@ -41,6 +43,8 @@ class PLXRecordCursor {
   std::vector<PLXRecordField> const& Fields() const { return myDefinition.fields; }
   // The field of this name, PLXIDFIELD's included. kNotFound. Valid until a field is added or deleted here.
   PLXRecordField const& Field(std::string_view name_i);
+  // Whether there is one, as far as was looked.
+  bool HasField(std::string_view name_i) const { return myDefinition.Find(name_i) != nullptr; }
   void AddField(std::string_view name_i, std::uint32_t word_i);
   void DeleteField(std::string_view name_i);
 

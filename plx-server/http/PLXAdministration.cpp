@@ -4,8 +4,8 @@
 #include <iterator>
 #include <unistd.h>
 
+#include "PLXAdministrationHTML.h"
 #include "PLXLog.h"
-#include "PLXPage.h"
 #include "PLXServerPages.h"
 
 namespace {
@@ -16,21 +16,6 @@ constexpr std::size_t kLogLines = 300;
 
 // Pages that change by themselves are asked for again by the browser, without a script.
 constexpr std::string_view kRefresh = "<meta http-equiv=\"refresh\" content=\"5\">\n";
-
-std::string Cell(std::string_view text_i) { return "<td>" + EncodeHTML(text_i) + "</td>"; }
-std::string NumberCell(std::string const& text_i) {
-  return "<td class=\"number\">" + EncodeHTML(text_i) + "</td>";
-}
-std::string Pair(std::string_view name_i, std::string_view value_i) {
-  return "<dt>" + EncodeHTML(name_i) + "</dt><dd>" + EncodeHTML(value_i) + "</dd>\n";
-}
-
-std::string TableHead(std::initializer_list<std::string_view> names_i) {
-  std::string head = "<div class=\"scroll\"><table>\n<thead><tr>";
-  for (std::string_view const name : names_i) head += "<th scope=\"col\">" + EncodeHTML(name) + "</th>";
-  return head + "</tr></thead>\n<tbody>\n";
-}
-constexpr std::string_view kTableEnd = "</tbody></table></div>\n";
 
 // "3 d 4 h 5 min" or "12 s": for reading, so the two or three largest parts are enough.
 std::string Duration(std::chrono::seconds time_i) {
@@ -77,11 +62,6 @@ std::string_view StageName(PLXActiveRequests::Stage stage_i) {
 std::string PreferencesAddress(std::string_view region_i, std::string_view module_i) {
   return std::string(kPreferencesPath) + "?region=" + EncodeArgument(region_i) +
          "&module=" + EncodeArgument(module_i);
-}
-
-std::string ArgumentOf(PLXRequest const& request_i, std::string_view name_i) {
-  PLXNameValue const* const found = FindNameValue(request_i.pathArguments, name_i);
-  return found ? found->value : std::string();
 }
 
 // "host:port" of "http://host:port/path", in lower case, without a port that the scheme implies.
@@ -142,6 +122,7 @@ PLXAdministration::Route const PLXAdministration::kRoutes[] = {
     {"requests", "Requests", &PLXAdministration::Requests},
     {"modules", "Modules", &PLXAdministration::Modules},
     {"sites", "Sites", &PLXAdministration::Sites},
+    {"databases", "Databases", nullptr},
     {"log", "Log", &PLXAdministration::Log}};
 
 bool IsFromOwnPage(PLXRequest const& request_i) {
@@ -156,9 +137,13 @@ bool IsFromOwnPage(PLXRequest const& request_i) {
 }
 
 PLXAdministration::PLXAdministration(PLXModuleHost& modules_i, PLXLoginStore& logins_i,
-                                     PLXActiveRequests const& active_i,
+                                     PLXActiveRequests const& active_i, PLXRecordEngine& records_i,
                                      std::function<PLXListenerStatus()> status_i)
-    : myModules(modules_i), myLogins(logins_i), myActive(active_i), myStatus(std::move(status_i)) {}
+    : myModules(modules_i),
+      myLogins(logins_i),
+      myActive(active_i),
+      myRecords(records_i),
+      myStatus(std::move(status_i)) {}
 
 PLXResponse PLXAdministration::Answer(PLXRequest const& request_i, PLXSites const& sites_i) {
   PLXResponse response;
@@ -170,6 +155,8 @@ PLXResponse PLXAdministration::Answer(PLXRequest const& request_i, PLXSites cons
     }
     if (request_i.path == kPreferencesPath) {
       response = Preferences(request_i, sites_i);
+    } else if (request_i.path == PLXRecordsAdministration::kPath) {
+      response = Databases(request_i);
     } else if (request_i.method == "POST") {
       response = ErrorPage(405, "This page of the administration takes no changes.");
       response.SetHeader("Allow", "GET, HEAD");
@@ -350,6 +337,15 @@ PLXResponse PLXAdministration::Metrics() const {
       "\nplxserver_pages_running " + std::to_string(status.busyPageThreads) + "\nplxserver_pages_waiting " +
       std::to_string(status.waitingPages) + "\nplxserver_threads " + std::to_string(process.threads) +
       "\nplxserver_memory_bytes " + std::to_string(process.memory) + "\n";
+  return response;
+}
+
+PLXResponse PLXAdministration::Databases(PLXRequest const& request_i) {
+  PLXRecordsAdministration::Page const page = myRecords.Answer(request_i);
+  if (page.redirect.empty()) return Framed(request_i, {page.title, page.body, ""});
+  PLXResponse response;
+  response.status = 303;
+  response.SetHeader("Location", page.redirect);
   return response;
 }
 

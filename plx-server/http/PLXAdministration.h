@@ -9,10 +9,11 @@
 #include "PLXLoginStore.h"
 #include "PLXLoginThrottle.h"
 #include "PLXModuleHost.h"
+#include "PLXRecordsAdministration.h"
 #include "PLXSite.h"
 
 // The pages under /plx-admin/: what the server is doing, its modules, sites and regions, the preferences that
-// modules keep for a region, and the log. Works without scripts.
+// modules keep for a region, the record databases, and the log. Works without scripts.
 //
 // Nobody enters without a login of the server, and while there is none the administration is closed. What
 // changes something is a POST, and a POST counts only when it comes from a page of this administration. Any
@@ -21,7 +22,7 @@ class PLXAdministration {
  public:
   // All must outlive the administration. `status_i` is asked on whatever thread a page is made.
   PLXAdministration(PLXModuleHost& modules_i, PLXLoginStore& logins_i, PLXActiveRequests const& active_i,
-                    std::function<PLXListenerStatus()> status_i);
+                    PLXRecordEngine& records_i, std::function<PLXListenerStatus()> status_i);
 
   // Answers a request whose path begins with "/plx-admin/". Blocks for a password check.
   PLXResponse Answer(PLXRequest const& request_i, PLXSites const& sites_i);
@@ -42,12 +43,14 @@ class PLXAdministration {
   Page Sites(PLXRequest const& request_i, PLXSites const& sites_i);
   Page Log(PLXRequest const& request_i, PLXSites const& sites_i);
   PLXResponse Preferences(PLXRequest const& request_i, PLXSites const& sites_i);
+  PLXResponse Databases(PLXRequest const& request_i);
   PLXResponse Metrics() const;
   PLXResponse Framed(PLXRequest const& request_i, Page const& page_i) const;
 
   PLXModuleHost& myModules;
   PLXLoginStore& myLogins;
   PLXActiveRequests const& myActive;
+  PLXRecordsAdministration myRecords;
   std::function<PLXListenerStatus()> const myStatus;
   std::chrono::steady_clock::time_point const myStart = std::chrono::steady_clock::now();
   PLXLoginThrottle myThrottle;

@@ -162,10 +162,11 @@ PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> 
     myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(myState));
     myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, *myRecords, trace);
     myPages = std::make_unique<PLXPageCache>(*myModules);
-    myAdministration = std::make_unique<PLXAdministration>(*myModules, *myServerLogins, myActive, [this] {
-      PLXListener const* const listener = myListener;
-      return listener ? listener->Status() : PLXListenerStatus{};
-    });
+    myAdministration =
+        std::make_unique<PLXAdministration>(*myModules, *myServerLogins, myActive, *myRecords, [this] {
+          PLXListener const* const listener = myListener;
+          return listener ? listener->Status() : PLXListenerStatus{};
+        });
   } catch (...) {
     if (myLock >= 0) ::close(myLock);
     throw;

@@ -383,8 +383,9 @@ PLXResponse PLXServer::AnswerPage(PLXRequest const& request_i, Plan const& plan_
   PLXResponse response;
   bool const trace = plan_i.generation->Configuration().trace ||
                      (request_i.isFromThisMachine && request_i.Header("X-PLX-Trace") == "1");
-  PLXPageContext context{*plan_i.site, *plan_i.region,    request_i, response,
-                         plan_i.file,  plan_i.scriptName, {},        trace};
+  PLXPageContext context{*plan_i.site, *plan_i.region, request_i,
+                         response,     plan_i.file,    plan_i.scriptName,
+                         {},           trace,          myRecords.get()};
   response.body = RenderPage(*page, *myModules, context);
   if (!response.HasHeader("Content-Type")) response.SetHeader("Content-Type", "text/html");
   return response;

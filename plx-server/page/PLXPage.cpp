@@ -14,7 +14,7 @@
 namespace {
 
 constexpr std::string_view kTagDoNotProcess = "plxDoNotProcess";
-constexpr std::string_view kTagRecords = "plxRecords";
+PLXTagProcessor::Tag const ourRecordsTag{"plxRecords", kPLXTagFlag_EnclosesBody};
 
 std::size_t FindClosingTag(std::string_view text_i, std::string_view name_i, std::size_t offset_i) {
   for (std::size_t at = text_i.find("</", offset_i); at != std::string_view::npos;
@@ -29,7 +29,7 @@ std::string TagHTML(std::string_view name_i) { return "&lt;" + EncodeHTML(name_i
 }  // namespace
 
 bool IsServerTag(std::string_view name_i) {
-  return EqualIgnoringCase(name_i, kTagDoNotProcess) || EqualIgnoringCase(name_i, kTagRecords);
+  return EqualIgnoringCase(name_i, kTagDoNotProcess) || EqualIgnoringCase(name_i, ourRecordsTag.name);
 }
 
 PLXPage::PLXPage() = default;
@@ -92,12 +92,16 @@ class PLXPageParser {
     std::string_view const name = myText.substr(nameBegin, nameLength);
     std::size_t const nameEnd = nameBegin + nameLength;
     if (!closes && EqualIgnoringCase(name, kTagDoNotProcess)) return ReadUntouched(offset_i, nameEnd);
-    if (IsServerTag(name)) return nameEnd;
-    Tag const* const tag = myTags.FindTag(name);
+    Tag const* const tag = FindTag(name);
     if (tag == nullptr) return nameEnd;
     FlushText(offset_i);
     myTextBegin = closes ? ReadClosingTag(offset_i, nameEnd, *tag) : ReadOpeningTag(offset_i, nameEnd, *tag);
     return myTextBegin;
+  }
+
+  Tag const* FindTag(std::string_view name_i) const {
+    if (EqualIgnoringCase(name_i, ourRecordsTag.name)) return &ourRecordsTag;
+    return IsServerTag(name_i) ? nullptr : myTags.FindTag(name_i);
   }
 
   // Pages comment tags out, so what a comment holds stays as it is. One that never ends reaches to the end.
@@ -146,11 +150,13 @@ class PLXPageParser {
     read->occurrence.name = tag_i.name;
     read->occurrence.line = LineOf(offset_i);
     read->encloses = encloses && !isEmpty;
+    read->isRecords = &tag_i == &ourRecordsTag;
     if (read->encloses && myOpen.size() > kPageBody_MaximumDepth) {
       AddTooDeep(tag_i, offset_i);
       return end;
     }
-    PLXPage::Piece& piece = AddPiece(PLXPage::Piece::Kind::kTag);
+    PLXPage::Piece& piece =
+        AddPiece(&tag_i == &ourRecordsTag ? PLXPage::Piece::Kind::kRecords : PLXPage::Piece::Kind::kTag);
     piece.end = static_cast<std::uint32_t>(myPage.myPieces.size());
     bool const opens = read->encloses;
     piece.tag = std::move(read);

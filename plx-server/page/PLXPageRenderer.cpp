@@ -1,8 +1,10 @@
+#include "PLXASCII.h"
 #include "PLXCGIVariables.h"
 #include "PLXCodeText.h"
 #include "PLXLog.h"
 #include "PLXPage.h"
 #include "PLXPagePieces.h"
+#include "PLXRecordsLoop.h"
 
 namespace {
 
@@ -45,6 +47,14 @@ void AppendEncoded(std::string_view text_i, std::string& html_io) {
   html_io.append(text_i, done);
 }
 
+void DoubleApostrophes(std::size_t begin_i, std::string& text_io) {
+  std::string doubled;
+  for (std::size_t index = begin_i; index < text_io.size(); ++index) {
+    doubled.append(text_io[index] == '\'' ? 2 : 1, text_io[index]);
+  }
+  text_io.replace(begin_i, std::string::npos, doubled);
+}
+
 void AppendProblemBox(std::string_view problem_i, std::string_view remedy_i, std::string& html_io) {
   html_io.append(kProblemBox_Begin).append(problem_i);
   if (!remedy_i.empty()) html_io.append(kProblemBox_Remedy).append(remedy_i);
@@ -73,12 +83,16 @@ class Renderer {
           RunTag(index, text_io);
           index = piece.end - 1;
           break;
+        case PLXPage::Piece::Kind::kRecords:
+          RunRecords(index, target_i, text_io);
+          index = piece.end - 1;
+          break;
       }
     }
   }
 
  private:
-  void AppendValue(PLXValueReference const& value_i, Target target_i, std::string& text_io) const {
+  void AppendValue(PLXValueReference const& value_i, Target target_i, std::string& text_io) {
     std::string kept;
     std::string_view const text = ValueText(value_i, kept);
     if (target_i == Target::kPage) {
@@ -89,7 +103,7 @@ class Renderer {
   }
 
   // Empty for a value that does not exist. What has no text of its own yet is made in `kept_o`.
-  std::string_view ValueText(PLXValueReference const& value_i, std::string& kept_o) const {
+  std::string_view ValueText(PLXValueReference const& value_i, std::string& kept_o) {
     auto const text = [&](std::vector<PLXNameValue> const& list, bool ignoreCase) -> std::string_view {
       PLXNameValue const* const found = FindNameValue(list, value_i.name, 0, ignoreCase);
       return found == nullptr ? std::string_view() : std::string_view(found->value);
@@ -105,6 +119,11 @@ class Renderer {
         return text(myContext.request.cookies, false);
       case PLXValueKind::kCGI:
         return kept_o = CGIVariable(value_i.name, myContext).value_or("");
+      case PLXValueKind::kField:
+        return myLoop == nullptr ? std::string_view() : myLoop->Field(value_i.name, kept_o);
+      case PLXValueKind::kRecords:
+        return EqualIgnoringCase(value_i.name, "Count") ? std::string_view(kept_o = myCount)
+                                                        : std::string_view();
     }
     return {};
   }
@@ -120,19 +139,55 @@ class Renderer {
     Finish(occurrence, html_io);
   }
 
-  PLXTagOccurrence WithValues(PLXTagTemplate const& tag_i) const {
+  // The body once for each record. A value inside shows the innermost loop's record.
+  void RunRecords(std::size_t index_i, Target target_i, std::string& text_io) {
+    PLXTagTemplate const& tag = *myPieces[index_i].tag;
+    PLXTagOccurrence const occurrence = WithValues(tag);
+    PLXRecordsLoop* const outer = myLoop;
+    std::string const outerCount = myCount;
+    try {
+      PLXRecordsLoop loop(occurrence, myContext, outer);
+      std::string const count = std::to_string(loop.Count());
+      myLoop = &loop;
+      myCount = count;
+      while (loop.Next()) {
+        if (tag.encloses) Render(index_i + 1, myPieces[index_i].end, target_i, text_io);
+        myCount = count;  // what stood in the body may have counted, too
+      }
+    } catch (PLXRecordError const& error) {
+      AppendProblem(occurrence, EncodeHTML(error.what()),
+                    "Check the name of the database, its fields and the search.", text_io);
+    } catch (PLXRecordsLoop::Fault const& fault) {
+      AppendProblem(occurrence, EncodeHTML(fault.problem), EncodeHTML(fault.remedy), text_io);
+    }
+    if (outer != nullptr) myCount = outerCount;
+    myLoop = outer;
+  }
+
+  static void AppendProblem(PLXTagOccurrence const& tag_i, std::string const& problem_i,
+                            std::string_view remedy_i, std::string& html_io) {
+    AppendProblemBox("The &lt;plxRecords&gt; tag on line " + std::to_string(tag_i.line) + ": " + problem_i,
+                     remedy_i, html_io);
+  }
+
+  PLXTagOccurrence WithValues(PLXTagTemplate const& tag_i) {
     PLXTagOccurrence occurrence = tag_i.occurrence;
     auto insertion = tag_i.insertions.begin();
     while (insertion != tag_i.insertions.end()) {
       std::uint32_t const parameter = insertion->parameter;
       std::string const& literal = tag_i.occurrence.parameters[parameter].value;
       std::string& value = occurrence.parameters[parameter].value;
+      bool const isSearch =
+          tag_i.isRecords && EqualIgnoringCase(occurrence.parameters[parameter].name, "search");
       value.clear();
       std::size_t done = 0;
       for (; insertion != tag_i.insertions.end() && insertion->parameter == parameter; ++insertion) {
         value.append(literal, done, insertion->offset - done);
         done = insertion->offset;
+        std::size_t const begin = value.size();
         AppendValue(insertion->value, Target::kBody, value);
+        // A value in a search is data: its apostrophes must not end what stands in apostrophes there.
+        if (isSearch) DoubleApostrophes(begin, value);
       }
       value.append(literal, done);
     }
@@ -155,6 +210,8 @@ class Renderer {
   std::vector<PLXPage::Piece> const& myPieces;
   PLXTagProcessor& myTags;
   PLXPageContext& myContext;
+  PLXRecordsLoop* myLoop = nullptr;  // the innermost that runs
+  std::string myCount;               // of the innermost loop, outside of the last one
 };
 
 }  // namespace

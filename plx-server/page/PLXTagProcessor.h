@@ -10,6 +10,8 @@
 #include "PLXRequest.h"
 #include "PLXSite.h"
 
+class PLXRecordEngine;
+
 // A page while it is rendered: what its tags may ask for and what they may change. One thread; lives for one
 // request.
 struct PLXPageContext {
@@ -21,6 +23,7 @@ struct PLXPageContext {
   std::string scriptName;               // its URL path, encoded as it was requested up to "?"
   std::vector<PLXNameValue> variables;  // page variables, set by tags; names compare ignoring case
   bool trace = false;
+  PLXRecordEngine* records = nullptr;  // what <plxRecords> shows
 };
 
 // One tag as it stands in a page, its values already put in.

@@ -25,11 +25,11 @@ struct ValueKindName {
   char const* prefix;
   PLXValueKind kind;
 };
-constexpr ValueKindName ourValueKinds[] = {{"&plxPost.", PLXValueKind::kPost},
-                                           {"&plxPath.", PLXValueKind::kPath},
-                                           {"&plxVariable.", PLXValueKind::kVariable},
-                                           {"&plxCookie.", PLXValueKind::kCookie},
-                                           {"&plxCGI.", PLXValueKind::kCGI}};
+constexpr ValueKindName ourValueKinds[] = {
+    {"&plxPost.", PLXValueKind::kPost},         {"&plxPath.", PLXValueKind::kPath},
+    {"&plxVariable.", PLXValueKind::kVariable}, {"&plxCookie.", PLXValueKind::kCookie},
+    {"&plxCGI.", PLXValueKind::kCGI},           {"&plxField.", PLXValueKind::kField},
+    {"&plxRecords.", PLXValueKind::kRecords}};
 
 struct NamedEntity {
   char const* name;
@@ -209,8 +209,10 @@ std::size_t ReadValueReference(std::string_view text_i, std::size_t offset_i, PL
     std::string_view const prefix = kind.prefix;
     if (!BeginsIgnoringCase(text, prefix)) continue;
     std::string_view const window = text.substr(prefix.size(), kValueName_MaximumBytes + 1);
-    auto const isNameByte = [](char byte) {
-      return IsAlphanumeric(byte) || byte == '_' || byte == '-' || byte == '.' || byte == ' ';
+    auto const isNameByte = [&kind](char byte) {
+      bool const isOfField = byte == '\'' || static_cast<unsigned char>(byte) >= 0x80;
+      return IsAlphanumeric(byte) || byte == '_' || byte == '-' || byte == '.' || byte == ' ' ||
+             (isOfField && kind.kind == PLXValueKind::kField);
     };
     auto const end = std::find_if_not(window.begin(), window.end(), isNameByte);
     auto const length = static_cast<std::size_t>(end - window.begin());

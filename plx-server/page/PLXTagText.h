@@ -11,7 +11,7 @@
 // The grammar inside one tag and one value reference, as pure functions over the page's text. Any bytes may
 // come in. What is read refers into the text, which must outlive it.
 
-enum class PLXValueKind : std::uint8_t { kPost, kPath, kVariable, kCookie, kCGI };
+enum class PLXValueKind : std::uint8_t { kPost, kPath, kVariable, kCookie, kCGI, kField, kRecords };
 
 // "&plxPost.NAME;" and its like.
 struct PLXValueReference {
@@ -21,7 +21,7 @@ struct PLXValueReference {
 
 // Reads the reference that begins at `offset_i`, where a "&" stands. Its length, or 0 when there is none: an
 // unknown kind, a name that is empty, longer than 255 bytes or of other bytes than letters, digits, "_", "-",
-// "." and blanks.
+// "." and blanks. The name of a field may have apostrophes and bytes beyond ASCII, too.
 std::size_t ReadValueReference(std::string_view text_i, std::size_t offset_i, PLXValueReference& value_o);
 
 // The length of the tag name at `offset_i`: "plx" in any letter case and letters, digits, "_" or "-". 0 when
@@ -39,6 +39,7 @@ struct PLXTagTemplate {
   PLXTagOccurrence occurrence;
   std::vector<Insertion> insertions;  // in order of parameter and offset
   bool encloses = false;
+  bool isRecords = false;  // the server's own loop
 };
 
 enum class PLXTagFault { kNone, kNotClosed, kQuoteNotClosed, kQuoteMisplaced, kNameMissing };
