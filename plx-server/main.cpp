@@ -1,8 +1,10 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <sys/stat.h>
@@ -11,9 +13,11 @@
 #include <vector>
 
 #include "PLXConfiguration.h"
+#include "PLXDelimitedText.h"
 #include "PLXListener.h"
 #include "PLXLog.h"
 #include "PLXLoginStore.h"
+#include "PLXRecordCursor.h"
 #include "PLXServer.h"
 #include "PLXSite.h"
 
@@ -51,6 +55,7 @@ struct Arguments {
   std::string page, site;
   std::vector<std::string> pageArguments;
   std::string user, region;
+  std::string database, exchangeFile, delimiter;
 };
 
 int Fail(int code_i, std::string const& sentence_i) {
@@ -369,6 +374,93 @@ int ChangeUser(Arguments& arguments_io, bool remove_i) {
   return kGood;
 }
 
+// ---- records
+// -------------------------------------------------------------------------------------------------
+
+bool HoldsWholeNumber(std::string const& text_i) {
+  std::int64_t number;
+  return PLXRecordInteger(text_i, number) && text_i.find('.') == text_i.npos;
+}
+bool HoldsNumber(std::string const& text_i) {
+  double number;
+  return PLXRecordDouble(text_i, number);
+}
+
+// Gives a new database the fields of a file's header line, each of the narrowest type that its values have.
+void AddFields(PLXRecordCursor& cursor_io, fs::path const& file_i) {
+  std::ifstream stream(file_i, std::ios::binary);
+  PLXDelimitedReader reader(stream, PLXFindDelimiter(stream));
+  std::vector<std::string> names, values;
+  if (!reader.ReadRecord(names)) return;
+  struct Seen {
+    bool isWhole = true, isNumber = true, isShort = true, isEmpty = true;
+  };
+  std::vector<Seen> seen(names.size());
+  while (reader.ReadRecord(values)) {
+    for (std::size_t index = 0; index < std::min(values.size(), names.size()); ++index) {
+      if (values[index].empty()) continue;
+      seen[index].isEmpty = false;
+      seen[index].isWhole = seen[index].isWhole && HoldsWholeNumber(values[index]);
+      seen[index].isNumber = seen[index].isNumber && HoldsNumber(values[index]);
+      seen[index].isShort = seen[index].isShort && values[index].size() <= 255;
+    }
+  }
+  for (std::size_t index = 0; index < names.size(); ++index) {
+    if (cursor_io.HasField(names[index])) continue;  // the identifier
+    Seen const& column = seen[index];
+    std::uint32_t word = column.isShort ? 0x600FF : 0x70000;
+    if (column.isNumber && !column.isEmpty) word = column.isWhole ? 0x20000 : 0x40000;
+    cursor_io.AddField(names[index], word);
+  }
+}
+
+int ListRecords(PLXRecordEngine& engine_i) {
+  for (std::string const& name : engine_i.Store()->Names()) {
+    PLXRecordCursor cursor(engine_i.Store(), name, PLXRecordAccess::kShared, nullptr);
+    std::cout << name << "\t" << cursor.RecordCount() << "\n";
+  }
+  return kGood;
+}
+
+int Exchange(PLXRecordEngine& engine_i, Arguments const& arguments_i, bool isImport_i) {
+  fs::path const file = fs::absolute(arguments_i.exchangeFile);
+  auto const whenMissing =
+      isImport_i ? PLXRecordCursor::WhenMissing::kCreate : PLXRecordCursor::WhenMissing::kFail;
+  if (isImport_i && ::access(file.c_str(), R_OK) != 0)
+    return Fail(kInputOutput, file.string() + " cannot be read.");
+  PLXRecordCursor cursor(engine_i.Store(), arguments_i.database, PLXRecordAccess::kShared, nullptr,
+                         whenMissing);
+  if (isImport_i && cursor.Fields().empty()) AddFields(cursor, file);
+  std::string const options = arguments_i.delimiter.empty() ? "" : "delimiter=" + arguments_i.delimiter;
+  std::cerr << (isImport_i ? cursor.Import(file) : cursor.Export(file, options)) << " records" << std::endl;
+  return kGood;
+}
+
+int Records(Arguments& arguments_io, bool isImport_i, bool isExport_i) {
+  PLXConfiguration configuration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kConfiguration;
+  try {
+    PrepareStateFolder(configuration.state);
+  } catch (std::exception const& error) {
+    return Fail(kCannotCreate, error.what());
+  }
+  PLXRecordEngine engine({configuration.state, configuration.recordsSource, configuration.recordsUser,
+                          configuration.recordsPassword});
+  int code = kGood;
+  try {
+    code = isImport_i || isExport_i ? Exchange(engine, arguments_io, isImport_i) : ListRecords(engine);
+  } catch (PLXRecordError const& error) {
+    code = Fail(error.GetKind() == PLXRecordError::Kind::kNotReachable ? kUnavailable : kInputOutput,
+                error.what());
+  }
+  for (char const* const name :
+       {"records.sqlite", "records.sqlite-wal", "records.sqlite-shm", "records.locks"}) {
+    if (fs::exists(configuration.state / name))
+      GiveToOwnerOf(configuration.state / name, configuration.state);
+  }
+  return code;
+}
+
 // ---- The command line
 // ----------------------------------------------------------------------------------------
 
@@ -384,6 +476,7 @@ void AddCommonOptions(CLI::App& command_io, Arguments& arguments_io) {
 
 struct Commands {
   CLI::App *serve, *render, *check, *userSet, *userRemove, *userList;
+  CLI::App *recordsList, *recordsImport, *recordsExport;
 };
 
 Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
@@ -433,6 +526,26 @@ Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
         ->option_text("SITE/REGION");
     AddCommonOptions(*command, arguments_io);
   }
+  CLI::App* const records = app_io.add_subcommand("records", "The record databases");
+  records->require_subcommand(1);
+  commands.recordsList =
+      records->add_subcommand("list", "Lists the databases and how many records they have");
+  commands.recordsImport = records->add_subcommand(
+      "import",
+      "Adds the records of a file of comma-separated values, all or none; makes the database and its "
+      "fields when it has none");
+  commands.recordsExport = records->add_subcommand("export", "Writes all records to such a file");
+  commands.recordsExport
+      ->add_option("--delimiter", arguments_io.delimiter, "A character, or \"tab\", in place of the comma")
+      ->option_text("CHARACTER");
+  for (CLI::App* const command : {commands.recordsList, commands.recordsImport, commands.recordsExport}) {
+    if (command != commands.recordsList) {
+      command->add_option("DATABASE", arguments_io.database, "The database's name")->required();
+      command->add_option("FILE", arguments_io.exchangeFile, "The file; its first line names the fields")
+          ->required();
+    }
+    AddCommonOptions(*command, arguments_io);
+  }
   return commands;
 }
 
@@ -442,7 +555,8 @@ int Run(Commands const& commands_i, Arguments& arguments_io) {
   if (commands_i.check->parsed()) return Check(arguments_io);
   if (commands_i.userSet->parsed()) return ChangeUser(arguments_io, false);
   if (commands_i.userRemove->parsed()) return ChangeUser(arguments_io, true);
-  return ListUsers(arguments_io);
+  if (commands_i.userList->parsed()) return ListUsers(arguments_io);
+  return Records(arguments_io, commands_i.recordsImport->parsed(), commands_i.recordsExport->parsed());
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,6 +14,10 @@
 #include "PLXRecordStore.h"
 
 class PLXDelimitedReader;
+
+// The delimiter of a file of records: the first of comma, semicolon and tab in its header line, outside
+// quotation marks; what follows the identifier's name where that comes first. Goes back to the beginning.
+char PLXFindDelimiter(std::istream& stream_io);
 
 // An open database: its definition, the records that a search found, and the one that is current.
 //

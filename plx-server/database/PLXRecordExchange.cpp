@@ -78,9 +78,9 @@ class WholeFile {
   bool isKept = false;
 };
 
-// The delimiter of a file: the first of the usual ones in its header line, outside quotation marks; what
-// follows the identifier's name in a file of our own.
-char FindDelimiter(std::ifstream& stream_io) {
+}  // namespace
+
+char PLXFindDelimiter(std::istream& stream_io) {
   std::string header;
   std::getline(stream_io, header);
   stream_io.clear();
@@ -96,8 +96,6 @@ char FindDelimiter(std::ifstream& stream_io) {
   }
   return ',';
 }
-
-}  // namespace
 
 std::uint64_t PLXRecordCursor::WriteRecords(std::string const& columns_i,
                                             PLXSQLConnection::RowReader const& writer_i) {
@@ -170,7 +168,7 @@ std::uint64_t PLXRecordCursor::Import(std::filesystem::path const& file_i) {
   if (!stream) FailFile(file_i, errno);
   if (std::filesystem::is_directory(file_i)) FailFile(file_i, EISDIR);
   Reload();
-  PLXDelimitedReader reader(stream, FindDelimiter(stream));
+  PLXDelimitedReader reader(stream, PLXFindDelimiter(stream));
   std::vector<FieldChange> changes;
   try {
     return Insert(reader, changes);

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "PLXRecordStore.h"
 #include "PLXTagProcessor.h"
 #include "TemporaryFolder.h"
 
@@ -11,8 +12,9 @@ struct PageFixture {
   PLXSite site;
   PLXRequest request;
   PLXResponse response;
+  PLXRecordEngine records;
 
-  PageFixture() : site(Configuration(folder), folder.Path() / "state") {
+  PageFixture() : site(Configuration(folder), folder.Path() / "state"), records({folder.Path(), {}, {}, {}}) {
     request.method = "GET";
     request.path = "/folder/page.html";
     request.target = "/folder/page.html?a=1";
@@ -31,7 +33,8 @@ struct PageFixture {
             site.Root() / "folder/page.html",
             request.path,
             {},
-            false};
+            false,
+            &records};
   }
 
  private:
