@@ -141,8 +141,7 @@ PLXRecordsAdministration::Page PLXRecordsAdministration::Database(View const& vi
     if (count > 0) cursor->Jump((current - 1) * kRecordsOfAPage);
     for (std::int64_t left = std::min(count, kRecordsOfAPage); left > 0; --left) {
       std::string const identifier = PLXRecordText(cursor->Get(kPLXRecord_IDField));
-      page.body += "<tr><td>" +
-                   Link(view_i.Address(current, ToNumber(identifier)), identifier) + "</td>";
+      page.body += "<tr><td>" + Link(view_i.Address(current, ToNumber(identifier)), identifier) + "</td>";
       for (PLXRecordField const& field : cursor->Fields()) {
         // Long texts are as long as they like: only the record's own page reads them.
         std::string const text = field.IsLongText()
