@@ -83,7 +83,7 @@ PLXUInt32 RealType(PLXUInt32 type_i) noexcept {
       return kPLXFieldType_Text;
     case 0x42:
     case 0x85:
-      return kPLXFieldType_HostOnly;
+      return kPLXFieldType_Number;
     case 0x43:
     case 0x46:
     case 0x47:

@@ -50,7 +50,10 @@ std::string IdentifierColumn(PLXSQLDialect dialect_i) {
 
 std::string ColumnType(PLXSQLDialect dialect_i, PLXRecordField const& field_i) {
   if (field_i.IsText()) return TextType(dialect_i);
-  return field_i.GetType() == PLXRecordField::Type::kFloat ? "DOUBLE PRECISION" : "BIGINT";
+  if (field_i.GetType() == PLXRecordField::Type::kFloat) return "DOUBLE PRECISION";
+  if (field_i.GetType() != PLXRecordField::Type::kNumber) return "BIGINT";
+  // Exact wherever a numeric column takes any precision; elsewhere the standard gives it none to rely on.
+  return dialect_i == PLXSQLDialect::kOther ? "DOUBLE PRECISION" : "NUMERIC";
 }
 
 // Only one at a time changes definitions: on SQLite the transaction sees to that, elsewhere unique keys do.

@@ -380,7 +380,10 @@ void PLXRecordCursor::MoveTo(std::int64_t identifier_i) {
 // ---- Records and values
 
 struct PLXRecordCursor::Values {
+  PLXSQLDialect dialect;
+  std::vector<std::string> columns;
   std::vector<PLXSQLParameter> parameters;
+  std::vector<std::string_view> places;            // what stands for them in the statement
   std::vector<std::unique_ptr<std::string>> keys;  // texts made here, at addresses that stay
 };
 
@@ -390,47 +393,46 @@ void PLXRecordCursor::NewRecord() {
   myStand = Stand::kNew;
 }
 
-void PLXRecordCursor::Assign(std::vector<FieldChange> const& changes_i, std::vector<std::string>& columns_o,
-                             Values& values_o) const {
+void PLXRecordCursor::Assign(std::vector<FieldChange> const& changes_i, Values& values_io) const {
+  auto const add = [&values_io](std::string const& column, PLXRecordField const& field,
+                                PLXSQLParameter const& value) {
+    values_io.columns.push_back(column);
+    values_io.parameters.push_back(value);
+    values_io.places.push_back(PLXRecordQuery::Place(values_io.dialect, field, value));
+  };
   for (auto const& [position, value] : changes_i) {
     PLXRecordField const& field = FieldAt(position);
-    columns_o.push_back(field.column);
-    values_o.parameters.push_back(ParameterOf(value));
+    add(field.column, field, ParameterOf(value));
     if (field.keyColumn.empty()) continue;
     auto const* const text = std::get_if<std::string>(&value);
-    columns_o.push_back(field.keyColumn);
-    if (text == nullptr) {
-      values_o.parameters.emplace_back();
-      continue;
-    }
-    values_o.keys.push_back(std::make_unique<std::string>(PLXRecordKeyText(*text)));
-    values_o.parameters.emplace_back(std::string_view(*values_o.keys.back()));
+    if (text != nullptr) values_io.keys.push_back(std::make_unique<std::string>(PLXRecordKeyText(*text)));
+    add(field.keyColumn, field,
+        text != nullptr ? PLXSQLParameter(std::string_view(*values_io.keys.back())) : PLXSQLParameter());
   }
 }
 
 std::int64_t PLXRecordCursor::Insert(PLXSQLConnection& connection_io,
                                      std::vector<FieldChange> const& changes_i) const {
   PLXSQLDialect const dialect = connection_io.GetDialect();
-  std::vector<std::string> columns;
-  Values values;
+  Values values{dialect, {}, {}, {}, {}};
   std::int64_t identifier = 0;
   if (dialect == PLXSQLDialect::kOther) {
     identifier = PLXRecordCatalogue::NextIdentifier(connection_io, myDefinition);
-    columns.emplace_back("id");
-    values.parameters.emplace_back(identifier);
+    values = {dialect, {"id"}, {identifier}, {"?"}, {}};
   }
-  Assign(changes_i, columns, values);
+  Assign(changes_i, values);
   std::string sql = "INSERT INTO " + myDefinition.table;
-  if (columns.empty()) {
+  if (values.columns.empty()) {
     sql += " DEFAULT VALUES";
   } else {
     std::string places;
-    sql += " (";
-    for (std::size_t index = 0; index < columns.size(); ++index) {
-      sql.append(index == 0 ? "" : ", ").append(columns[index]);
-      places.append(index == 0 ? "" : ", ").append(PLXRecordQuery::Place(dialect, values.parameters[index]));
+    char const* before = " (";
+    for (std::size_t index = 0; index < values.columns.size(); ++index) {
+      sql.append(before).append(values.columns[index]);
+      places.append(before).append(values.places[index]);
+      before = ", ";
     }
-    sql += ") VALUES (" + places + ")";
+    sql += ") VALUES" + places + ")";
   }
   auto const read = [&identifier](PLXSQLRow& row_io) { identifier = std::get<std::int64_t>(row_io.at(0)); };
   bool const isReturned = dialect == PLXSQLDialect::kSQLite || dialect == PLXSQLDialect::kPostgreSQL;
@@ -491,13 +493,14 @@ void PLXRecordCursor::Update() {
   if (myStand == Stand::kNew)
     throw PLXRecordError(Kind::kEnd, "The current record is new: it is added, not updated.");
   if (myChanges.empty()) return;
-  std::vector<std::string> columns;
-  Values values;
-  Assign(myChanges, columns, values);
+  Values values{myStore->GetDialect(), {}, {}, {}, {}};
+  Assign(myChanges, values);
   std::string sql = "UPDATE " + myDefinition.table + " SET ";
-  for (std::size_t index = 0; index < columns.size(); ++index) {
-    sql.append(index == 0 ? "" : ", ").append(columns[index]).append(" = ");
-    sql += PLXRecordQuery::Place(myStore->GetDialect(), values.parameters[index]);
+  for (std::size_t index = 0; index < values.columns.size(); ++index) {
+    sql.append(index == 0 ? "" : ", ")
+        .append(values.columns[index])
+        .append(" = ")
+        .append(values.places[index]);
   }
   sql += " WHERE id = ?";
   values.parameters.emplace_back(myIdentifier);

@@ -141,8 +141,7 @@ class PLXRecordCursor {
   void NeedRecord();
   void Move(bool isMoved_i);
   std::int64_t Insert(PLXSQLConnection& connection_io, std::vector<FieldChange> const& changes_i) const;
-  void Assign(std::vector<FieldChange> const& changes_i, std::vector<std::string>& columns_o,
-              Values& values_o) const;
+  void Assign(std::vector<FieldChange> const& changes_i, Values& values_io) const;
   PLXRecordField const& FieldAt(std::int64_t position_i) const;
   // Ends with the word to every cursor of this process that what it read ahead is worthless.
   class ChangeMark {

@@ -105,6 +105,8 @@ std::string PLXRecordField::TypeName() const {
       return "unsigned integer";
     case Type::kFloat:
       return "float";
+    case Type::kNumber:
+      return "number";
     case Type::kText:
       return "text(" + std::to_string(word & 0xFFFF) + ")";
     case Type::kLongText:
@@ -130,6 +132,11 @@ PLXSQLValue PLXRecordField::Convert(PLXRecordValue const& value_i) const {
     return *number;
   }
   std::optional<std::int64_t> const integer = IntegerOf(value_i);
+  if (GetType() == Type::kNumber && !integer) {
+    std::optional<double> const number = DoubleOf(value_i);
+    if (!number) Refuse(*this, value_i);
+    return *number;
+  }
   if (!integer || !IsInRange(GetType(), *integer)) Refuse(*this, value_i);
   return *integer;
 }

@@ -23,6 +23,7 @@ struct PLXRecordField {
     kInteger = 2,
     kUnsigned = 3,
     kFloat = 4,
+    kNumber = 5,  // whole with up to 63 bits, exactly, or a double
     kText = 6,
     kLongText = 7,
   };
@@ -38,7 +39,7 @@ struct PLXRecordField {
   // Whether a type word names a type that there is.
   static bool IsType(std::uint32_t word_i) {
     std::uint32_t const type = word_i >> 16 & 0xFF;
-    return type >= 1 && type <= 7 && type != 5;
+    return type >= 1 && type <= 7;
   }
   Type GetType() const { return static_cast<Type>(word >> 16 & 0xFF); }
   bool IsText() const { return GetType() >= Type::kText; }

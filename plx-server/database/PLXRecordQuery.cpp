@@ -75,24 +75,31 @@ PLXSearchExpression PLXRecordQuery::Parse(std::string_view expression_i) {
   Fail(error.text + ".");
 }
 
-std::string_view PLXRecordQuery::Place(PLXSQLDialect dialect_i, PLXSQLParameter const& value_i) {
-  bool const isText = dialect_i != PLXSQLDialect::kSQLite && std::holds_alternative<double>(value_i);
-  return isText ? "CAST(? AS DOUBLE PRECISION)" : "?";
+std::string_view PLXRecordQuery::Place(PLXSQLDialect dialect_i, PLXRecordField const& field_i,
+                                       PLXSQLParameter const& value_i) {
+  if (dialect_i == PLXSQLDialect::kSQLite || !std::holds_alternative<double>(value_i)) return "?";
+  bool const isDecimal =
+      field_i.GetType() == PLXRecordField::Type::kNumber && dialect_i == PLXSQLDialect::kPostgreSQL;
+  return isDecimal ? "CAST(? AS NUMERIC)" : "CAST(? AS DOUBLE PRECISION)";
 }
 
 std::string PLXRecordQuery::Selected(PLXSQLDialect dialect_i, PLXRecordField const& field_i) {
-  if (dialect_i != PLXSQLDialect::kSQLiteODBC || field_i.GetType() != PLXRecordField::Type::kFloat)
-    return field_i.column;
-  return "CASE WHEN " + field_i.column + " IS NULL THEN '' ELSE PRINTF('%!.17g', " + field_i.column + ") END";
+  bool const isReal =
+      field_i.GetType() == PLXRecordField::Type::kFloat || field_i.GetType() == PLXRecordField::Type::kNumber;
+  if (dialect_i != PLXSQLDialect::kSQLiteODBC || !isReal) return field_i.column;
+  return "CASE TYPEOF(" + field_i.column + ") WHEN 'null' THEN '' WHEN 'integer' THEN CAST(" +
+         field_i.column + " AS TEXT) ELSE PRINTF('%!.17g', " + field_i.column + ") END";
 }
 
-void PLXRecordQuery::AddComparison(std::string_view column_i, std::string_view operator_i,
-                                   PLXSQLValue value_i, bool isUnsetFound_i, PLXSQLDialect dialect_i) {
+void PLXRecordQuery::AddComparison(PLXRecordField const& field_i, std::string_view operator_i,
+                                   PLXSQLValue value_i, bool isUnsetFound_i, PLXSQLDialect dialect_i,
+                                   bool isByKey_i) {
+  std::string const& column = isByKey_i ? field_i.keyColumn : field_i.column;
   bool const isDouble = std::holds_alternative<double>(value_i);
-  std::string comparison(column_i);
+  std::string comparison = column;
   comparison.append(" ").append(operator_i).append(" ");
-  comparison += Place(dialect_i, isDouble ? PLXSQLParameter(0.0) : PLXSQLParameter());
-  if (isUnsetFound_i) comparison = "(" + comparison + " OR " + std::string(column_i) + " IS NULL)";
+  comparison += Place(dialect_i, field_i, isDouble ? PLXSQLParameter(0.0) : PLXSQLParameter());
+  if (isUnsetFound_i) comparison = "(" + comparison + " OR " + column + " IS NULL)";
   myCondition += comparison;
   myValues.push_back(std::move(value_i));
 }
@@ -105,9 +112,8 @@ void PLXRecordQuery::AddCondition(PLXSearchCondition const& condition_i, PLXReco
   if (field_i.IsText()) {
     bool const isUnsetFound = Holds(condition_i.myValue.empty() ? 0 : -1, comparison);
     bool const isByKey = !field_i.keyColumn.empty() && (sign == "=" || sign == "<>");
-    return AddComparison(isByKey ? field_i.keyColumn : field_i.column, sign,
-                         isByKey ? PLXSQLValue(PLXRecordKeyText(condition_i.myValue)) : given, isUnsetFound,
-                         dialect_i);
+    return AddComparison(field_i, sign, isByKey ? PLXSQLValue(PLXRecordKeyText(condition_i.myValue)) : given,
+                         isUnsetFound, dialect_i, isByKey);
   }
   double number = 0;
   if (!PLXRecordDouble(given, number)) {
@@ -117,11 +123,15 @@ void PLXRecordQuery::AddCondition(PLXSearchCondition const& condition_i, PLXReco
   }
   bool const isUnsetFound = Holds(number > 0 ? -1 : (number < 0 ? 1 : 0), comparison);
   if (field_i.GetType() == PLXRecordField::Type::kFloat) {
-    return AddComparison(field_i.column, sign, number, isUnsetFound, dialect_i);
+    return AddComparison(field_i, sign, number, isUnsetFound, dialect_i);
   }
   std::int64_t integer = 0;
-  if (PLXRecordInteger(given, integer))
-    return AddComparison(field_i.column, sign, integer, isUnsetFound, dialect_i);
+  if (PLXRecordInteger(given, integer)) {
+    return AddComparison(field_i, sign, integer, isUnsetFound, dialect_i);
+  }
+  if (field_i.GetType() == PLXRecordField::Type::kNumber) {
+    return AddComparison(field_i, sign, number, isUnsetFound, dialect_i);
+  }
   // No integer is equal to it, and every integer is on one side of it.
   bool const isBelow = sign.starts_with('<') && sign != "<>";
   if (sign == "=" || sign == "<>" || !(number >= -kTwoTo63 && number < kTwoTo63)) {
@@ -129,6 +139,6 @@ void PLXRecordQuery::AddCondition(PLXSearchCondition const& condition_i, PLXReco
     myCondition += isAlways ? "1 = 1" : "1 = 0";
     return;
   }
-  AddComparison(field_i.column, isBelow ? "<=" : ">", static_cast<std::int64_t>(std::floor(number)),
-                isUnsetFound, dialect_i);
+  AddComparison(field_i, isBelow ? "<=" : ">", static_cast<std::int64_t>(std::floor(number)), isUnsetFound,
+                dialect_i);
 }

@@ -22,10 +22,10 @@ class PLXRecordQuery {
 
   // Throws PLXRecordError (kSearch) with the position of what does not parse.
   static PLXSearchExpression Parse(std::string_view expression_i);
-  // What stands in a statement for a value. A driver prints doubles with fewer digits than they have, so they
-  // travel as texts.
-  static std::string_view Place(PLXSQLDialect dialect_i, PLXSQLParameter const& value_i);
-
+  // What stands in a statement for a value of a field. A driver prints doubles with fewer digits than they
+  // have, so they travel as texts.
+  static std::string_view Place(PLXSQLDialect dialect_i, PLXRecordField const& field_i,
+                                PLXSQLParameter const& value_i);
   // What is selected to read a field. SQLite's driver reads a double with fifteen digits; as a text it has
   // them all.
   static std::string Selected(PLXSQLDialect dialect_i, PLXRecordField const& field_i);
@@ -41,8 +41,9 @@ class PLXRecordQuery {
  private:
   void AddCondition(PLXSearchCondition const& condition_i, PLXRecordField const& field_i,
                     PLXSQLDialect dialect_i);
-  void AddComparison(std::string_view column_i, std::string_view operator_i, PLXSQLValue value_i,
-                     bool isUnsetFound_i, PLXSQLDialect dialect_i);
+  // Compares a field, or its key column, with a value.
+  void AddComparison(PLXRecordField const& field_i, std::string_view operator_i, PLXSQLValue value_i,
+                     bool isUnsetFound_i, PLXSQLDialect dialect_i, bool isByKey_i = false);
 
   std::string myCondition;
   std::string myOrder;

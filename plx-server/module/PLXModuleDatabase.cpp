@@ -60,6 +60,7 @@ constexpr FieldType kFieldTypes[] = {{"boolean", kPLXFieldType_Boolean, 4},
                                      {"integer", kPLXFieldType_Integer, 4},
                                      {"unsigned integer", kPLXFieldType_UInteger, 4},
                                      {"float", kPLXFieldType_Float, 8},
+                                     {"number", kPLXFieldType_Number, 8},
                                      {"text", kPLXFieldType_Text, 0xFFFF},
                                      {"long text", kPLXFieldType_LongText, 0xFFFFFFFF}};
 

@@ -109,7 +109,7 @@ TEST_P(Records, ServeTheModulesWrappers) {
   EXPECT_EQ(PLXGlueDBInitialize(event, "", "", ""), 0u);
   EXPECT_EQ(PLXGlueDBGetRecordCount(event, log), 2u);
 
-  EXPECT_EQ(PLXGlueDBGetODBCFieldTypeCount(event), 6u);
+  EXPECT_EQ(PLXGlueDBGetODBCFieldTypeCount(event), 7u);
   EXPECT_EQ(PLXGlueDBGetODBCFieldTypeInfoByName(event, "LONG TEXT", type), 0u);
   EXPECT_EQ(type, kPLXFieldType_LongText);
   EXPECT_EQ(PLXGlueDBSetLocking(event, log, 1), 0u);
