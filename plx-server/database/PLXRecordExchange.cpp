@@ -188,6 +188,7 @@ std::uint64_t PLXRecordCursor::Insert(PLXDelimitedReader& reader_io, std::vector
   };
   if (!read()) throw PLXRecordError(Kind::kFile, "There is no header line.");
   std::vector<PLXRecordField> fields;
+  fields.reserve(texts.size());
   for (std::string const& name : texts) fields.push_back(Field(name));
   std::uint64_t count = 0;
   Change([&](PLXSQLConnection& connection_io) {
