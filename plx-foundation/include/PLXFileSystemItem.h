@@ -56,6 +56,9 @@ class PLXFileSystemItem : public PLXObject {
   // The path without its last component: "." for a lone name, "/" for the root itself.
   virtual PLXFolderSpecification GetParentFolder() const;
   PLXString const& GetOperatingSystemPathname() const noexcept { return myPath; }
+  // The path for a system call: empty, which names nothing, when a zero byte hides in it. Valid until the
+  // item changes.
+  char const* GetSystemPath() const noexcept;
 
   // These two, on success, leave the item naming the new place. They never replace what is there already, and
   // never cross file systems: false, with nothing changed. The name is one component of at most
@@ -75,8 +78,6 @@ class PLXFileSystemItem : public PLXObject {
 
  protected:
   bool MoveToPath(PLXString const& path_i);
-  // The path for a system call: empty, which names nothing, when a zero byte hides in it.
-  char const* GetSystemPath() const noexcept;
   PLXString GetPathWithoutTrailingDelimiters() const;
 
  private:

@@ -157,10 +157,12 @@ bool PLXFolderSpecification::GetContents(PLXFileSystemItemArray& contents_o,
     return false;
   }
   std::vector<PLXFileSystemItem> items;
-  while (dirent const* const entry = readdir(folder.get())) {
+  // An error in the middle looks like the end but for errno.
+  while (dirent const* const entry = (errno = 0, readdir(folder.get()))) {
     if (IsSelfOrParent(entry->d_name) || (select_i != nullptr && !select_i(*entry))) continue;
     items.emplace_back(*this, PLXString(entry->d_name), IsFolderEntry(dirfd(folder.get()), *entry));
   }
+  if (errno != 0) return false;
   contents_o.ResizeToHold(static_cast<PLXUInt32>(items.size()));
   for (PLXUInt32 index = 0; index < contents_o.GetElementCount(); ++index) contents_o[index] = items[index];
   return true;
