@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <mutex>
 #include <sql.h>
 #include <sqlext.h>
 #include <unordered_map>
@@ -85,6 +86,14 @@ std::string Braced(std::string const& text_i) {
   return braced + "}";
 }
 
+// PostgreSQL's driver sets the locale of the whole process, for a moment, while it connects.
+SQLRETURN Connect(SQLHDBC handle_i, std::string& connection_io) {
+  static std::mutex ourMutex;
+  std::lock_guard const lock(ourMutex);
+  return SQLDriverConnect(handle_i, nullptr, Text(connection_io), SQL_NTS, nullptr, 0, nullptr,
+                          SQL_DRIVER_NOPROMPT);
+}
+
 }  // namespace
 
 class PLXODBC::Link {
@@ -97,8 +106,7 @@ class PLXODBC::Link {
     std::string connection = source_i.find('=') == std::string::npos ? "DSN=" + source_i : source_i;
     if (!user_i.empty()) connection += ";UID=" + Braced(user_i);
     if (!password_i.empty()) connection += ";PWD=" + Braced(password_i);
-    if (!SQL_SUCCEEDED(SQLDriverConnect(handle, nullptr, Text(connection), SQL_NTS, nullptr, 0, nullptr,
-                                        SQL_DRIVER_NOPROMPT))) {
+    if (!SQL_SUCCEEDED(Connect(handle, connection))) {
       std::string const why = Diagnosis(SQL_HANDLE_DBC, handle).text;
       SQLFreeHandle(SQL_HANDLE_DBC, handle);
       bool const isName = source_i.find('=') == std::string::npos;
