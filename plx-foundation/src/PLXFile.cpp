@@ -115,7 +115,8 @@ bool PLXFile::WriteWhole(PLXFileSpecification const& file_i, PLXUInt32 count_i, 
   PLXFolderSpecification const parent = file_i.GetParentFolder();
   PLXString const fileName = file_i.GetName();
   char const* const name = fileName.GetCStringAccess();
-  Descriptor const folder(open(parent.GetSystemPath(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  Descriptor const folder(
+      Uninterrupted([&] { return open(parent.GetSystemPath(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   struct stat status;
   bool const isKept = existing_i == kKeepExistingFile;
   // Asked here to spare the work; that the name is still free in the end is what counts.

@@ -87,11 +87,12 @@ bool PLXTextFile::HoldBack(PLXString const& text_i, bool addLineEnding_i, bool a
     myHeldBackOffset = append_i ? GetSize() : GetFilePosition();
     myHeldBackIsAppended = append_i;
   }
-  std::uint64_t const end = std::uint64_t{myHeldBackOffset} + myHeldBack.GetLength() + text_i.GetLength() +
-                            (addLineEnding_i ? kLineEndingLength : 0);
+  PLXUInt32 const endingLength = addLineEnding_i ? kLineEndingLength : 0;
+  std::uint64_t const end =
+      std::uint64_t{myHeldBackOffset} + myHeldBack.GetLength() + text_i.GetLength() + endingLength;
   if (end > kLongestFile) return false;
-  if (myHeldBack.IsEmpty()) myHeldBack.Reserve(std::min(kHeldBackLimit, kLongestFile - myHeldBackOffset));
-  myHeldBack.ReserveToAppend(static_cast<PLXUInt32>(end - myHeldBackOffset) - myHeldBack.GetLength());
+  if (myHeldBack.IsEmpty()) myHeldBack.Reserve(kHeldBackLimit);
+  myHeldBack.ReserveToAppend(text_i.GetLength() + endingLength);
   myHeldBack.Append(text_i);
   if (addLineEnding_i) myHeldBack.Append(kPlatformLineEnding);
   SetFilePosition(static_cast<PLXUInt32>(end));

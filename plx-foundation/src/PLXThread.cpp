@@ -101,6 +101,7 @@ void* PLXThread::Enter(void* thread_io) {
 
 bool PLXThread::WaitUntilAllEnded(PLXUInt32 milliseconds_i) {
   timespec const deadline = DeadlineAfter(milliseconds_i);
+  bool haveAllEnded = false;
   bool joins = false;
   pthread_t last{};
   {
@@ -109,16 +110,14 @@ bool PLXThread::WaitUntilAllEnded(PLXUInt32 milliseconds_i) {
     while (ourRunningCount > 0 && error == 0) {
       error = pthread_cond_clockwait(&ourLastOneEnded, &ourRegistryLock, CLOCK_MONOTONIC, &deadline);
     }
-    if (ourRunningCount > 0) {
-      KeepThisCodeLoaded();
-      return false;
-    }
-    joins = ourHasEndedThread;
+    haveAllEnded = ourRunningCount == 0;
+    joins = haveAllEnded && ourHasEndedThread;
     last = ourEndedThread;
-    ourHasEndedThread = false;
+    if (joins) ourHasEndedThread = false;
   }
   if (joins) pthread_join(last, nullptr);
-  return true;
+  if (!haveAllEnded) KeepThisCodeLoaded();
+  return haveAllEnded;
 }
 
 void PLXThread::EnterCriticalSection() noexcept { pthread_mutex_lock(&ourCriticalSection); }
