@@ -73,6 +73,8 @@ bool PLXGlueGetTagParameter(_PLXAPI_ModuleProcessingInfo* info_i, PLXStringID co
 bool PLXGlueGetTagParameter(_PLXAPI_ModuleProcessingInfo* info_i, PLXStringID const& name_i,
                             unsigned int index_i, bool& value_o, bool default_i);
 
+// Tells the page's author, in the tag's place, that the tag lacks this parameter.
+void PLXGlueReportMissingTagParameter(_PLXAPI_ModuleProcessingInfo* info_i, PLXStringID const& name_i);
 // A parameter that the tag cannot do without. When it is missing, the page's author is told so in the tag's
 // place, the value is empty, zero or null, and the processor that gets false returns at once.
 bool PLXGlueGetRequiredTagParameter(_PLXAPI_ModuleProcessingInfo* info_i, PLXStringID const& name_i,

@@ -1,8 +1,32 @@
 #pragma once
 
+#include <mutex>
+#include <unordered_set>
+
 #include "PLXIPAddress.h"
 #include "PLXObject.h"
 #include "PLXString.h"
+
+// Connections that another thread may break off, all at once: what a stream opened with it waits for ends as
+// if the peer had left. Outlives its streams. Any thread.
+class PLXNetworkingStreamGroup {
+ public:
+  PLXNetworkingStreamGroup() = default;
+  PLXNetworkingStreamGroup(PLXNetworkingStreamGroup const&) = delete;
+  PLXNetworkingStreamGroup& operator=(PLXNetworkingStreamGroup const&) = delete;
+
+  // Breaks off every connection of the group. One that is about to be begun at this very moment may escape:
+  // whoever must be sure calls again.
+  void BreakOff() noexcept;
+
+ private:
+  friend class PLXNetworkingStream;
+  void Add(int socket_i);
+  void Remove(int socket_i) noexcept;
+
+  std::mutex myMutex;
+  std::unordered_set<int> mySockets;  // guarded by myMutex
+};
 
 // One TCP connection of a protocol client, answered in bursts.
 //
@@ -18,7 +42,7 @@ class PLXNetworkingStream : public PLXObject {
   // connection gives a stream all the same, whose reads return false at once; IsConnected tells. `reserved_i`
   // has no effect. The caller owns the stream.
   static PLXNetworkingStream* Open(PLXIPAddress const& address_i, PLXUInt16 port_i, bool reserved_i,
-                                   bool readGreeting_i);
+                                   bool readGreeting_i, PLXNetworkingStreamGroup* group_io = nullptr);
   PLXNetworkingStream(PLXNetworkingStream const&) = delete;
   PLXNetworkingStream& operator=(PLXNetworkingStream const&) = delete;
   virtual ~PLXNetworkingStream();
@@ -59,12 +83,14 @@ class PLXNetworkingStream : public PLXObject {
   static bool GetDomainName(PLXString& name_o);
 
  private:
-  PLXNetworkingStream(PLXIPAddress const& address_i, PLXUInt16 port_i, bool readGreeting_i);
+  PLXNetworkingStream(PLXIPAddress const& address_i, PLXUInt16 port_i, bool readGreeting_i,
+                      PLXNetworkingStreamGroup* group_io);
   bool Connect(PLXIPAddress const& address_i, PLXUInt16 port_i) noexcept;
   bool Receive(PLXString& text_io);
   void CrackResponse();
 
   int mySocket = -1;
+  PLXNetworkingStreamGroup* myGroup = nullptr;
   bool myIsConnected = false;
   bool myResponsePossible = false;
   PLXUInt32 myResponseCode = 0;

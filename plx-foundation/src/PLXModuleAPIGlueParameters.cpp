@@ -63,21 +63,10 @@ bool GetConverted(Info* info_i, PLXStringID const& name_i, unsigned int index_i,
   return false;
 }
 
-// The article is "An" for every tag; pages' authors know the sentence so.
-void ReportMissingParameter(Info* info_i, PLXStringID const& parameter_i) {
-  PLXString const tag = PLXGlueGetTag(info_i).GetName();
-  PLXString const& parameter = parameter_i.GetString();
-  PLXString const problem =
-      "An &lt;" + tag + "&gt; tag was found but it is missing its &quot;" + parameter + "&quot; parameter.";
-  PLXString const remedy = "Check the &lt;" + tag + "&gt; tag to see if the &quot;" + parameter +
-                           "&quot; parameter is missing or misspelled.";
-  PLXGlueSetErrorInformation(info_i, problem, remedy);
-}
-
 template <typename T>
 bool GetRequired(Info* info_i, PLXStringID const& name_i, unsigned int index_i, T& value_o) {
   if (PLXGlueGetTagParameter(info_i, name_i, index_i, value_o, T())) return true;
-  ReportMissingParameter(info_i, name_i);
+  PLXGlueReportMissingTagParameter(info_i, name_i);
   return false;
 }
 
@@ -142,6 +131,17 @@ bool PLXGlueGetTagParameter(Info* info_i, PLXStringID const& name_i, unsigned in
                             bool default_i) {
   return GetConverted(info_i, name_i, index_i, value_o, default_i,
                       [](PLXString const& text_i) { return static_cast<bool>(text_i); });
+}
+
+// The article is "An" for every tag; pages' authors know the sentence so.
+void PLXGlueReportMissingTagParameter(Info* info_i, PLXStringID const& name_i) {
+  PLXString const tag = PLXGlueGetTag(info_i).GetName();
+  PLXString const& parameter = name_i.GetString();
+  PLXString const problem =
+      "An &lt;" + tag + "&gt; tag was found but it is missing its &quot;" + parameter + "&quot; parameter.";
+  PLXString const remedy = "Check the &lt;" + tag + "&gt; tag to see if the &quot;" + parameter +
+                           "&quot; parameter is missing or misspelled.";
+  PLXGlueSetErrorInformation(info_i, problem, remedy);
 }
 
 bool PLXGlueGetRequiredTagParameter(Info* info_i, PLXStringID const& name_i, unsigned int index_i,

@@ -103,9 +103,25 @@ PLXUInt32 CrackNum(char const** cursor_io) {
   return code;
 }
 
+void PLXNetworkingStreamGroup::BreakOff() noexcept {
+  std::lock_guard const lock(myMutex);
+  for (int socket : mySockets) shutdown(socket, SHUT_RDWR);
+}
+
+void PLXNetworkingStreamGroup::Add(int socket_i) {
+  std::lock_guard const lock(myMutex);
+  mySockets.insert(socket_i);
+}
+
+void PLXNetworkingStreamGroup::Remove(int socket_i) noexcept {
+  std::lock_guard const lock(myMutex);
+  mySockets.erase(socket_i);
+}
+
 PLXNetworkingStream* PLXNetworkingStream::Open(PLXIPAddress const& address_i, PLXUInt16 port_i,
-                                               bool /*reserved_i*/, bool readGreeting_i) {
-  auto* const stream = new PLXNetworkingStream(address_i, port_i, readGreeting_i);
+                                               bool /*reserved_i*/, bool readGreeting_i,
+                                               PLXNetworkingStreamGroup* group_io) {
+  auto* const stream = new PLXNetworkingStream(address_i, port_i, readGreeting_i, group_io);
   PLX_ASSERT_NOT_NULL_IN("src/PLXNetworkingStream", stream);
   if (stream->mySocket == -1) {
     delete stream;
@@ -114,9 +130,11 @@ PLXNetworkingStream* PLXNetworkingStream::Open(PLXIPAddress const& address_i, PL
   return stream;
 }
 
-PLXNetworkingStream::PLXNetworkingStream(PLXIPAddress const& address_i, PLXUInt16 port_i, bool readGreeting_i)
-    : mySocket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP)) {
+PLXNetworkingStream::PLXNetworkingStream(PLXIPAddress const& address_i, PLXUInt16 port_i, bool readGreeting_i,
+                                         PLXNetworkingStreamGroup* group_io)
+    : mySocket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP)), myGroup(group_io) {
   if (mySocket == -1) return;
+  if (myGroup != nullptr) myGroup->Add(mySocket);
   SetOptions(mySocket);
   myIsConnected = Connect(address_i, port_i);
   myResponsePossible = true;
@@ -124,7 +142,9 @@ PLXNetworkingStream::PLXNetworkingStream(PLXIPAddress const& address_i, PLXUInt1
 }
 
 PLXNetworkingStream::~PLXNetworkingStream() {
-  if (mySocket != -1) close(mySocket);
+  if (mySocket == -1) return;
+  if (myGroup != nullptr) myGroup->Remove(mySocket);
+  close(mySocket);
   mySocket = -1;
 }
 

@@ -1,4 +1,5 @@
 #include "NetworkModuleConstants.h"
+#include "PLXEmailSendThread.h"
 #include "PLXModuleAPIGlue.h"
 
 // The module's entry: announces it, sends each tag and action to its processor, shows and stores the
@@ -152,6 +153,14 @@ void SetPreferencesFromPostArguments(Info* info_i) {
 
 // ---- Events ----
 
+// Mail that is on its way gets the time to arrive or to be stored; the library cannot be closed before.
+constexpr PLXUInt32 kPatienceWithMail = 20000;  // milliseconds
+
+void Leave(Info* info_i) {
+  if (PLXEmailSendThread::WaitUntilAllSent(kPatienceWithMail)) return;
+  PLXGlueAddErrorToServerLog(info_i, "Network Module: mail was still on its way and may be lost.");
+}
+
 PLXUInt32 ProcessEvent(Info* info_i) {
   PLXString output;
   PLXUInt32 result = kPLXResult_Success;
@@ -171,6 +180,7 @@ PLXUInt32 ProcessEvent(Info* info_i) {
       SetPreferencesFromPostArguments(info_i);
       break;
     case kPLXEvent_Terminate:
+      Leave(info_i);
       return kPLXResult_Success;
     default:
       return kPLXResult_EventNotHandled;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PLXModuleAPI.h"
 #include "PLXStringID.h"
 
 // The names of the module: itself, its tags, their parameters and keywords. Built once when the library is
@@ -27,6 +28,10 @@ extern char const* const kNetworkTagList[];
 extern PLXString const& kNetworkPreference_Yes;
 extern PLXString const& kNetworkPreference_No;
 
+// ---- Results of tags beside the server's own
+inline constexpr PLXUInt32 kNetworkResult_Invalid = FourCC("MInv");          // an address is none
+inline constexpr PLXUInt32 kNetworkResult_OperationFailed = FourCC("MOpF");  // a file or the database
+
 // ---- The action
 // -------------------------------------------------------------------------------------------- The name that
 // the server gave to the module's action. Written by the announcement alone, before any other event. Every
@@ -47,3 +52,40 @@ extern PLXStringID const& kHTTPIncludeMethod_POST;
 extern PLXStringID const& kHTTPIncludeData_Content;
 extern PLXStringID const& kHTTPIncludeData_Headers;
 extern PLXStringID const& kHTTPIncludeData_HeadersAndContent;
+
+// ---- plxSendMail
+extern PLXStringID const& kSendMailParameter_Mode;
+extern PLXStringID const& kSendMailParameter_MailServer;
+extern PLXStringID const& kSendMailParameter_To;
+extern PLXStringID const& kSendMailParameter_CC;
+extern PLXStringID const& kSendMailParameter_BCC;
+extern PLXStringID const& kSendMailParameter_From;
+extern PLXStringID const& kSendMailParameter_ReplyTo;
+extern PLXStringID const& kSendMailParameter_Subject;
+extern PLXStringID const& kSendMailParameter_HeaderName;
+extern PLXStringID const& kSendMailParameter_HeaderValue;
+extern PLXStringID const& kSendMailParameter_SendAsHTML;
+extern PLXStringID const& kSendMailParameter_GMTOffset;
+extern PLXStringID const& kSendMailParameter_AttachmentData;
+extern PLXStringID const& kSendMailParameter_AttachmentFileLocation;
+extern PLXStringID const& kSendMailParameter_DisplayLimit;
+extern PLXStringID const& kSendMailMode_SendMail;
+extern PLXStringID const& kSendMailMode_SendFailedMail;
+extern PLXStringID const& kSendMailMode_Admin;
+extern PLXStringID const& kSendMailAction_Edit;
+extern PLXStringID const& kSendMailAction_Send;
+extern PLXStringID const& kSendMailAction_Delete;
+extern PLXStringID const& kSendMailAction_DeleteMessage;
+extern PLXStringID const& kSendMailAction_Save;
+extern PLXStringID const& kSendMailAction_Previous;
+extern PLXStringID const& kSendMailAction_PreviousEncoded;
+extern PLXStringID const& kSendMailAction_Next;
+extern PLXStringID const& kSendMailAction_NextEncoded;
+extern PLXStringID const& kSendMailConfirmation_Yes;
+extern PLXStringID const& kSendMailUseMailServer_ByDefault;
+extern PLXStringID const& kSendMailUseMailServer_Always;
+extern PLXString const& kSendMailPreference_UseMailServerName;
+extern PLXString const& kSendMailPreference_MailServerName;
+extern PLXString const& kSendMailPreference_ReturnGMTOffsetByDefault;
+extern PLXString const& kSendMailPreference_GMTOffset;
+extern PLXString const& kSendMailUseMailServer_Never;

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "PLXEmail.h"
+#include "PLXThread.h"
+#include "PLXTokenizedString.h"
+
+// Sends one message on a thread of its own and reports the outcome.
+//
+// The message is a success only when the server answered its end with a positive reply. A new message that
+// was delivered leaves no trace. One that was not is stored, whole and safe from a loss of power, as a file
+// in the folder for failed mail, and then told to the callback URL by a POST with Status "F" and the reason.
+// When a stored message is sent again, its file stays until the outcome is known: a success is told with
+// Status "S" before the file goes, a failure puts the message as it was now sent in the file's place. So
+// whenever the process dies, a message that was once stored is still there or has been delivered.
+class PLXEmailSendThread : public PLXThread {
+ public:
+  // Copies all fields.
+  explicit PLXEmailSendThread(PLXEmailFields const& fields_i);
+
+  // Sends at once, on the caller's thread.
+  void RunHere() { Run(); }
+
+  // Waits until all messages have been sent or stored, for `patience_i` milliseconds; then breaks off the
+  // dialogues that still run, so that their messages are stored, and waits as long again. False when there
+  // are threads left all the same. No message may be handed over any more.
+  static bool WaitUntilAllSent(PLXUInt32 patience_i);
+
+ protected:
+  void Run() override;
+
+ private:
+  bool IsResend() const noexcept { return myFields.messageID.IsNotEmpty(); }
+  PLXString BuildHeader() const;
+  PLXString BuildMessage();
+  // The stored message with a fresh header. `isWhole_o`: its end was found.
+  PLXString BuildStoredMessage(bool& isWhole_o) const;
+  // Doubles every dot at the start of a line (RFC 5321, section 4.5.2).
+  static void PrepareMessageForOutput(PLXString& text_io);
+  // The dialogue with the server; empty when the message was accepted, else what went wrong. An empty last
+  // token of the lines is no line.
+  PLXString SendFormattedMessage(PLXTokenizedString const& recipients_i, PLXTokenizedString const& lines_i);
+  void ReportSuccess(bool isWhole_i) const;
+  void ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i, PLXString const& error_i) const;
+  // Returns the name that the message is stored by, or would be.
+  PLXString StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i) const;
+  PLXString GenerateNextAttachmentLabel() const;
+
+  PLXEmailFields myFields;
+  PLXString myAttachmentLabel;
+};

@@ -1,0 +1,100 @@
+#include "PLXEmail.h"
+
+#include <memory>
+
+#include "PLXCryptor.h"
+#include "PLXEmailSendThread.h"
+#include "PLXHeaderText.h"
+
+namespace {
+
+constexpr PLXUInt32 kPartHeaderSize = 512;  // bytes, about, around the data of an attachment
+constexpr PLXUInt32 kBlockSize = 32768;
+
+PLXString ReadToEnd(PLXDataStream& data_io) {
+  PLXString text;
+  text.Reserve(data_io.GetExpectedByteCount());
+  PLXUInt8 block[kBlockSize];
+  while (PLXUInt32 const count = data_io.GetNextBytes(block, kBlockSize)) {
+    text.ReserveToAppend(count);
+    text.Append(block, count);
+  }
+  return text;
+}
+
+}  // namespace
+
+void PLXEmailFields::MakeUnique() {
+  for (PLXString* text : {&mailServer, &subject, &from, &replyTo, &to, &cc, &bcc, &contentHeader, &message,
+                          &attachments, &failedMailFolder, &messageID, &callbackURL}) {
+    text->MakeUnique();
+  }
+  gmtOffset.MakeUnique();
+}
+
+PLXEmail::PLXEmail(PLXString const& failedMailFolder_i, PLXString const& callbackURL_i)
+    : PLXEmail(failedMailFolder_i, PLXString(), callbackURL_i) {}
+
+PLXEmail::PLXEmail(PLXString const& failedMailFolder_i, PLXString const& messageID_i,
+                   PLXString const& callbackURL_i) {
+  myFields.failedMailFolder = failedMailFolder_i;
+  myFields.messageID = messageID_i;
+  myFields.callbackURL = callbackURL_i;
+}
+
+void PLXEmail::AddRecipient(PLXString const& address_i, PLXString& list_io) {
+  PLXString address(address_i);
+  address.Trim(" \t\r\n");
+  if (address.IsEmpty()) return;
+  list_io.ReserveToAppend(1 + address.GetLength());
+  if (list_io.IsNotEmpty()) list_io += kRecipientListDelimiter;
+  list_io += address;
+}
+
+void PLXEmail::AppendContentHeader(PLXString const& lines_i) {
+  myFields.contentHeader.ReserveToAppend(lines_i.GetLength());
+  myFields.contentHeader += lines_i;
+}
+
+void PLXEmail::AppendMessage(PLXString const& text_i, unsigned flags_i) {
+  myFields.message.ReserveToAppend(text_i.GetLength() + 4);
+  if ((flags_i & kLineEndBefore) != 0) myFields.message += "\r\n";
+  myFields.message += text_i;
+  if ((flags_i & kLineEndAfter) != 0) myFields.message += "\r\n";
+}
+
+void PLXEmail::AddAttachment(PLXDataStream& data_io, AttachmentEncodingMechanism mechanism_i,
+                             PLXString const& fileName_i, int byteCount_i) {
+  if (mechanism_i == kAttachmentEncoding_None) {
+    PLXString const data = ReadToEnd(data_io);
+    myFields.attachments.ReserveToAppend(data.GetLength());
+    myFields.attachments += data;
+    return;
+  }
+  if (mechanism_i != kAttachmentEncoding_Base64) return;
+  PLXString const data = byteCount_i < 0
+                             ? PLXCryptor::Base64Encode(data_io)
+                             : PLXCryptor::Base64Encode(data_io, static_cast<PLXUInt32>(byteCount_i));
+  PLXString name = GetHeaderText(fileName_i);
+  name.ReplaceAll("\"", "'");
+  PLXString& part = myFields.attachments;
+  part.ReserveToAppend(kPartHeaderSize + 2 * name.GetLength() + data.GetLength());
+  part.Append("\r\n").Append(kAttachmentBoundaryLabel);
+  part.Append("Content-Type: application/octet-stream; name=\"").Append(name).Append("\"\r\n");
+  part.Append("Content-Transfer-Encoding: base64\r\n");
+  part.Append("Content-Disposition: attachment; filename=\"").Append(name).Append("\"\r\n\r\n").Append(data);
+}
+
+bool PLXEmail::Send(unsigned int /*reserved_i*/) {
+  if (myFields.messageID.IsEmpty() &&
+      (myFields.mailServer.IsEmpty() || myFields.from.IsEmpty() || myFields.to.IsEmpty())) {
+    return false;
+  }
+  auto thread = std::make_unique<PLXEmailSendThread>(myFields);
+  if (thread->Start()) {
+    static_cast<void>(thread.release());  // its own now, and maybe gone
+  } else {
+    thread->RunHere();
+  }
+  return true;
+}

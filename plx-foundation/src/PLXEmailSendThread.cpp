@@ -1,0 +1,284 @@
+#include "PLXEmailSendThread.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "PLXFileStream.h"
+#include "PLXFolderSpecification.h"
+#include "PLXHTTP.h"
+#include "PLXHeaderText.h"
+#include "PLXJulianDay.h"
+#include "PLXRandomNumber.h"
+#include "PLXSMTPDialogue.h"
+#include "PLXStringUtility.h"
+#include "PLXTimestamp.h"
+
+namespace {
+
+constexpr char kLineEnd[] = "\r\n";
+constexpr char kStoredNamePrefix[] = "msg";
+constexpr PLXUInt32 kLongestStoredName = 25;
+constexpr char kStoredNameStep[] = "0.0000007";  // days between names of the same moment
+constexpr int kReportAttempts = 5;
+constexpr std::chrono::milliseconds kFirstReportPause(1000);  // doubled each time
+constexpr PLXUInt32 kBreakOffInterval = 100;                  // milliseconds
+
+// What send threads share: the connections of their dialogues, and whether the module is about to go. Never
+// destroyed, since a thread may outlive the library's static objects.
+struct Shared {
+  PLXNetworkingStreamGroup dialogues;
+  std::mutex mutex;
+  std::condition_variable leaving;
+  bool isLeaving = false;  // guarded by mutex
+};
+Shared& GetShared() {
+  static auto* const shared = new Shared;
+  return *shared;
+}
+
+// Returns early when there is no time to lose any more.
+void Pause(std::chrono::milliseconds time_i) {
+  Shared& shared = GetShared();
+  std::unique_lock lock(shared.mutex);
+  shared.leaving.wait_for(lock, time_i, [&] { return shared.isLeaving; });
+}
+
+// The header lines that a stored message gets anew.
+constexpr std::string_view kFreshHeaders[] = {"Subject: ",  "Date: ", "From: ",
+                                              "Reply-To: ", "To: ",   "CC: "};
+
+bool IsFreshHeader(std::string_view line_i) {
+  for (std::string_view name : kFreshHeaders) {
+    if (line_i.starts_with(name)) return true;
+  }
+  return false;
+}
+
+bool IsContinuation(std::string_view line_i) { return line_i.starts_with(' ') || line_i.starts_with('\t'); }
+
+// Takes the text up to the next line feed. False at the end; a line without an end is none.
+bool TakeLine(std::string_view& text_io, std::string_view& line_o) {
+  std::size_t const end = text_io.find(kPlatformLineEnding[0]);
+  if (end == std::string_view::npos) return false;
+  line_o = text_io.substr(0, end);
+  text_io.remove_prefix(end + 1);
+  return true;
+}
+
+void AppendLine(std::string_view line_i, PLXString& text_io) {
+  text_io.ReserveToAppend(static_cast<PLXUInt32>(line_i.size()) + 2);
+  text_io.Append(line_i.data(), static_cast<PLXUInt32>(line_i.size()));
+  text_io.Append(kLineEnd);
+}
+
+PLXString ReadFile(PLXFileSpecification const& file_i) {
+  PLXFileStream stream(file_i);
+  PLXString text;
+  text.Reserve(stream.GetExpectedByteCount() + 1);
+  PLXUInt8 block[PLXFileStream::kBlockSize];
+  while (PLXUInt32 const count = stream.GetNextBytes(block, sizeof block)) {
+    text.ReserveToAppend(count);
+    text.Append(block, count);
+  }
+  return text;
+}
+
+// The number without its point behind the prefix, cut to what a name may have.
+PLXString GetStoredName(PLXNumber const& day_i) {
+  PLXString name = day_i.GetStringRepresentation();
+  name.ReplaceAll(".", "");
+  name.Trim(" \t\r\n");
+  name.Prepend(kStoredNamePrefix);
+  return name.GetSubstring(0, kLongestStoredName);
+}
+
+// Only an answer that says so is no reason to tell it again.
+bool IsTaken(PLXHTTP const& http_i) {
+  PLXString const headers = http_i.GetResponseHeaders();
+  PLXString const status = headers.GetSubstring(0, 15);
+  char const* cursor = status.GetCStringAccess();
+  PLXUInt32 const code = CrackNum(&cursor);
+  return code != 0 && code != 503;
+}
+
+// The reply says nothing that matters here. A server too busy to take the report, or gone for a moment, is
+// told again, because a message that is not in its list is one that nobody knows of.
+void Report(PLXHTTP& http_io, PLXString const& url_i) {
+  http_io.SetURL(url_i);
+  http_io.SetMethod(PLXHTTPMethod::POST);
+  std::chrono::milliseconds pause = kFirstReportPause;
+  for (int attempt = 0; attempt < kReportAttempts; ++attempt, pause *= 2) {
+    if (attempt > 0) Pause(pause);
+    if (http_io.Process(false) && IsTaken(http_io)) return;
+  }
+}
+
+}  // namespace
+
+PLXEmailSendThread::PLXEmailSendThread(PLXEmailFields const& fields_i)
+    : myFields(fields_i), myAttachmentLabel(GenerateNextAttachmentLabel()) {
+  myFields.MakeUnique();
+}
+
+PLXString PLXEmailSendThread::GenerateNextAttachmentLabel() const {
+  static PLXRandomNumber const ourNumbers;
+  return "PLXEmail_" + PLXStringUtility::GetStringRepresentation(ourNumbers.GetNext());
+}
+
+bool PLXEmailSendThread::WaitUntilAllSent(PLXUInt32 patience_i) {
+  {
+    std::lock_guard const lock(GetShared().mutex);
+    GetShared().isLeaving = true;
+  }
+  GetShared().leaving.notify_all();
+  if (WaitUntilAllEnded(patience_i)) return true;
+  // Again and again, because a dialogue may just be beginning.
+  for (PLXUInt32 waited = 0; waited < patience_i; waited += kBreakOffInterval) {
+    GetShared().dialogues.BreakOff();
+    if (WaitUntilAllEnded(kBreakOffInterval)) return true;
+  }
+  return false;
+}
+
+void PLXEmailSendThread::Run() {
+  bool isWhole = false;
+  PLXString text = IsResend() ? BuildStoredMessage(isWhole) : BuildMessage();
+  PrepareMessageForOutput(text);
+  AppendLine(".", text);
+  PLXTokenizedString const lines(text, kLineEnd);
+  text.Empty();
+  PLXTokenizedString const recipients(myFields.to + kRecipientListDelimiter + myFields.cc +
+                                          kRecipientListDelimiter + myFields.bcc,
+                                      kRecipientListDelimiter);
+  PLXString const error = SendFormattedMessage(recipients, lines);
+  if (error.IsEmpty()) {
+    ReportSuccess(isWhole);
+  } else {
+    ReportFailure(lines, isWhole, error);
+  }
+}
+
+PLXString PLXEmailSendThread::BuildHeader() const {
+  PLXString header;
+  if (myFields.subject.IsNotEmpty()) AppendHeaderLine("Subject", myFields.subject, header);
+  AppendHeaderLine("Date", PLXTimestamp().Get(PLXTimestamp::kFormatRFC1123, true, myFields.gmtOffset), header);
+  AppendHeaderLine("From", myFields.from, header);
+  if (myFields.replyTo.IsNotEmpty()) AppendHeaderLine("Reply-To", myFields.replyTo, header);
+  AppendHeaderLine("To", myFields.to, header);
+  if (myFields.cc.IsNotEmpty()) AppendHeaderLine("CC", myFields.cc, header);
+  return header;
+}
+
+// Lets go of the parts as they are copied, so that a large message is in memory twice and no more.
+PLXString PLXEmailSendThread::BuildMessage() {
+  PLXString text = BuildHeader();
+  bool const isMultipart = myFields.attachments.IsNotEmpty();
+  text.Reserve(text.GetLength() + myFields.contentHeader.GetLength() + myFields.message.GetLength() +
+               myFields.attachments.GetLength() + 512);
+  if (isMultipart) {
+    text.Append("MIME-Version: 1.0\r\nContent-Type: multipart/mixed; boundary=\"");
+    text.Append(kAttachmentBoundaryString).Append("\"\r\n\r\n").Append(kAttachmentBoundaryLabel);
+  }
+  text.Append(myFields.contentHeader).Append("\r\n\r\n").Append(myFields.message).Append(kLineEnd);
+  myFields.message.Empty();
+  if (isMultipart) {
+    text.Append(myFields.attachments).Append(kLineEnd).Append(kAttachmentEndBoundaryLabel);
+    myFields.attachments.Empty();
+  }
+  return text;
+}
+
+PLXString PLXEmailSendThread::BuildStoredMessage(bool& isWhole_o) const {
+  PLXString const stored =
+      ReadFile(PLXFileSpecification(PLXFolderSpecification(myFields.failedMailFolder), myFields.messageID));
+  std::string_view rest(stored.GetCStringAccess(), stored.GetLength());
+  std::string_view line;
+  PLXString text = BuildHeader();
+  text.Reserve(text.GetLength() + stored.GetLength() + stored.GetLength() / 64 + 64);
+  bool isHeader = true;
+  bool isDropped = false;
+  isWhole_o = false;
+  while (!isWhole_o && TakeLine(rest, line)) {
+    isWhole_o = line == ".";
+    if (isWhole_o) break;
+    if (line.starts_with('.')) line.remove_prefix(1);
+    if (line.empty()) isHeader = false;
+    isDropped = isHeader && (IsFreshHeader(line) || (isDropped && IsContinuation(line)));
+    if (!isDropped) AppendLine(line, text);
+  }
+  return text;
+}
+
+void PLXEmailSendThread::PrepareMessageForOutput(PLXString& text_io) {
+  if (text_io.BeginsWith(".")) text_io.Prepend('.');
+  text_io.ReplaceAll("\r\n.", "\r\n..");
+}
+
+PLXString PLXEmailSendThread::SendFormattedMessage(PLXTokenizedString const& recipients_i,
+                                                   PLXTokenizedString const& lines_i) {
+  return PLXSMTPDialogue(myFields.mailServer, myFields.from, recipients_i, lines_i, GetShared().dialogues)
+      .Run();
+}
+
+void PLXEmailSendThread::ReportSuccess(bool isWhole_i) const {
+  if (!IsResend()) return;
+  if (myFields.callbackURL.IsNotEmpty()) {
+    PLXHTTP http;
+    http.AddPostArgument("MessageID", myFields.messageID);
+    http.AddPostArgument("Status", "S");
+    Report(http, myFields.callbackURL);
+  }
+  // What could not be read to its end may hold more than was sent.
+  if (isWhole_i) {
+    PLXFileSpecification(PLXFolderSpecification(myFields.failedMailFolder), myFields.messageID).Delete();
+  }
+}
+
+void PLXEmailSendThread::ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i,
+                                       PLXString const& error_i) const {
+  if (myFields.failedMailFolder.IsEmpty() || myFields.callbackURL.IsEmpty()) return;
+  PLXString const name = StoreMessage(lines_i, isWhole_i);
+  PLXHTTP http;
+  http.AddPostArgument("MessageID", name);
+  http.AddPostArgument("Status", "F");
+  http.AddPostArgument("SMTPServer", myFields.mailServer);
+  http.AddPostArgument("From", myFields.from);
+  http.AddPostArgument("ReplyTo", myFields.replyTo);
+  http.AddPostArgument("To", myFields.to);
+  http.AddPostArgument("CC", myFields.cc);
+  http.AddPostArgument("BCC", myFields.bcc);
+  http.AddPostArgument("Subject", myFields.subject);
+  http.AddPostArgument("Info", error_i);
+  Report(http, myFields.callbackURL);
+}
+
+PLXString PLXEmailSendThread::StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i) const {
+  PLXFolderSpecification folder(myFields.failedMailFolder);
+  if (!folder.Exists()) folder.Create();
+  PLXString content;
+  PLXUInt32 const count = lines_i.GetTokenCount();
+  for (PLXUInt32 index = 0; index < count; ++index) {
+    PLXString const line = lines_i.GetToken(index);
+    if (index + 1 == count && line.IsEmpty()) break;
+    content.ReserveToAppend(line.GetLength() + 1);
+    content.Append(line).Append(kPlatformLineEnding);
+  }
+  if (IsResend()) {
+    PLXFileSpecification const file(folder, myFields.messageID);
+    // What could not be read stays as it is.
+    if (isWhole_i || !file.Exists()) PLXFile::WriteWhole(file, content, PLXFile::kReplaceExistingFile);
+    return myFields.messageID;
+  }
+  PLXNumber day = PLXJulianDay().GetRealValue();
+  for (bool hasFailed = false;; day += PLXNumber(kStoredNameStep)) {
+    PLXString const name = GetStoredName(day);
+    PLXFileSpecification const file(folder, name);
+    if (PLXFile::WriteWhole(file, content, PLXFile::kKeepExistingFile)) return name;
+    // A name that is free and still not to be had, twice: the disk takes nothing. The report goes out all the
+    // same, so that the list at least names the message.
+    if (!file.Exists() && std::exchange(hasFailed, true)) return name;
+  }
+}

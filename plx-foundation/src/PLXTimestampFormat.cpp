@@ -1,0 +1,166 @@
+#include <string_view>
+
+#include "PLXCalendar.h"
+#include "PLXStringUtility.h"
+#include "PLXTimestamp.h"
+
+// A token is its letters between two bytes of 1.
+#define TOKEN(letters) "\001" letters "\001"
+
+#define FORMAT_CONSTANT(name, literal)                    \
+  static TPLXConstant<PLXString> name##_storage(literal); \
+  PLXString const& PLXTimestamp::name = name##_storage.value
+
+FORMAT_CONSTANT(kFormatHours, TOKEN("h"));
+FORMAT_CONSTANT(kFormatPaddedHours, TOKEN("0h"));
+FORMAT_CONSTANT(kFormatMilitaryHours, TOKEN("hh"));
+FORMAT_CONSTANT(kFormatMinutes, TOKEN("m"));
+FORMAT_CONSTANT(kFormatPaddedMinutes, TOKEN("0m"));
+FORMAT_CONSTANT(kFormatSeconds, TOKEN("s"));
+FORMAT_CONSTANT(kFormatPaddedSeconds, TOKEN("0s"));
+FORMAT_CONSTANT(kFormatAMPM, TOKEN("AMPM"));
+FORMAT_CONSTANT(kFormatMonthName, TOKEN("MN"));
+FORMAT_CONSTANT(kFormatAbbreviatedMonthName, TOKEN("AMN"));
+FORMAT_CONSTANT(kFormatMonthNumber, TOKEN("M"));
+FORMAT_CONSTANT(kFormatPaddedMonthNumber, TOKEN("0M"));
+FORMAT_CONSTANT(kFormatDay, TOKEN("D"));
+FORMAT_CONSTANT(kFormatPaddedDay, TOKEN("0D"));
+FORMAT_CONSTANT(kFormatYear, TOKEN("YYYY"));
+FORMAT_CONSTANT(kFormatYearWithinCentury, TOKEN("YY"));
+FORMAT_CONSTANT(kFormatDayOfWeek, TOKEN("DW"));
+FORMAT_CONSTANT(kFormatAbbreviatedDayOfWeek, TOKEN("ADW"));
+FORMAT_CONSTANT(kFormatNumberedDayOfWeek, TOKEN("#DW"));
+FORMAT_CONSTANT(kFormatDayOfYear, TOKEN("DY"));
+FORMAT_CONSTANT(kFormatPaddedDayOfYear, TOKEN("0DY"));
+FORMAT_CONSTANT(kFormatWeekOfYear, TOKEN("WY"));
+FORMAT_CONSTANT(kFormatPaddedWeekOfYear, TOKEN("0WY"));
+FORMAT_CONSTANT(kFormatJulianDayNumber, TOKEN("JD"));
+FORMAT_CONSTANT(kFormatRFC1123, TOKEN("ADW") ", " TOKEN("0D") " " TOKEN("AMN") " " TOKEN("YYYY") " " TOKEN(
+                                    "hh") ":" TOKEN("0m") ":" TOKEN("0s") " " TOKEN("GMTo"));
+FORMAT_CONSTANT(kFormatNumericalDate, TOKEN("M") "/" TOKEN("0D") "/" TOKEN("YYYY"));
+FORMAT_CONSTANT(kFormatMilitaryTime, TOKEN("hh") ":" TOKEN("0m") ":" TOKEN("0s"));
+
+namespace {
+
+PLX_STRING_CONSTANT(kDateFormat, TOKEN("DW") ", " TOKEN("MN") " " TOKEN("D") ", " TOKEN("YYYY"));
+PLX_STRING_CONSTANT(kTimeFormat, TOKEN("h") ":" TOKEN("0m") " " TOKEN("AMPM"));
+
+// What the tokens of one format are replaced from.
+struct Moment {
+  PLXUInt16 year;
+  PLXUInt8 month, day, hour, minute, second;
+  PLXUInt8 dayOfWeek;  // 1, Sunday, to 7
+  PLXUInt16 dayOfYear;
+  PLXUInt8 weekOfYear;
+  PLXUInt32 julianDayNumber;
+  PLXString timeZone;
+
+  unsigned HourOfTwelve() const { return hour % 12 == 0 ? 12 : hour % 12; }
+};
+
+PLXString Number(unsigned value_i, unsigned digits_i = 1) {
+  return PLXStringUtility::GetStringRepresentation(value_i, 10, digits_i);
+}
+
+// In the order in which they are replaced, which decides where two tokens share the byte between them.
+struct {
+  std::string_view token;
+  PLXString (*text)(Moment const& moment_i);
+} constexpr kReplacements[] = {
+    {TOKEN("h"), [](Moment const& moment_i) { return Number(moment_i.HourOfTwelve()); }},
+    {TOKEN("0h"), [](Moment const& moment_i) { return Number(moment_i.HourOfTwelve(), 2); }},
+    {TOKEN("hh"), [](Moment const& moment_i) { return Number(moment_i.hour, 2); }},
+    {TOKEN("m"), [](Moment const& moment_i) { return Number(moment_i.minute); }},
+    {TOKEN("0m"), [](Moment const& moment_i) { return Number(moment_i.minute, 2); }},
+    {TOKEN("s"), [](Moment const& moment_i) { return Number(moment_i.second); }},
+    {TOKEN("0s"), [](Moment const& moment_i) { return Number(moment_i.second, 2); }},
+    {TOKEN("AMPM"), [](Moment const& moment_i) { return PLXString(moment_i.hour > 11 ? "PM" : "AM"); }},
+    {TOKEN("MN"), [](Moment const& moment_i) { return PLXString(kMonthNames[moment_i.month - 1]); }},
+    {TOKEN("AMN"),
+     [](Moment const& moment_i) { return PLXString(kAbbreviatedMonthNames[moment_i.month - 1]); }},
+    {TOKEN("M"), [](Moment const& moment_i) { return Number(moment_i.month); }},
+    {TOKEN("0M"), [](Moment const& moment_i) { return Number(moment_i.month, 2); }},
+    {TOKEN("D"), [](Moment const& moment_i) { return Number(moment_i.day); }},
+    {TOKEN("0D"), [](Moment const& moment_i) { return Number(moment_i.day, 2); }},
+    {TOKEN("YYYY"), [](Moment const& moment_i) { return Number(moment_i.year); }},
+    {TOKEN("YY"), [](Moment const& moment_i) { return Number(moment_i.year % 100, 2); }},
+    {TOKEN("DW"), [](Moment const& moment_i) { return PLXString(kDayNames[moment_i.dayOfWeek - 1]); }},
+    {TOKEN("ADW"),
+     [](Moment const& moment_i) { return PLXString(kAbbreviatedDayNames[moment_i.dayOfWeek - 1]); }},
+    {TOKEN("#DW"), [](Moment const& moment_i) { return Number(moment_i.dayOfWeek); }},
+    {TOKEN("DY"), [](Moment const& moment_i) { return Number(moment_i.dayOfYear); }},
+    {TOKEN("0DY"), [](Moment const& moment_i) { return Number(moment_i.dayOfYear, 3); }},
+    {TOKEN("WY"), [](Moment const& moment_i) { return Number(moment_i.weekOfYear); }},
+    {TOKEN("0WY"), [](Moment const& moment_i) { return Number(moment_i.weekOfYear, 2); }},
+    {TOKEN("JD"), [](Moment const& moment_i) { return Number(moment_i.julianDayNumber); }},
+    {TOKEN("GMTo"), [](Moment const& moment_i) { return moment_i.timeZone; }},
+};
+
+PLXString ReplaceTokens(PLXString const& format_i, Moment const& moment_i) {
+  PLXString text(format_i);
+  for (auto const& replacement : kReplacements) {
+    PLXUInt32 const length = static_cast<PLXUInt32>(replacement.token.size());
+    PLXUInt32 position = 0;
+    if (!text.Find(replacement.token.data(), length, 0, kPLXWholeLength, 0, position)) continue;
+    text.ReplaceAll(PLXString(replacement.token.data(), length), replacement.text(moment_i));
+  }
+  return text;
+}
+
+// Whole hours, cut toward zero.
+PLXSInt32 GetLocalOffset() { return static_cast<PLXSInt32>(GetLocalTime().tm_gmtoff / 3600); }
+
+}  // namespace
+
+PLXString PLXTimestamp::GetOperatingSystemDateFormatString() { return kDateFormat; }
+
+PLXString PLXTimestamp::GetOperatingSystemTimeFormatString() { return kTimeFormat; }
+
+PLXString PLXTimestamp::GetStringRepresentation() const {
+  PLXString text(Number(GetYear()));
+  for (PLXUInt8 const part : {GetMonth(), GetDay(), GetHour(), GetMinute(), GetSecond()}) {
+    text.Append(Number(part, 2));
+  }
+  return text;
+}
+
+void PLXTimestamp::MoveByHours(PLXNumber const& hours_i) {
+  int const hours = static_cast<int>(hours_i);
+  int const minutes = static_cast<int>((hours_i - hours) * 60);
+  if (hours_i.IsNegative()) {
+    SubtractHours(0U - static_cast<PLXUInt32>(hours)).SubtractMinutes(0U - static_cast<PLXUInt32>(minutes));
+  } else {
+    AddHours(static_cast<PLXUInt32>(hours)).AddMinutes(static_cast<PLXUInt32>(minutes));
+  }
+}
+
+PLXString PLXTimestamp::Get(PLXString const& format_i, bool convertToOffset_i,
+                            PLXNumber const& offsetHours_i) const {
+  PLXNumber const localOffset(GetLocalOffset());
+  bool const converts = convertToOffset_i && offsetHours_i.IsNotNull();
+  PLXTimestamp shown(*this);
+  if (converts) shown.MoveByHours(offsetHours_i - localOffset);
+
+  Moment moment;
+  GetMDYFromJDN(shown.myJulianDayNumber, moment.month, moment.day, moment.year);
+  GetHMSFromSeconds(shown.mySecondOfDay, moment.hour, moment.minute, moment.second);
+  moment.dayOfWeek = GetDayOfWeek(shown.myJulianDayNumber);
+  moment.dayOfYear = GetDayOfYear(moment.month, moment.day, moment.year, &moment.weekOfYear);
+  moment.julianDayNumber = myJulianDayNumber;
+  moment.timeZone = GetTimeZoneString(converts ? offsetHours_i : localOffset);
+  return ReplaceTokens(format_i, moment);
+}
+
+PLXString PLXTimestamp::GetTimeZoneString(PLXNumber const& offsetHours_i) {
+  PLXString const decimal = offsetHours_i.GetStringRepresentation();
+  std::string_view hours(decimal.GetCStringAccess(), decimal.GetLength());
+  PLXString zone(hours.starts_with('-') ? '-' : '+');
+  if (hours.starts_with('-')) hours.remove_prefix(1);
+  std::size_t const point = hours.find('.');
+  char const* const minutes = point != hours.npos && hours.substr(point + 1) == "5" ? "30" : "00";
+  hours = hours.substr(0, point);
+
+  if (hours.size() < 2) zone.Append(PLXString('0', static_cast<PLXUInt32>(2 - hours.size())));
+  zone.Append(hours.data(), static_cast<PLXUInt32>(hours.size())).Append(minutes);
+  return zone == "+0000" || zone == "-0000" ? PLXString("GMT") : zone;
+}

@@ -1,0 +1,148 @@
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <string_view>
+
+#include "PLXCalendar.h"
+#include "PLXStringUtility.h"
+#include "PLXTimestamp.h"
+
+namespace {
+
+char const ourSourceFile[] = "src/PLXTimestamp.cpp";
+
+constexpr PLXUInt32 kTimeZoneDigits = 4;
+
+std::string_view View(PLXString const& string_i) {
+  return {string_i.GetCStringAccess(), string_i.GetLength()};
+}
+
+// The number in front, 0 without digits; a number too great for its type is the greatest.
+template <typename T>
+T ReadDecimal(std::string_view text_i) {
+  T value = 0;
+  std::from_chars_result const result = std::from_chars(text_i.data(), text_i.data() + text_i.size(), value);
+  return result.ec == std::errc::result_out_of_range ? std::numeric_limits<T>::max() : value;
+}
+
+// Takes two characters, or what there is, off the end.
+PLXUInt8 TakeLastTwo(std::string_view& text_io) {
+  std::size_t const start = text_io.size() - std::min<std::size_t>(text_io.size(), 2);
+  PLXUInt8 const value = ReadDecimal<PLXUInt8>(text_io.substr(start));
+  text_io.remove_suffix(text_io.size() - start);
+  return value;
+}
+
+// 1 to 12, letters of either case; 0 for none.
+PLXUInt8 MonthFromName(std::string_view name_i) {
+  PLXString const name(name_i.data(), static_cast<PLXUInt32>(name_i.size()));
+  for (PLXUInt8 month = 1; month <= std::size(kAbbreviatedMonthNames); ++month) {
+    if (name.CompareTo(kAbbreviatedMonthNames[month - 1], kPLXOption_IgnoreCase) == kPLXCompare_Equal) {
+      return month;
+    }
+  }
+  return 0;
+}
+
+// ---- RFC 1123 ----
+
+// Tue, 05 Mar 2002 14:07:09 -0500
+struct DateText {
+  std::string_view weekday, day, month, year, hour, minute, second, sign, zone;
+};
+
+bool IsSign(char character_i) { return character_i == '-' || character_i == '+'; }
+
+bool IsOfAZone(char character_i) {
+  return PLXStringUtility::IsDigit(character_i) || character_i == 'G' || character_i == 'M' ||
+         character_i == 'T';
+}
+
+// Takes as many characters of a kind as there are, up to `most_i`. False when that is too few.
+bool Take(std::string_view& text_io, bool (*isOfKind_i)(char), std::size_t least_i, std::size_t most_i,
+          std::string_view& taken_o) {
+  std::size_t count = 0;
+  while (count < most_i && count < text_io.size() && isOfKind_i(text_io[count])) ++count;
+  taken_o = text_io.substr(0, count);
+  text_io.remove_prefix(count);
+  return count >= least_i;
+}
+
+bool Take(std::string_view& text_io, std::string_view delimiter_i) {
+  if (!text_io.starts_with(delimiter_i)) return false;
+  text_io.remove_prefix(delimiter_i.size());
+  return true;
+}
+
+bool BeginsWithDate(std::string_view text_i, DateText& date_o) {
+  constexpr auto isAlpha = PLXStringUtility::IsAlpha;
+  constexpr auto isDigit = PLXStringUtility::IsDigit;
+  return Take(text_i, isAlpha, 3, 3, date_o.weekday) && Take(text_i, ", ") &&
+         Take(text_i, isDigit, 1, 2, date_o.day) && Take(text_i, " ") &&
+         Take(text_i, isAlpha, 3, 3, date_o.month) && Take(text_i, " ") &&
+         Take(text_i, isDigit, 4, 4, date_o.year) && Take(text_i, " ") &&
+         Take(text_i, isDigit, 2, 2, date_o.hour) && Take(text_i, ":") &&
+         Take(text_i, isDigit, 2, 2, date_o.minute) && Take(text_i, ":") &&
+         Take(text_i, isDigit, 2, 2, date_o.second) && Take(text_i, " ") &&
+         Take(text_i, IsSign, 0, 1, date_o.sign) && Take(text_i, IsOfAZone, 3, 4, date_o.zone);
+}
+
+bool FindDate(std::string_view text_i, DateText& date_o) {
+  for (; !text_i.empty(); text_i.remove_prefix(1)) {
+    if (BeginsWithDate(text_i, date_o)) return true;
+  }
+  return false;
+}
+
+bool IsTimeZone(DateText const& date_i) {
+  if (date_i.sign.empty() && date_i.zone == "GMT") return true;
+  return date_i.zone.size() == kTimeZoneDigits && std::ranges::all_of(date_i.zone, PLXStringUtility::IsDigit);
+}
+
+}  // namespace
+
+void PLXTimestamp::Set(PLXString const& text_i) {
+  std::string_view text = View(text_i);
+  PLXUInt8 const second = TakeLastTwo(text);
+  PLXUInt8 const minute = TakeLastTwo(text);
+  PLXUInt8 const hour = TakeLastTwo(text);
+  PLXUInt8 const day = TakeLastTwo(text);
+  PLXUInt8 const month = TakeLastTwo(text);
+  SetDateAndTime(ReadDecimal<PLXUInt16>(text), month, day, hour, minute, second);
+}
+
+void PLXTimestamp::SetFromRFC1123(PLXString const& text_i, bool keepClockAsWritten_i) {
+  DateText date;
+  if (!FindDate(View(text_i), date) || (!keepClockAsWritten_i && !IsTimeZone(date))) return;
+  SetDateAndTime(ReadDecimal<PLXUInt16>(date.year), MonthFromName(date.month),
+                 ReadDecimal<PLXUInt8>(date.day), ReadDecimal<PLXUInt8>(date.hour),
+                 ReadDecimal<PLXUInt8>(date.minute), ReadDecimal<PLXUInt8>(date.second));
+  if (keepClockAsWritten_i) return;
+
+  bool isPositive;
+  PLXUInt8 hours, minutes;
+  PLXUInt32 const zoneLength = static_cast<PLXUInt32>(date.sign.size() + date.zone.size());
+  GetTimeZoneNumber(PLXString(date.sign.data(), zoneLength), isPositive, hours, minutes);
+  if (isPositive) {
+    SubtractHours(hours).SubtractMinutes(minutes);
+  } else {
+    AddHours(hours).AddMinutes(minutes);
+  }
+}
+
+void PLXTimestamp::GetTimeZoneNumber(PLXString const& timeZone_i, bool& isPositive_o, PLXUInt8& hours_o,
+                                     PLXUInt8& minutes_o) {
+  PLXString timeZoneString(timeZone_i);
+  timeZoneString.Trim(" \t\r\n");
+  isPositive_o = true;
+  hours_o = minutes_o = 0;
+  if (timeZoneString.CompareTo("GMT", kPLXOption_IgnoreCase) == kPLXCompare_Equal) return;
+
+  if (timeZoneString.IsNotEmpty() && IsSign(timeZoneString[0])) {
+    isPositive_o = timeZoneString[0] == '+';
+    timeZoneString.TrimLeft(1U);
+  }
+  PLX_ASSERT_STATE(timeZoneString.GetLength() == 4);
+  hours_o = ReadDecimal<PLXUInt8>(View(timeZoneString).substr(0, 2));
+  minutes_o = ReadDecimal<PLXUInt8>(View(timeZoneString).substr(2));
+}
