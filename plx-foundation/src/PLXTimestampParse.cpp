@@ -36,10 +36,10 @@ PLXUInt8 TakeLastTwo(std::string_view& text_io) {
 // 1 to 12, letters of either case; 0 for none.
 PLXUInt8 MonthFromName(std::string_view name_i) {
   PLXString const name(name_i.data(), static_cast<PLXUInt32>(name_i.size()));
-  for (PLXUInt8 month = 1; month <= std::size(kAbbreviatedMonthNames); ++month) {
-    if (name.CompareTo(kAbbreviatedMonthNames[month - 1], kPLXOption_IgnoreCase) == kPLXCompare_Equal) {
-      return month;
-    }
+  PLXUInt8 month = 0;
+  for (char const* const known : kAbbreviatedMonthNames) {
+    ++month;
+    if (name.CompareTo(known, kPLXOption_IgnoreCase) == kPLXCompare_Equal) return month;
   }
   return 0;
 }

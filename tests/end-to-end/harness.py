@@ -6,6 +6,7 @@ import contextlib
 import http.client
 import json
 import os
+import poplib
 import re
 import select
 import shutil
@@ -178,6 +179,63 @@ class Origin:
         self.process.stdin.close()
         self.process.stdout.close()
         self.process.wait(30)
+
+
+class MailServer:
+    """A real SMTP and POP3 server. Mailboxes are NAME@test; `faults` are those of script/mail-server."""
+
+    def __init__(self):
+        self.folder = Path(tempfile.mkdtemp(prefix="plx-mail."))
+        self.folder.chmod(0o755)
+        self.smtp_port, self.pop3_port = free_port(), free_port()
+        self.address = f"127.0.0.1:{self.smtp_port}"
+        self.process = None
+        self.start()
+
+    def start(self):
+        self.process = subprocess.Popen([SOURCE / "script" / "mail-server", self.folder, str(self.smtp_port),
+                                         str(self.pop3_port)], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        assert self.process.stdout.readline() == b"ready\n", "the mail server did not start"
+
+    def halt(self):
+        self.process.stdin.close()
+        self.process.stdout.close()
+        self.process.wait(30)
+
+    def fault(self, name, text):
+        file = self.folder / "ctl" / name
+        if text is None:
+            file.unlink(missing_ok=True)
+        else:
+            file.write_text(text + "\n")
+
+    def mailbox(self, name, password):
+        box = poplib.POP3("127.0.0.1", self.pop3_port, timeout=60)
+        box.user(name)
+        box.pass_(password)
+        return box
+
+    def messages(self, name="alice", password="secret"):
+        """All messages of a mailbox as they were sent, line ends CR LF; they are deleted."""
+        with contextlib.closing(self.mailbox(name, password)) as box:
+            found = [b"".join(line + b"\r\n" for line in box.retr(number + 1)[1]) for number in range(box.stat()[0])]
+            for number in range(len(found)):
+                box.dele(number + 1)
+            box.quit()
+        return found
+
+    def wait_for(self, count, name="alice", password="secret", seconds=60):
+        """The next `count` messages of a mailbox, each once."""
+        until, found = time.monotonic() + seconds, []
+        while len(found) < count:
+            assert time.monotonic() < until, f"{len(found)} of {count} messages came"
+            found += self.messages(name, password)
+            time.sleep(0.05)
+        return found
+
+    def stop(self):
+        self.halt()
+        shutil.rmtree(self.folder, ignore_errors=True)
 
 
 class Browser:
