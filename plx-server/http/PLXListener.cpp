@@ -7,6 +7,7 @@
 #include <set>
 #include <stdexcept>
 #include <sys/resource.h>
+#include <thread>
 
 #include "PLXAsio.h"
 #include "PLXClientAddress.h"
@@ -141,13 +142,15 @@ class PLXListener::Implementation {
                  std::vector<std::string> const& proxies_i, std::filesystem::path temporaryFolder_i,
                  PLXRequestHandler& handler_i);
 
-  bool Run(std::function<void()> const& reload_i);
+  bool Run(std::function<void()> const& reload_i, std::function<void()> const& leave_i);
   void Stop() {
     asio::post(myContext, [this] { BeginStop(); });
   }
   std::uint16_t Port() const { return myPort; }
   PLXListenerStatus Status() const;
-  bool HasStuckPages() const { return myPages.admitted > 0 || myAdministration.admitted > 0; }
+  bool HasStuckPages() const {
+    return myPages.admitted > 0 || myAdministration.admitted > 0 || myLeaving == Leaving::kRuns;
+  }
 
  private:
   class Registration;
@@ -155,6 +158,10 @@ class PLXListener::Implementation {
   void Bind(std::string const& address_i, std::uint16_t port_i);
   void BeginStop();
   void EndIfDone();
+  void BeginToLeave();
+  void EndOfLeaving();
+  void CloseDoor();
+  bool IsOver() const { return myLeaving == Leaving::kIsOver && myConnections.empty(); }
   bool EndPools();
   void Admit(tcp::socket socket_i);
   bool MayEnter(std::string const& address_i);
@@ -164,9 +171,10 @@ class PLXListener::Implementation {
   awaitable<void> Sweep();
   awaitable<void> WatchSignals(std::function<void()> const& reload_i);
   awaitable<void> LimitStop();
+  awaitable<void> LimitEnd();
   awaitable<void> Serve(std::unique_ptr<PLXConnection> connection_i);
   awaitable<void> TurnAway(std::unique_ptr<PLXConnection> connection_i);
-  awaitable<bool> ServeOne(PLXConnection& connection_i);
+  awaitable<bool> ServeOne(PLXConnection& connection_i, bool isLate_i);
   awaitable<void> AnswerOnThread(PLXConnection& connection_i, PLXExchange& exchange_i,
                                  PLXDisposition& disposition_i);
   awaitable<void> Refuse(PLXConnection& connection_i, PLXExchange& exchange_i);
@@ -185,7 +193,12 @@ class PLXListener::Implementation {
   std::set<PLXConnection*> myConnections;                  // all, for the sweep and the stop
   std::map<std::string, unsigned> myConnectionsByAddress;  // those that are served
   std::size_t myTurnedAway = 0;
+  // A stop has two halves: the visitors leave, then whatever `leave` waits for.
+  enum class Leaving { kNotYet, kRuns, kIsOver };
   bool myIsStopping = false;
+  std::atomic<Leaving> myLeaving = Leaving::kNotYet;
+  std::function<void()> myLeave;
+  std::thread myLeavingThread;
   std::string myDate;
   std::chrono::sys_seconds myDateTime;
   std::atomic<std::uint64_t> myRequests = 0;
@@ -266,7 +279,9 @@ void PLXListener::Implementation::Bind(std::string const& address_i, std::uint16
                            error.message() + ".");
 }
 
-bool PLXListener::Implementation::Run(std::function<void()> const& reload_i) {
+bool PLXListener::Implementation::Run(std::function<void()> const& reload_i,
+                                      std::function<void()> const& leave_i) {
+  myLeave = leave_i;
   // Sending a file to a client that left would raise it, and no flag of sendfile holds it back.
   std::signal(SIGPIPE, SIG_IGN);
   myPages.pool.emplace(myPages.threads);
@@ -283,6 +298,13 @@ bool PLXListener::Implementation::Run(std::function<void()> const& reload_i) {
     }
   }
   mySignals.clear();
+  if (myLeavingThread.joinable()) {
+    if (myLeaving == Leaving::kRuns) {
+      myLeavingThread.detach();
+    } else {
+      myLeavingThread.join();
+    }
+  }
   return EndPools();
 }
 
@@ -312,9 +334,7 @@ PLXListenerStatus PLXListener::Implementation::Status() const {
 void PLXListener::Implementation::BeginStop() {
   if (myIsStopping) return;
   myIsStopping = true;
-  error_code ignored;
-  myAcceptor.close(ignored);
-  myAcceptTimer.cancel();
+  if (!myLeave) CloseDoor();
   for (PLXConnection* connection : myConnections) connection->CloseIfIdle();
   asio::co_spawn(myContext, LimitStop(), LogEnd);
   EndIfDone();
@@ -323,9 +343,44 @@ void PLXListener::Implementation::BeginStop() {
 // With nothing left to wait for, the context runs dry and Run returns.
 void PLXListener::Implementation::EndIfDone() {
   if (!myIsStopping || !myConnections.empty()) return;
+  BeginToLeave();
+  if (!IsOver()) return;
   mySignals.cancel();
   mySweepTimer.cancel();
   myStopTimer.cancel();
+}
+
+void PLXListener::Implementation::BeginToLeave() {
+  if (myLeaving != Leaving::kNotYet) return;
+  myStopTimer.cancel();
+  if (!myLeave) {
+    EndOfLeaving();
+    return;
+  }
+  myLeaving = Leaving::kRuns;
+  myLeavingThread = std::thread([this] {
+    try {
+      myLeave();
+    } catch (std::exception const& problem) {
+      PLXLog::Error(std::string("Ending the modules failed: ") + problem.what());
+    }
+    asio::post(myContext, [this] {
+      EndOfLeaving();
+      EndIfDone();
+    });
+  });
+}
+
+void PLXListener::Implementation::CloseDoor() {
+  error_code ignored;
+  myAcceptor.close(ignored);
+  myAcceptTimer.cancel();
+}
+
+void PLXListener::Implementation::EndOfLeaving() {
+  myLeaving = Leaving::kIsOver;
+  CloseDoor();
+  if (!myConnections.empty()) asio::co_spawn(myContext, LimitEnd(), LogEnd);
 }
 
 awaitable<void> PLXListener::Implementation::LimitStop() {
@@ -333,15 +388,28 @@ awaitable<void> PLXListener::Implementation::LimitStop() {
   error_code error;
   myStopTimer.expires_after(myLimits.stopTime);
   co_await myStopTimer.async_wait(redirect_error(use_awaitable, error));
-  if (myConnections.empty()) co_return;
+  if (myConnections.empty() || myLeaving != Leaving::kNotYet) co_return;
   PLXLog::Warning("The time to stop is over with " + std::to_string(myConnections.size()) +
                   " connections open.");
-  myContext.stop();
+  if (HasStuckPages()) {
+    myContext.stop();
+  } else {
+    for (PLXConnection* connection : myConnections) connection->TimeOut();
+    BeginToLeave();
+  }
+}
+
+// Who was let in last gets a moment to read the answer.
+awaitable<void> PLXListener::Implementation::LimitEnd() {
+  error_code error;
+  myStopTimer.expires_after(kClose_Patience);
+  co_await myStopTimer.async_wait(redirect_error(use_awaitable, error));
+  if (!myConnections.empty()) myContext.stop();
 }
 
 awaitable<void> PLXListener::Implementation::WatchSignals(std::function<void()> const& reload_i) {
   // Waiting once more when a stop has found nothing left to wait for would keep the context for ever.
-  while (!myIsStopping || !myConnections.empty()) {
+  while (!IsOver()) {
     error_code error;
     int const signal = co_await mySignals.async_wait(redirect_error(use_awaitable, error));
     if (error) co_return;
@@ -361,7 +429,7 @@ awaitable<void> PLXListener::Implementation::WatchSignals(std::function<void()> 
 }
 
 awaitable<void> PLXListener::Implementation::Sweep() {
-  while (!myIsStopping || !myConnections.empty()) {
+  while (!IsOver()) {
     error_code error;
     mySweepTimer.expires_after(kSweep_Interval);
     co_await mySweepTimer.async_wait(redirect_error(use_awaitable, error));
@@ -374,10 +442,10 @@ awaitable<void> PLXListener::Implementation::Sweep() {
 
 awaitable<void> PLXListener::Implementation::Accept() {
   bool hasComplained = false;
-  while (!myIsStopping) {
+  while (myAcceptor.is_open()) {
     error_code error;
     tcp::socket socket = co_await myAcceptor.async_accept(redirect_error(use_awaitable, error));
-    if (myIsStopping) co_return;
+    if (!myAcceptor.is_open()) co_return;
     if (!error) {
       hasComplained = false;
       Admit(std::move(socket));
@@ -398,7 +466,10 @@ void PLXListener::Implementation::Admit(tcp::socket socket_i) {
     LogEnd(problem_i);
     EndIfDone();
   };
-  if (MayEnter(connection->PeerAddress())) {
+  std::string const& address = connection->PeerAddress();
+  // The machine itself and its proxies may have a module's word to bring; others find the door closed.
+  if (myIsStopping && !myClientAddress.IsOwn(address) && !myClientAddress.IsProxy(address)) return;
+  if (MayEnter(address)) {
     asio::co_spawn(myContext, Serve(std::move(connection)), end);
   } else if (myTurnedAway < kTurnedAway_AtOnce) {
     asio::co_spawn(myContext, TurnAway(std::move(connection)), end);
@@ -419,8 +490,9 @@ bool PLXListener::Implementation::MayEnter(std::string const& address_i) {
 awaitable<void> PLXListener::Implementation::Serve(std::unique_ptr<PLXConnection> connection_i) {
   PLXConnection& connection = *connection_i;
   Registration const registration(*this, connection, true);
+  bool const isLate = myIsStopping;
   bool goesOn = true;
-  while (goesOn && !myIsStopping) goesOn = co_await ServeOne(connection);
+  while (goesOn && (!myIsStopping || isLate)) goesOn = co_await ServeOne(connection, isLate);
   milliseconds const patience = myIsStopping ? kClose_ShortPatience : kClose_Patience;
   co_await connection.Close(patience);
 }
@@ -435,7 +507,7 @@ awaitable<void> PLXListener::Implementation::TurnAway(std::unique_ptr<PLXConnect
 }
 
 // False when the connection is to be closed.
-awaitable<bool> PLXListener::Implementation::ServeOne(PLXConnection& connection_i) {
+awaitable<bool> PLXListener::Implementation::ServeOne(PLXConnection& connection_i, bool isLate_i) {
   PLXExchange exchange;
   bool const hasHead = co_await connection_i.ReadHead(exchange);
   if (!hasHead) co_return false;
@@ -447,6 +519,11 @@ awaitable<bool> PLXListener::Implementation::ServeOne(PLXConnection& connection_
     co_return false;
   }
   PLXDisposition disposition = Dispose(exchange.request);
+  if (isLate_i && !disposition.isForModules) {
+    exchange.problem = {503, "The server is stopping."};
+    co_await Refuse(connection_i, exchange);
+    co_return false;
+  }
   exchange.keepAlive = exchange.parser.KeepAlive();
   bool const isOnThread = disposition.kind == PLXDisposition::Kind::kPage ||
                           disposition.kind == PLXDisposition::Kind::kAdministration;
@@ -601,6 +678,8 @@ PLXListener::~PLXListener() {
 }
 
 std::uint16_t PLXListener::Port() const { return myImplementation->Port(); }
-bool PLXListener::Run(std::function<void()> const& reload_i) { return myImplementation->Run(reload_i); }
+bool PLXListener::Run(std::function<void()> const& reload_i, std::function<void()> const& leave_i) {
+  return myImplementation->Run(reload_i, leave_i);
+}
 void PLXListener::Stop() { myImplementation->Stop(); }
 PLXListenerStatus PLXListener::Status() const { return myImplementation->Status(); }

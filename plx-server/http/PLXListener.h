@@ -24,6 +24,8 @@ struct PLXDisposition {
   Kind kind = Kind::kAnswer;
   PLXResponse answer;        // kAnswer: sent at once; a body still to come is not read, the connection closes
   PLXFileAnswer fileAnswer;  // kFile
+  // Also answered when it comes while the server stops: the word of a module that is about to be asked to end.
+  bool isForModules = false;
   bool neverQueued = false;  // kPage: runs or gets 503 at once (a page that another page of ours waits for)
   std::shared_ptr<void> state;  // kPage, kAdministration: handed back to Answer
 };
@@ -74,9 +76,11 @@ class PLXListener {
 
   // Serves until Stop, on this thread, and returns when the last answer is out or the time to stop has
   // passed. SIGTERM and SIGINT stop it (a second one ends at once), SIGHUP calls `reload_i`, on the I/O
-  // thread. The whole process ignores SIGPIPE from then on. False when pages still run afterwards: they go on
-  // using the handler, so the process then ends without destroying it.
-  bool Run(std::function<void()> const& reload_i);
+  // thread. When the last visitor has left, `leave_i` runs on a thread of its own, once, and is waited for
+  // however long it takes; requests that are for modules are served until it is over. The whole process
+  // ignores SIGPIPE from then on. False when pages or `leave_i` still run afterwards: they go on using the
+  // handler, so the process then ends without destroying it.
+  bool Run(std::function<void()> const& reload_i, std::function<void()> const& leave_i = {});
   // Refuses new clients, closes idle ones, lets pages in flight finish. Any thread.
   void Stop();
   PLXListenerStatus Status() const;  // any thread

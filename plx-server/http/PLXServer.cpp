@@ -231,7 +231,7 @@ bool PLXServer::Serve(std::function<void(std::uint16_t port_i)> const& ready_i) 
   PLXLog::Note("PLX Server " PLX_SERVER_VERSION " listens on " + configuration.listenAddress + " port " +
                std::to_string(listener.Port()) + ".");
   ready_i(listener.Port());
-  bool const isOver = listener.Run([this] { Reload(); });
+  bool const isOver = listener.Run([this] { Reload(); }, [this] { myModules->Terminate(); });
   if (isOver) {
     PLXLog::Note("PLX Server stops.");
   } else {

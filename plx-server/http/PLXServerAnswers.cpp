@@ -284,6 +284,7 @@ PLXDisposition PLXServer::DisposePlan(PLXRequest& request_io, std::shared_ptr<Pl
   if (disposition.kind == PLXDisposition::Kind::kFile)
     plan.generation->AddHeaders(disposition.fileAnswer.response);
   disposition.neverQueued = plan.isIncluded;
+  disposition.isForModules = plan.what == Plan::What::kAction;
   disposition.state = plan_i;
   AddActive(request_io, plan);
   return disposition;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <dlfcn.h>
 #include <memory>
 
@@ -22,6 +23,7 @@ struct PLXModuleHost::Module {
   void* library = nullptr;  // of dlopen
   PLXModuleEntryPtr entry = nullptr;
   bool isNamed = false;  // until then its file's name stands in its description
+  std::atomic<bool> isTerminated = false;  // it has answered the terminate event
   std::string refusals;  // sentences on what it announced and did not get
 
   Module() = default;

@@ -93,16 +93,19 @@ void PLXModuleHost::Forget(Module const& module_i) {
   std::erase_if(myActions, [&](auto const& entry) { return entry.second == &module_i; });
 }
 
-void PLXModuleHost::Unload() {
-  while (!myModules.empty()) {
-    Module& module = *myModules.back();
-    PLXTagOutcome const outcome = Connection(*this, module, {kPLXEvent_Terminate}).Run();
-    if (outcome.result != kPLXResult_Success) {
-      PLXLog::Warning(module.description.name + " answered its end with " + PLXCodeText(outcome.result));
-    }
-    Forget(module);
-    myModules.pop_back();
+void PLXModuleHost::Terminate() {
+  for (auto module = myModules.rbegin(); module != myModules.rend(); ++module) {
+    if ((*module)->isTerminated) continue;
+    PLXTagOutcome const outcome = Connection(*this, **module, {kPLXEvent_Terminate}).Run();
+    (*module)->isTerminated = true;
+    if (outcome.result == kPLXResult_Success) continue;
+    PLXLog::Warning((*module)->description.name + " answered its end with " + PLXCodeText(outcome.result));
   }
+}
+
+void PLXModuleHost::Unload() {
+  Terminate();
+  for (; !myModules.empty(); myModules.pop_back()) Forget(*myModules.back());
 }
 
 PLXTagProcessor::Tag const* PLXModuleHost::FindTag(std::string_view name_i) const {
@@ -124,7 +127,7 @@ bool PLXModuleHost::HasAction(std::string_view name_i) const { return myActions.
 
 PLXTagOutcome PLXModuleHost::RunAction(std::string_view name_i, PLXPageContext& context_io) {
   auto const found = myActions.find(name_i);
-  if (found == myActions.end()) return Unregistered();
+  if (found == myActions.end() || found->second->isTerminated) return Unregistered();
   return Connection(*this, *found->second, {kPLXEvent_Action, &context_io, nullptr, found->first}).Run();
 }
 

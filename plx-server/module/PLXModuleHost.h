@@ -42,7 +42,10 @@ class PLXModuleHost : public PLXTagProcessor {
   // Opens the library, finds its entry, announces. False with a sentence (what, where, remedy) otherwise: a
   // file that is missing, does not load, lacks the entry or refuses the announcement leaves nothing behind.
   bool Load(std::filesystem::path const& file_i, std::string& problem_o);
-  // Sends the terminate event to every module and closes the libraries, last loaded first.
+  // Sends the terminate event to every module, last loaded first, once. Actions go on being run until theirs
+  // has answered it; everything else must be over.
+  void Terminate();
+  // Closes the libraries, last loaded first, after Terminate.
   void Unload();
 
   Tag const* FindTag(std::string_view name_i) const override;

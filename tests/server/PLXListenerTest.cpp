@@ -60,6 +60,7 @@ class FakeHandler : public PLXRequestHandler {
       disposition.kind =
           isAdministration ? PLXDisposition::Kind::kAdministration : PLXDisposition::Kind::kPage;
       disposition.neverQueued = request_io.path == "/never";
+      disposition.isForModules = request_io.path == "/action";
     }
     return disposition;
   }
@@ -677,6 +678,32 @@ TEST_F(PLXListenerTest, StopsWithoutLosingAPage) {
   busy.Close();
   myThread.join();
   EXPECT_EQ(myListener->Status().busyPageThreads, 0u);
+}
+
+TEST_F(PLXListenerTest, HearsOfModulesUntilTheyHaveEnded) {
+  std::atomic<int> leaving = 0;
+  myListener.emplace("127.0.0.1", 0, myLimits, std::vector<std::string>{}, myFolder, myHandler);
+  myThread = std::thread([&] {
+    myListener->Run({}, [&] {
+      for (leaving = 1; leaving == 1;) std::this_thread::yield();
+    });
+  });
+  RawClient busy(Port());
+  busy.Send(Get("/block"));
+  ASSERT_TRUE(Becomes([&] { return myHandler.Blocked() == 1; }));
+  myListener->Stop();
+  EXPECT_EQ(Ask(Get("/action")).status, 200) << "while a visitor is still served";
+  EXPECT_EQ(Ask(Get("/page")).status, 503);
+  EXPECT_EQ(leaving, 0) << "the visitor comes first";
+  myHandler.Release();
+  EXPECT_EQ(busy.Receive().status, 200);
+  busy.Close();
+  EXPECT_TRUE(Becomes([&] { return leaving == 1; }));
+  EXPECT_EQ(Ask(Get("/action")).status, 200);
+  EXPECT_EQ(Ask(Get("/now")).status, 503);
+  leaving = 2;
+  myThread.join();
+  EXPECT_FALSE(RawClient(Port()).IsConnected());
 }
 
 TEST_F(PLXListenerTest, StopsBeforeItHasBegun) {
