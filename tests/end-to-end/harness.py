@@ -3,6 +3,7 @@
 Run by ctest, which names the built programs in PLX_SERVER and PLX_MODULE."""
 import base64
 import contextlib
+import csv
 import http.client
 import json
 import os
@@ -17,6 +18,7 @@ import tempfile
 import threading
 import time
 import unittest
+import urllib.parse
 from pathlib import Path
 
 SERVER = os.environ["PLX_SERVER"]
