@@ -47,8 +47,7 @@ void Pause(std::chrono::milliseconds time_i) {
 }
 
 // The header lines that a stored message gets anew.
-constexpr std::string_view kFreshHeaders[] = {"Subject: ",  "Date: ", "From: ",
-                                              "Reply-To: ", "To: ",   "CC: "};
+constexpr std::string_view kFreshHeaders[] = {"Subject: ", "Date: ", "From: ", "Reply-To: ", "To: ", "CC: "};
 
 bool IsFreshHeader(std::string_view line_i) {
   for (std::string_view name : kFreshHeaders) {
@@ -150,9 +149,9 @@ void PLXEmailSendThread::Run() {
   AppendLine(".", text);
   PLXTokenizedString const lines(text, kLineEnd);
   text.Empty();
-  PLXTokenizedString const recipients(myFields.to + kRecipientListDelimiter + myFields.cc +
-                                          kRecipientListDelimiter + myFields.bcc,
-                                      kRecipientListDelimiter);
+  PLXTokenizedString const recipients(
+      myFields.to + kRecipientListDelimiter + myFields.cc + kRecipientListDelimiter + myFields.bcc,
+      kRecipientListDelimiter);
   PLXString const error = SendFormattedMessage(recipients, lines);
   if (error.IsEmpty()) {
     ReportSuccess(isWhole);
@@ -164,7 +163,8 @@ void PLXEmailSendThread::Run() {
 PLXString PLXEmailSendThread::BuildHeader() const {
   PLXString header;
   if (myFields.subject.IsNotEmpty()) AppendHeaderLine("Subject", myFields.subject, header);
-  AppendHeaderLine("Date", PLXTimestamp().Get(PLXTimestamp::kFormatRFC1123, true, myFields.gmtOffset), header);
+  AppendHeaderLine("Date", PLXTimestamp().Get(PLXTimestamp::kFormatRFC1123, true, myFields.gmtOffset),
+                   header);
   AppendHeaderLine("From", myFields.from, header);
   if (myFields.replyTo.IsNotEmpty()) AppendHeaderLine("Reply-To", myFields.replyTo, header);
   AppendHeaderLine("To", myFields.to, header);

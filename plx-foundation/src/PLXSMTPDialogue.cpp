@@ -23,11 +23,11 @@ constexpr char ourSourceFile[] = "src/PLXEmailSendThread.cpp";
 
 constexpr PLXUInt16 kSMTPPort = 25;
 constexpr PLXUInt32 kReadyReply = 220;
-constexpr PLXUInt32 kNoHundred = 10;  // of which no reply is
-constexpr PLXUInt32 kPieceSize = 32768;          // bytes of the message handed over at once
-constexpr PLXUInt32 kRestOfReplyLimit = 60000;   // milliseconds that a reply which has begun may pause
-constexpr PLXUInt32 kLongestReply = 65536;       // bytes; what goes on beyond them is no reply any more
-constexpr unsigned kMaximumQuitCount = 2;        // a server that complains about QUIT is asked no third time
+constexpr PLXUInt32 kNoHundred = 10;            // of which no reply is
+constexpr PLXUInt32 kPieceSize = 32768;         // bytes of the message handed over at once
+constexpr PLXUInt32 kRestOfReplyLimit = 60000;  // milliseconds that a reply which has begun may pause
+constexpr PLXUInt32 kLongestReply = 65536;      // bytes; what goes on beyond them is no reply any more
+constexpr unsigned kMaximumQuitCount = 2;       // a server that complains about QUIT is asked no third time
 
 // |%param%| is replaced by the argument. Only five of them are ever sent.
 constexpr char kHelloCommand[] = "HELO |%param%|\r\n";

@@ -11,8 +11,9 @@ class PLXSMTPDialogue {
  public:
   // The lines end with the one that is a lone dot; an empty last token is no line. Everything must outlive
   // the dialogue. The connection belongs to the group.
-  PLXSMTPDialogue(PLXString const& server_i, PLXString const& sender_i, PLXTokenizedString const& recipients_i,
-                  PLXTokenizedString const& lines_i, PLXNetworkingStreamGroup& group_io);
+  PLXSMTPDialogue(PLXString const& server_i, PLXString const& sender_i,
+                  PLXTokenizedString const& recipients_i, PLXTokenizedString const& lines_i,
+                  PLXNetworkingStreamGroup& group_io);
 
   // Empty when the server took the message over, else the reason why it did not.
   PLXString Run();

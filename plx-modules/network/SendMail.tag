@@ -14,8 +14,8 @@
 static constexpr PLXSInt32 kSendMailGMTOffsetLowerBound = -12;
 static constexpr PLXSInt32 kSendMailGMTOffsetUpperBound = 12;
 
-#include "SendMail/Log.tag"
 #include "SendMail/Administration.tag"
+#include "SendMail/Log.tag"
 #include "SendMail/Preferences.tag"
 
 PLX_STRING_CONSTANT(kSendMailEmailAddressRegularExpression,
@@ -23,17 +23,18 @@ PLX_STRING_CONSTANT(kSendMailEmailAddressRegularExpression,
 PLX_STRING_CONSTANT(kSendMailHeaderTextPlain, "Content-Type: text/plain; charset=\"us-ascii\"");
 PLX_STRING_CONSTANT(kSendMailHeaderTextHTML, "Content-Type: text/html; charset=\"us-ascii\"");
 
-static constexpr PLXUInt32 kSendMailAttachmentBlockSize = 2048;          // bytes
-static constexpr PLXUInt32 kSendMailLongestAttachment = 1024 * 1024 * 1024;  // bytes, of all files together:
-                                                                         // encoded they still fit a string
+static constexpr PLXUInt32 kSendMailAttachmentBlockSize = 2048;  // bytes
+static constexpr PLXUInt32 kSendMailLongestAttachment =
+    1024 * 1024 * 1024;  // bytes, of all files together:
+                         // encoded they still fit a string
 // What "sendFailedMail" sends.
 static constexpr char kSendMailFailedMessageID[] = "msg2451812700405";
 
 static constexpr char kSendMailAddressRemedy[] =
     "Validate the email address before submitting to the sendmail tag.";
 
-static PLXUInt32 SendMail_Fail(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 result_i, char const* problem_i,
-                               char const* remedy_i) {
+static PLXUInt32 SendMail_Fail(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 result_i,
+                               char const* problem_i, char const* remedy_i) {
   PLXGlueSetErrorInformation(info_i, problem_i, remedy_i);
   return result_i;
 }
@@ -199,7 +200,8 @@ static void SendMail_AttachTexts(_PLXAPI_ModuleProcessingInfo* info_i, PLXEmail&
 }
 
 // The disk path of an attachment: below the page's folder and inside the region, else empty.
-static PLXString SendMail_GetAttachmentPath(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& location_i) {
+static PLXString SendMail_GetAttachmentPath(_PLXAPI_ModuleProcessingInfo* info_i,
+                                            PLXString const& location_i) {
   PLXString path = PLXGlueGetURLParentFolderPath(info_i) + "/" +
                    PLXFileSystemItem::FileSystemPathnameFromURLPathname(location_i);
   while (path.ReplaceAll("//", "/") > 0) {
@@ -232,9 +234,9 @@ static PLXUInt32 SendMail_AttachFiles(_PLXAPI_ModuleProcessingInfo* info_i, PLXE
   PLXString location;
   PLXUInt32 room = kSendMailLongestAttachment;
   PLXUInt32 result = kPLXResult_Success;
-  for (unsigned int index = 0;
-       result == kPLXResult_Success &&
-       PLXGlueGetTagParameter(info_i, kSendMailParameter_AttachmentFileLocation, index, location, PLXString());
+  for (unsigned int index = 0; result == kPLXResult_Success &&
+                               PLXGlueGetTagParameter(info_i, kSendMailParameter_AttachmentFileLocation,
+                                                      index, location, PLXString());
        ++index) {
     result = SendMail_AttachFile(info_i, location, room, email_io);
   }
@@ -249,7 +251,8 @@ static PLXUInt32 SendMail_SendMail(_PLXAPI_ModuleProcessingInfo* info_i, PLXStri
     if (result != kPLXResult_Success) return result;
   }
   PLXString text;
-  if (PLXGlueGetTagParameter(info_i, kSendMailParameter_Subject, 0, text, PLXString())) email.SetSubject(text);
+  if (PLXGlueGetTagParameter(info_i, kSendMailParameter_Subject, 0, text, PLXString()))
+    email.SetSubject(text);
   if (!SendMail_SetHeaders(info_i, email)) SendMail_SetContentType(info_i, email);
   email.SetMessage(SendMail_GetBody(info_i));
   if (!PLXGlueGetRequiredTagParameter(info_i, kSendMailParameter_To, 0, text)) {

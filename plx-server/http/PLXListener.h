@@ -24,7 +24,8 @@ struct PLXDisposition {
   Kind kind = Kind::kAnswer;
   PLXResponse answer;        // kAnswer: sent at once; a body still to come is not read, the connection closes
   PLXFileAnswer fileAnswer;  // kFile
-  // Also answered when it comes while the server stops: the word of a module that is about to be asked to end.
+  // Also answered when it comes while the server stops: the word of a module that is about to be asked to
+  // end.
   bool isForModules = false;
   bool neverQueued = false;  // kPage: runs or gets 503 at once (a page that another page of ours waits for)
   std::shared_ptr<void> state;  // kPage, kAdministration: handed back to Answer

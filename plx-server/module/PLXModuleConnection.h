@@ -22,9 +22,9 @@ struct PLXModuleHost::Module {
   PLXModuleDescription description;
   void* library = nullptr;  // of dlopen
   PLXModuleEntryPtr entry = nullptr;
-  bool isNamed = false;  // until then its file's name stands in its description
+  bool isNamed = false;                    // until then its file's name stands in its description
   std::atomic<bool> isTerminated = false;  // it has answered the terminate event
-  std::string refusals;  // sentences on what it announced and did not get
+  std::string refusals;                    // sentences on what it announced and did not get
 
   Module() = default;
   Module(Module const&) = delete;

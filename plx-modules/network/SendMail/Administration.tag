@@ -3,7 +3,7 @@
 
 static constexpr PLXUInt32 kSendMailDefaultDisplayLimit = 10;  // rows of a page
 static constexpr PLXUInt32 kSendMailLargestDisplayLimit = 50;
-static constexpr PLXUInt32 kSendMailLongestSubject = 25;                // characters shown in the list
+static constexpr PLXUInt32 kSendMailLongestSubject = 25;               // characters shown in the list
 static constexpr PLXUInt32 kSendMailLongestMessageShown = 256 * 1024;  // bytes; a browser takes no 50 MB
 
 static constexpr char kSendMailArgument_Action[] = "plxSendMailAction";
@@ -71,7 +71,10 @@ static void SendMail_AppendHidden(char const* name_i, PLXString const& value_i, 
 
 static void SendMail_AppendButton(char const* name_i, char const* encodedValue_i, PLXString& html_io,
                                   PLXString const& description_i = PLXString()) {
-  html_io.Append("<input type=\"submit\" name=\"").Append(name_i).Append("\" value=\"").Append(encodedValue_i);
+  html_io.Append("<input type=\"submit\" name=\"")
+      .Append(name_i)
+      .Append("\" value=\"")
+      .Append(encodedValue_i);
   if (description_i.IsNotEmpty()) {
     html_io.Append("\" aria-label=\"");
     SendMail_AppendEncoded(description_i, html_io);
@@ -84,11 +87,10 @@ static void SendMail_AppendIdentity(_PLXAPI_ModuleProcessingInfo* info_i, PLXUIn
                                     PLXString const& page_i, PLXString& html_io) {
   SendMail_AppendHidden(kSendMailArgument_RecordID,
                         PLXGlueDBGetTextFieldValue(info_i, database_i, kPLXRecordIDFieldName), html_io);
-  SendMail_AppendHidden(
-      kSendMailArgument_MessageID,
-      PLXGlueDBGetNumberFieldValue(info_i, database_i, kSendMailDatabaseField_MessageID)
-          .GetStringRepresentation(),
-      html_io);
+  SendMail_AppendHidden(kSendMailArgument_MessageID,
+                        PLXGlueDBGetNumberFieldValue(info_i, database_i, kSendMailDatabaseField_MessageID)
+                            .GetStringRepresentation(),
+                        html_io);
   SendMail_AppendHidden(kSendMailArgument_Page, page_i, html_io);
 }
 
@@ -247,8 +249,8 @@ static void SendMail_MessageDisplayForm(_PLXAPI_ModuleProcessingInfo* info_i, PL
   SendMail_AppendButton(kSendMailArgument_Action, "Save", html_io);
   SendMail_AppendButton(kSendMailArgument_Action, "Cancel", html_io);
   html_io.Append("</p></form>\r\n<p>Message text:</p>\r\n<pre>\r\n");
-  SendMail_AppendStoredMessage(
-      SendMail_GetStoredFile(info_i, SendMail_GetStoredName(info_i, database_i)), html_io);
+  SendMail_AppendStoredMessage(SendMail_GetStoredFile(info_i, SendMail_GetStoredName(info_i, database_i)),
+                               html_io);
   html_io.Append("</pre>");
 }
 

@@ -147,15 +147,12 @@ struct SendMail_ReportedField {
 };
 
 static bool SendMail_SetReportedFields(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i) {
-  SendMail_ReportedField const fields[] = {{"Status", kSendMailDatabaseField_Status},
-                                           {"SMTPServer", kSendMailDatabaseField_SMTPServer},
-                                           {"From", kSendMailDatabaseField_From},
-                                           {"ReplyTo", kSendMailDatabaseField_ReplyTo},
-                                           {"To", kSendMailDatabaseField_To},
-                                           {"CC", kSendMailDatabaseField_CC},
-                                           {"BCC", kSendMailDatabaseField_BCC},
-                                           {"Subject", kSendMailDatabaseField_Subject},
-                                           {"Info", kSendMailDatabaseField_Info}};
+  SendMail_ReportedField const fields[] = {
+      {"Status", kSendMailDatabaseField_Status}, {"SMTPServer", kSendMailDatabaseField_SMTPServer},
+      {"From", kSendMailDatabaseField_From},     {"ReplyTo", kSendMailDatabaseField_ReplyTo},
+      {"To", kSendMailDatabaseField_To},         {"CC", kSendMailDatabaseField_CC},
+      {"BCC", kSendMailDatabaseField_BCC},       {"Subject", kSendMailDatabaseField_Subject},
+      {"Info", kSendMailDatabaseField_Info}};
   for (SendMail_ReportedField const& row : fields) {
     PLXString value;
     PLXGlueGetPostArgument(info_i, row.argument, 0, value, PLXString());

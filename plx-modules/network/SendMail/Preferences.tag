@@ -22,9 +22,9 @@ static void SendMail_AppendOption(PLXString const& value_i, PLXString const& lab
 }
 
 static PLXString SendMail_GetMailServerHTML(_PLXAPI_ModuleProcessingInfo* info_i) {
-  PLXStringID const chosen(SendMail_GetPreference(info_i, kSendMailPreference_UseMailServerName,
-                                                  kSendMailUseMailServer_Never),
-                           PLXStringID::kIgnoreCase);
+  PLXStringID const chosen(
+      SendMail_GetPreference(info_i, kSendMailPreference_UseMailServerName, kSendMailUseMailServer_Never),
+      PLXStringID::kIgnoreCase);
   PLXString html("<table width=\"95%\" border=\"0\" cellspacing=\"0\" cellpadding=\"1\" align=\"center\">");
   html.ReserveToAppend(2048);
   html.Append("\r\n<tr><td><select aria-label=\"Use of the mail server\" name=\"");
@@ -91,8 +91,8 @@ static void SetSendMailPreferences(_PLXAPI_ModuleProcessingInfo* info_i) {
                        static_cast<bool>(text) ? kNetworkPreference_Yes : kNetworkPreference_No);
   PLXGlueGetPostArgument(info_i, kSendMailControl_GMTOffset, 0, text, "0");
   PLXNumber const hours(text);
-  bool const isValid = hours.IsNotNull() && hours >= kSendMailGMTOffsetLowerBound &&
-                       hours <= kSendMailGMTOffsetUpperBound;
+  bool const isValid =
+      hours.IsNotNull() && hours >= kSendMailGMTOffsetLowerBound && hours <= kSendMailGMTOffsetUpperBound;
   PLXGlueSetPreference(info_i, kSendMailPreference_GMTOffset,
                        isValid ? hours.GetStringRepresentation() : PLXString("0"));
 }
