@@ -24,9 +24,8 @@ PLX_STRING_CONSTANT(kSendMailHeaderTextPlain, "Content-Type: text/plain; charset
 PLX_STRING_CONSTANT(kSendMailHeaderTextHTML, "Content-Type: text/html; charset=\"us-ascii\"");
 
 static constexpr PLXUInt32 kSendMailAttachmentBlockSize = 2048;  // bytes
-static constexpr PLXUInt32 kSendMailLongestAttachment =
-    1024 * 1024 * 1024;  // bytes, of all files together:
-                         // encoded they still fit a string
+// Bytes of all files of a message together: encoded they still fit a string.
+static constexpr PLXUInt32 kSendMailLongestAttachment = 1024 * 1024 * 1024;
 // What "sendFailedMail" sends.
 static constexpr char kSendMailFailedMessageID[] = "msg2451812700405";
 

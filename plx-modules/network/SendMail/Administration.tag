@@ -1,6 +1,8 @@
 // The administration of failed mail: a list to page through, and screens to correct, send again and delete
 // one message. Every screen is a form that posts to the page it stands in.
 
+#include "Log.tag"
+
 static constexpr PLXUInt32 kSendMailDefaultDisplayLimit = 10;  // rows of a page
 static constexpr PLXUInt32 kSendMailLargestDisplayLimit = 50;
 static constexpr PLXUInt32 kSendMailLongestSubject = 25;               // characters shown in the list

@@ -1,3 +1,5 @@
+#pragma once
+
 // The log of failed mail: its database, and the action by which send threads report outcomes.
 
 static constexpr char kSendMailSourceFile[] = "network/SendMail.tag";
