@@ -6,6 +6,12 @@
 #include "TPLXArray.h"
 
 class PLXFolderSpecification;
+class PLXTimestamp;
+
+// Which of an item's times is asked for.
+inline constexpr PLXUInt32 kPLXFileTime_LastAccess = FourCC("LAck");
+inline constexpr PLXUInt32 kPLXFileTime_LastModification = FourCC("LMod");
+inline constexpr PLXUInt32 kPLXFileTime_Creation = FourCC("Crea");  // or the last change of its status
 
 inline constexpr char kPlatformPathDelimiter[] = "/";
 inline constexpr char kPlatformLineEnding[] = "\n";
@@ -46,6 +52,9 @@ class PLXFileSystemItem : public PLXObject {
   virtual bool IsAFolder() const;
   // There, and either without any permission to write or not writable by this process.
   virtual bool IsReadOnly() const;
+  // The time in local time; a folder has that of its status only. The first second of 1970, GMT, for an item
+  // that is not there. Links are followed.
+  PLXTimestamp GetTimestamp(PLXUInt32 selector_i) const;
   // Its name begins with a dot.
   virtual bool IsInvisible() const;
   // Whether a folder is expected here, said when the item was built or seen when it was listed.

@@ -274,7 +274,7 @@ PLXString PLXEmailSendThread::StoreMessage(PLXTokenizedString const& lines_i, bo
   }
   PLXNumber day = PLXJulianDay().GetRealValue();
   for (bool hasFailed = false;; day += PLXNumber(kStoredNameStep)) {
-    PLXString const name = GetStoredName(day);
+    PLXString name = GetStoredName(day);
     PLXFileSpecification const file(folder, name);
     if (PLXFile::WriteWhole(file, content, PLXFile::kKeepExistingFile)) return name;
     // A name that is free and still not to be had, twice: the disk takes nothing. The report goes out all the

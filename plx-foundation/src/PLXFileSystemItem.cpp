@@ -3,12 +3,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "PLXFolderSpecification.h"
+#include "PLXTimestamp.h"
 
 namespace {
 
@@ -105,6 +107,21 @@ bool PLXFileSystemItem::IsReadOnly() const {
   // A privileged process may write anything; the permissions still say what is meant.
   return (status.st_mode & kAnyWritePermission) == 0 ||
          faccessat(AT_FDCWD, GetSystemPath(), W_OK, AT_EACCESS) != 0;
+}
+
+PLXTimestamp PLXFileSystemItem::GetTimestamp(PLXUInt32 selector_i) const {
+  struct stat status {};
+  if (*GetSystemPath() != 0) stat(GetPathWithoutTrailingDelimiters().GetCStringAccess(), &status);
+  std::time_t time = status.st_ctime;
+  if (!S_ISDIR(status.st_mode)) {
+    if (selector_i == kPLXFileTime_LastAccess) time = status.st_atime;
+    if (selector_i == kPLXFileTime_LastModification) time = status.st_mtime;
+  }
+  std::tm local{};
+  localtime_r(&time, &local);
+  return {static_cast<PLXUInt16>(local.tm_year + 1900), static_cast<PLXUInt8>(local.tm_mon + 1),
+          static_cast<PLXUInt8>(local.tm_mday),         static_cast<PLXUInt8>(local.tm_hour),
+          static_cast<PLXUInt8>(local.tm_min),          static_cast<PLXUInt8>(local.tm_sec)};
 }
 
 bool PLXFileSystemItem::IsInvisible() const {

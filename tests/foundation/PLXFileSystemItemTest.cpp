@@ -16,6 +16,7 @@
 #include "PLXFileSpecification.h"
 #include "PLXFileSystemItem.h"
 #include "PLXFolderSpecification.h"
+#include "PLXTimestamp.h"
 
 namespace {
 
@@ -177,6 +178,24 @@ TEST_F(FileLayer, KnowsWhatIsReadOnly) {
   chmod(At("file").c_str(), 0444);
   EXPECT_TRUE(PLXFileSpecification(PathAt("file")).IsReadOnly());
   EXPECT_FALSE(PLXFileSpecification(PathAt("missing")).IsReadOnly());
+}
+
+TEST_F(FileLayer, KnowsItsTimes) {
+  Write("file");
+  timespec const times[] = {{1'000'000'000, 0}, {1'100'000'000, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, At("file").c_str(), times, 0), 0);
+  auto const text = [](std::time_t time) {
+    char buffer[32];
+    std::tm local{};
+    std::strftime(buffer, sizeof buffer, "%Y%m%d%H%M%S", localtime_r(&time, &local));
+    return PLXString(buffer);
+  };
+  PLXFileSystemItem const file(PathAt("file"));
+  EXPECT_EQ(file.GetTimestamp(kPLXFileTime_LastAccess).GetStringRepresentation(), text(1'000'000'000));
+  EXPECT_EQ(file.GetTimestamp(kPLXFileTime_LastModification).GetStringRepresentation(), text(1'100'000'000));
+  EXPECT_EQ(
+      PLXFolderSpecification(PathAt("missing")).GetTimestamp(kPLXFileTime_Creation).GetStringRepresentation(),
+      text(0));
 }
 
 TEST_F(FileLayer, RefusesTheOtherKind) {
