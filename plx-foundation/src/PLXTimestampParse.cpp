@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "PLXCalendar.h"
+#include "PLXRegExp.h"
 #include "PLXStringUtility.h"
 #include "PLXTimestamp.h"
 
@@ -44,59 +45,19 @@ PLXUInt8 MonthFromName(std::string_view name_i) {
   return 0;
 }
 
+bool IsSign(char character_i) { return character_i == '-' || character_i == '+'; }
+
 // ---- RFC 1123 ----
 
 // Tue, 05 Mar 2002 14:07:09 -0500
-struct DateText {
-  std::string_view weekday, day, month, year, hour, minute, second, sign, zone;
-};
+constexpr char kRFC1123Expression[] =
+    "(\\c{3})[,] (\\d{1,2}) (\\c{3}) (\\d{4}) (\\d{2}):(\\d{2}):(\\d{2}) ([-+]?[0-9GMT]{3,4})";
+enum RFC1123Group : PLXUInt32 { kDay = 1, kMonth, kYear, kHour, kMinute, kSecond, kZone, kGroupCount };
 
-bool IsSign(char character_i) { return character_i == '-' || character_i == '+'; }
-
-bool IsOfAZone(char character_i) {
-  return PLXStringUtility::IsDigit(character_i) || character_i == 'G' || character_i == 'M' ||
-         character_i == 'T';
-}
-
-// Takes as many characters of a kind as there are, up to `most_i`. False when that is too few.
-bool Take(std::string_view& text_io, bool (*isOfKind_i)(char), std::size_t least_i, std::size_t most_i,
-          std::string_view& taken_o) {
-  std::size_t count = 0;
-  while (count < most_i && count < text_io.size() && isOfKind_i(text_io[count])) ++count;
-  taken_o = text_io.substr(0, count);
-  text_io.remove_prefix(count);
-  return count >= least_i;
-}
-
-bool Take(std::string_view& text_io, std::string_view delimiter_i) {
-  if (!text_io.starts_with(delimiter_i)) return false;
-  text_io.remove_prefix(delimiter_i.size());
-  return true;
-}
-
-bool BeginsWithDate(std::string_view text_i, DateText& date_o) {
-  constexpr auto isAlpha = PLXStringUtility::IsAlpha;
-  constexpr auto isDigit = PLXStringUtility::IsDigit;
-  return Take(text_i, isAlpha, 3, 3, date_o.weekday) && Take(text_i, ", ") &&
-         Take(text_i, isDigit, 1, 2, date_o.day) && Take(text_i, " ") &&
-         Take(text_i, isAlpha, 3, 3, date_o.month) && Take(text_i, " ") &&
-         Take(text_i, isDigit, 4, 4, date_o.year) && Take(text_i, " ") &&
-         Take(text_i, isDigit, 2, 2, date_o.hour) && Take(text_i, ":") &&
-         Take(text_i, isDigit, 2, 2, date_o.minute) && Take(text_i, ":") &&
-         Take(text_i, isDigit, 2, 2, date_o.second) && Take(text_i, " ") &&
-         Take(text_i, IsSign, 0, 1, date_o.sign) && Take(text_i, IsOfAZone, 3, 4, date_o.zone);
-}
-
-bool FindDate(std::string_view text_i, DateText& date_o) {
-  for (; !text_i.empty(); text_i.remove_prefix(1)) {
-    if (BeginsWithDate(text_i, date_o)) return true;
-  }
-  return false;
-}
-
-bool IsTimeZone(DateText const& date_i) {
-  if (date_i.sign.empty() && date_i.zone == "GMT") return true;
-  return date_i.zone.size() == kTimeZoneDigits && std::ranges::all_of(date_i.zone, PLXStringUtility::IsDigit);
+bool IsTimeZone(std::string_view zone_i) {
+  if (zone_i == "GMT") return true;
+  if (!zone_i.empty() && IsSign(zone_i.front())) zone_i.remove_prefix(1);
+  return zone_i.size() == kTimeZoneDigits && std::ranges::all_of(zone_i, PLXStringUtility::IsDigit);
 }
 
 }  // namespace
@@ -112,17 +73,24 @@ void PLXTimestamp::Set(PLXString const& text_i) {
 }
 
 void PLXTimestamp::SetFromRFC1123(PLXString const& text_i, bool keepClockAsWritten_i) {
-  DateText date;
-  if (!FindDate(View(text_i), date) || (!keepClockAsWritten_i && !IsTimeZone(date))) return;
-  SetDateAndTime(ReadDecimal<PLXUInt16>(date.year), MonthFromName(date.month),
-                 ReadDecimal<PLXUInt8>(date.day), ReadDecimal<PLXUInt8>(date.hour),
-                 ReadDecimal<PLXUInt8>(date.minute), ReadDecimal<PLXUInt8>(date.second));
+  PLXRegExp expression(kRFC1123Expression);
+  if (!expression.Execute(text_i, 0) || expression.GetGroupCount() < kGroupCount) return;
+  auto const group = [&](RFC1123Group index_i) {
+    PLXUInt32 start = 0;
+    PLXUInt32 length = 0;
+    expression.GetGroup(index_i, start, length);
+    return View(text_i).substr(start, length);
+  };
+  std::string_view const zone = group(kZone);
+  if (!keepClockAsWritten_i && !IsTimeZone(zone)) return;
+  SetDateAndTime(ReadDecimal<PLXUInt16>(group(kYear)), MonthFromName(group(kMonth)),
+                 ReadDecimal<PLXUInt8>(group(kDay)), ReadDecimal<PLXUInt8>(group(kHour)),
+                 ReadDecimal<PLXUInt8>(group(kMinute)), ReadDecimal<PLXUInt8>(group(kSecond)));
   if (keepClockAsWritten_i) return;
 
   bool isPositive;
   PLXUInt8 hours, minutes;
-  PLXUInt32 const zoneLength = static_cast<PLXUInt32>(date.sign.size() + date.zone.size());
-  GetTimeZoneNumber(PLXString(date.sign.data(), zoneLength), isPositive, hours, minutes);
+  GetTimeZoneNumber(PLXString(zone.data(), static_cast<PLXUInt32>(zone.size())), isPositive, hours, minutes);
   if (isPositive) {
     SubtractHours(hours).SubtractMinutes(minutes);
   } else {
