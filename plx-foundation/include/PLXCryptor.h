@@ -4,11 +4,25 @@
 #include "PLXDataStream.h"
 #include "PLXString.h"
 
+// The symmetric ciphers of OpenPGP (RFC 4880, section 9.2), by their numbers in its packets. Any other number
+// of eight bits may come along.
+enum PGPSymmetricKeyAlgorithm : PLXUInt8 {
+  kPGPSymmetricKeyAlgorithm_Plaintext = 0,
+  kPGPSymmetricKeyAlgorithm_IDEA = 1,
+  kPGPSymmetricKeyAlgorithm_TripleDES = 2,
+  kPGPSymmetricKeyAlgorithm_CAST5 = 3,
+  kPGPSymmetricKeyAlgorithm_Blowfish = 4,
+  kPGPSymmetricKeyAlgorithm_AES128 = 7,
+  kPGPSymmetricKeyAlgorithm_AES192 = 8,
+  kPGPSymmetricKeyAlgorithm_AES256 = 9,
+  kPGPSymmetricKeyAlgorithm_Twofish = 10,
+};
+
 // Encodings that carry binary data through mail and HTTP: Base64 (RFC 2045, section 6.8) and quoted-printable
-// (section 6.7).
+// (section 6.7). And a cipher for what is to be kept from being read where it is stored.
 //
-// Static functions only, without state: any thread may call them on data of its own. None fails, whatever the
-// bytes. Time and memory are linear in the data.
+// Static functions only, without state: any thread may call them on data of its own. Time and memory are
+// linear in the data. An encoding never fails, whatever the bytes.
 class PLXCryptor {
  public:
   // ---- Base64 ----
@@ -38,4 +52,35 @@ class PLXCryptor {
   // either case are taken; any other byte after "=" counts as the digit 0. An "=" with fewer than two
   // characters after it in its line stays as text.
   static PLXString QuotedPrintableDecode(PLXString const& text_i);
+
+  // ---- CAST5 ----
+  // Data becomes a message of PLXCAST5 and the other way round, in place. Of the key the first 16 bytes
+  // count; a shorter one is filled up with zeros. The message does not tell the length of its content: the
+  // padding, spaces or zeros, comes back with it. Nor is it protected from being changed.
+  // Requires: data of less than PLXCAST5::kLongestContent bytes.
+  static void CAST5Cipher(PLXBuffer& data_io, void const* key_i, PLXUInt16 keyLength_i, bool padWithSpaces_i);
+  static void CAST5Cipher(PLXBuffer& data_io, PLXBuffer const& key_i, bool padWithSpaces_i);
+  // With a zero byte added to the data first.
+  static void CAST5CipherAddNull(PLXBuffer& data_io, void const* key_i, PLXUInt16 keyLength_i,
+                                 bool padWithSpaces_i);
+  // The data becomes whole blocks of eight bytes. They are zeros where a message was cut short, and all of
+  // them when the message is damaged at its start or the key is wrong. False, and the data stays, only for a
+  // message without content: 10 bytes or fewer.
+  static bool CAST5Decipher(PLXBuffer& data_io, void const* key_i, PLXUInt16 keyLength_i);
+  static bool CAST5Decipher(PLXBuffer& data_io, PLXBuffer const& key_i);
+
+  // The message, padded with zeros, as Base64 text with CR LF after every full line. Never the same text
+  // twice.
+  static void CREncrypt(PLXBuffer const& plain_i, PLXString& text_o, void const* key_i,
+                        PLXUInt16 keyLength_i);
+  static PLXString CREncrypt(PLXBuffer const& plain_i, void const* key_i, PLXUInt16 keyLength_i);
+  // False for a message without content, which the buffer then holds as it is; otherwise as CAST5Decipher.
+  static bool CRDecrypt(PLXString const& text_i, PLXBuffer& plain_o, void const* key_i,
+                        PLXUInt16 keyLength_i);
+
+  // The forms above for kPGPSymmetricKeyAlgorithm_CAST5; every other algorithm leaves the data as it is.
+  static void PGPSymmetricKeyEncrypt(PLXBuffer& data_io, PLXBuffer const& key_i,
+                                     PGPSymmetricKeyAlgorithm algorithm_i, bool padWithSpaces_i);
+  static void PGPSymmetricKeyDecrypt(PLXBuffer& data_io, PLXBuffer const& key_i,
+                                     PGPSymmetricKeyAlgorithm algorithm_i);
 };
