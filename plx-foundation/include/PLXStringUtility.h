@@ -1,12 +1,15 @@
 #pragma once
 
 #include "PLXString.h"
+#include "PLXStringID.h"
 #include "PLXTokenizedString.h"
+#include "TPLXNameValuePairList.h"
 
 class PLXFileSpecification;
 
 // Transformations of text for the web: URL and HTML encoding, backslash escapes, hexadecimal dumps, numbers
-// as text, the allow/deny check of an IPv4 address and the choice of a free file name.
+// as text, the allow/deny check of an IPv4 address, the choice of a free file name and the splitting of MIME
+// messages.
 //
 // Static functions only, without state: any thread may call them on strings of its own. Text is bytes; where
 // a byte means a letter beyond ASCII it is ISO 8859-1. Every function costs time linear in its text. What
@@ -91,4 +94,70 @@ class PLXStringUtility {
   // Moves the specification to a name that no file in its folder has, by a number before the extension:
   // report.txt, report1.txt, report2.txt and so on. False for an empty name. Requires: the folder exists.
   static bool FindAvailableFilename(PLXFileSpecification& file_io);
+
+  // ---- MIME messages (RFC 2046, section 5.1; RFC 2183) ----
+  // Mail and multipart forms, taken apart: texts of named parts go to a list, files to a folder. A part is
+  // `length_i` bytes from `start_i`, clamped to the message; its headers are given without the blank line.
+  // Malformed parts and files that cannot be stored are passed over without a word.
+  //
+  // A file, an attachment or an upload of a form, is stored when one of the regular expressions `patterns_i`
+  // is found in its name, when its part is no longer than `maximumSize_i` KiB (0 means no limit) and when
+  // `folder_i`, made where it is missing, is not empty. Base64 attachments are decoded; everything else is
+  // stored as it stands. A file appears under its name when it is complete, never in part. The name is the
+  // last component of the one in the message, with "_" for control characters and for a dot in front, at most
+  // 245 bytes with its extension kept, and with a number in it where files have it already. What the file
+  // holds is as its sender wished: a folder that a server shows must not be one whose files it runs.
+  //
+  // `results_io`, which may be null, gains for each file its part's name and the name of the file, and where
+  // the message had another that one as name + "_Original"; for other named parts name and text. Names ignore
+  // letter case. Form fields and files are taken only with a list.
+  //
+  // Multiparts within multiparts are taken apart to a depth of 100. One that is deeper, and one whose
+  // delimiters are not found, is a part like any other. Time is linear in the message for each depth.
+  typedef TPLXNameValuePairList<PLXStringID, PLXString> MessagePartList;
+
+  // Takes one part. False when there was nothing in it to take; also for a form's field, which is taken. A
+  // multipart answers as ParseMultipartMessage does.
+  static bool ParseMessagePart(PLXString const& message_i, PLXString const& headers_i, PLXUInt32 start_i,
+                               PLXUInt32 length_i, PLXString const& folder_i,
+                               PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i,
+                               MessagePartList* results_io);
+  // Takes the parts between the delimiters "--" + boundary, up to the last that "--" follows. False when
+  // there is none of those, or no boundary; otherwise the answer of the last part, true without parts. Parts
+  // from the first that has no blank line on are passed over.
+  static bool ParseMultipartMessage(PLXString const& message_i, PLXString const& boundary_i,
+                                    PLXUInt32 start_i, PLXUInt32 length_i, PLXString const& folder_i,
+                                    PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i,
+                                    MessagePartList* results_io);
+
+  // The same, and `body_io` becomes the text of the part, undecoded, when it is neither a form's field nor an
+  // attachment; a multipart counts as text, and is taken apart as well. `body_io` may be the message.
+  static bool ParseMessagePart_ReturnBody(PLXString const& message_i, PLXString const& headers_i,
+                                          PLXUInt32 start_i, PLXUInt32 length_i, PLXString const& folder_i,
+                                          PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i,
+                                          MessagePartList* results_io, PLXString& body_io);
+  // `body_o` becomes the body of the last part that has one. It is empty when there are only attachments, and
+  // the whole range as it was received when no part was found. `body_o` may be the message.
+  static bool ParseMultipartMessage_ReturnBody(PLXString const& message_i, PLXString const& boundary_i,
+                                               PLXUInt32 start_i, PLXUInt32 length_i,
+                                               PLXString const& folder_i,
+                                               PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i,
+                                               MessagePartList* results_io, PLXString& body_o);
+
+  // Puts up to `byteCount_io` bytes of a message into the buffer and says in `byteCount_io` how many. The
+  // message ends with false or 0 bytes; until then any number will do. Asked for at most 8192.
+  typedef bool (*MessageReadCallback)(void* buffer_o, PLXUInt32& byteCount_io, void* context_i);
+
+  // The same for a message that is read from a callback, and exactly with the results of the forms above.
+  // Reads no further than `start_i` + `length_i`, all of it before anything is stored, since the last
+  // delimiter decides; what is longer than 1 MiB waits in a temporary file. False, with nothing taken, when
+  // that has no room. What the callback throws is passed on, with nothing taken.
+  static bool ParseMessagePartStream(MessageReadCallback read_i, void* context_i, PLXString const& headers_i,
+                                     PLXUInt32 start_i, PLXUInt32 length_i, PLXString const& folder_i,
+                                     PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i,
+                                     MessagePartList* results_io);
+  static bool ParseMultipartMessageStream(MessageReadCallback read_i, void* context_i,
+                                          PLXString const& boundary_i, PLXUInt32 start_i, PLXUInt32 length_i,
+                                          PLXString const& folder_i, PLXTokenizedString const& patterns_i,
+                                          PLXUInt32 maximumSize_i, MessagePartList* results_io);
 };
