@@ -8,6 +8,14 @@
 
 namespace {
 
+// A module may say of its output that it is not to be looked at again, which it never is.
+std::string_view WithoutMarks(std::string_view html_i) {
+  constexpr std::string_view kStart = "<plxDoNotProcess>";
+  constexpr std::string_view kEnd = "</plxDoNotProcess>";
+  if (!html_i.starts_with(kStart) || !html_i.ends_with(kEnd)) return html_i;
+  return html_i.substr(kStart.size(), html_i.size() - kStart.size() - kEnd.size());
+}
+
 std::string_view const kProblemBox_Begin =
     "<div role=\"alert\" style=\"all:initial;display:block;box-sizing:border-box;max-width:48em;margin:1em 0;"
     "padding:.75em 1em;border:1px solid #b3261e;border-left-width:6px;border-radius:4px;background:#fdeceb;"
@@ -196,11 +204,10 @@ class Renderer {
 
   void Finish(PLXTagOccurrence const& tag_i, std::string& html_io) {
     PLXTagOutcome const outcome = myTags.Process(tag_i, myContext);
-    if (outcome.hasProblem) {
-      AppendProblemBox(outcome.problem, outcome.remedy, html_io);
-      return;
-    }
-    html_io.append(outcome.html);
+    if (outcome.hasProblem) AppendProblemBox(outcome.problem, outcome.remedy, html_io);
+    // A tag that succeeded in spite of a problem has both to show.
+    if (outcome.hasProblem && outcome.result != 0) return;
+    html_io.append(WithoutMarks(outcome.html));
     if (outcome.result != 0) {
       PLXLog::Warning("<" + tag_i.name + "> returned " + PLXCodeText(outcome.result) +
                       " without a reason at " + myContext.file.native() + ":" + std::to_string(tag_i.line));

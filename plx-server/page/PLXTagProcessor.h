@@ -38,7 +38,8 @@ struct PLXTagOccurrence {
 struct PLXTagOutcome {
   std::uint32_t result = 0;
   std::string html;
-  bool hasProblem = false;  // then problem and remedy, both HTML, take the place of the output
+  // Then problem and remedy, both HTML, stand before the output when the result is 0, else in its place.
+  bool hasProblem = false;
   std::string problem;
   std::string remedy;
 };

@@ -23,7 +23,8 @@ class FakeTags : public PLXTagProcessor {
         {"plxOther", {"plxOther", kPLXTagFlag_EnclosesBody}},
         {"plxTagged", {"plxTagged", kPLXTagFlag_StandsAlone}},
         {"plxSet", {"plxSet", kPLXTagFlag_StandsAlone}},
-        {"plxFails", {"plxFails", kPLXTagFlag_StandsAlone}}};
+        {"plxFails", {"plxFails", kPLXTagFlag_StandsAlone}},
+        {"plxWarns", {"plxWarns", kPLXTagFlag_StandsAlone}}};
     auto const found = ourTags.find(name_i);
     return found == ourTags.end() ? nullptr : &found->second;
   }
@@ -34,8 +35,9 @@ class FakeTags : public PLXTagProcessor {
       outcome.html = "<plxShow>&plxPost.name;";
     } else if (tag_i.name == "plxSet") {
       context_io.variables.push_back(tag_i.parameters.at(0));
-    } else if (tag_i.name == "plxFails") {
-      outcome.html = "never seen";
+    } else if (tag_i.name == "plxFails" || tag_i.name == "plxWarns") {
+      outcome.html = "<plxDoNotProcess>&plxPost.name;</plxDoNotProcess>";
+      outcome.result = tag_i.name == "plxFails" ? 1 : 0;
       outcome.hasProblem = true;
       outcome.problem = "It is <b>broken</b>.";
       outcome.remedy = "Mend it.";
@@ -211,7 +213,9 @@ TEST_F(PLXPageText, ShowsAFaultInItsPlaceAndGoesOn) {
 TEST_F(PLXPageText, BoxesAProblemInPlaceOfTheOutput) {
   std::string const html = Rendered("a<plxFails>b<plxShow>");
   EXPECT_EQ(html, "a" + ProblemBox("It is <b>broken</b>.", "Mend it.") + "b[]");
-  EXPECT_THAT(html, Not(HasSubstr("never seen")));
+  EXPECT_EQ(Rendered("a<plxWarns>b"),
+            "a" + ProblemBox("It is <b>broken</b>.", "Mend it.") + "&plxPost.name;b")
+      << "what succeeded in spite of a problem has both to show";
   EXPECT_EQ(Rendered("<plxWrap><plxFails></plxWrap>"),
             "{" + ProblemBox("It is <b>broken</b>.", "Mend it.") + "}");
 }
