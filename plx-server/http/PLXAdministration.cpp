@@ -172,29 +172,29 @@ PLXResponse PLXAdministration::Answer(PLXRequest const& request_i, PLXSites cons
   return response;
 }
 
-// A closed address is told so before its password is looked at: a guess costs nothing but the answer.
+// Who is slowed down is told so before the password is looked at: a guess costs nothing but the answer.
 bool PLXAdministration::MayEnter(PLXRequest const& request_i, PLXResponse& refusal_o) {
   if (myLogins.IsEmpty()) {
     refusal_o = Closed();
-    return false;
-  }
-  if (auto const wait = myThrottle.Wait(request_i.remoteAddress); wait.count() > 0) {
-    refusal_o = ErrorPage(429, "Too many logins have failed. Please wait a little and try again.");
-    refusal_o.SetHeader("Retry-After", std::to_string(wait.count()));
     return false;
   }
   if (!request_i.hasCredentials) {
     refusal_o = Unauthorized();
     return false;
   }
+  PLXLoginThrottle::Attempt const attempt{request_i.remoteAddress, "", request_i.user};
+  if (auto const wait = myThrottle.Wait(attempt); wait.count() > 0) {
+    refusal_o = TooManyLogins(wait);
+    return false;
+  }
   if (!myLogins.Verify(request_i.user, request_i.password)) {
-    myThrottle.Failed(request_i.remoteAddress);
+    myThrottle.Failed(attempt);
     PLXLog::Warning("login to the administration failed from " + request_i.remoteAddress + ", user \"" +
                     request_i.user.substr(0, 255) + "\"");
     refusal_o = Unauthorized();
     return false;
   }
-  myThrottle.Succeeded(request_i.remoteAddress);
+  myThrottle.Succeeded(attempt);
   if (request_i.method == "POST" && !IsFromOwnPage(request_i)) {
     PLXLog::Warning("a change to the administration was refused: it came from another site's page, client " +
                     request_i.remoteAddress);

@@ -107,6 +107,7 @@ class PLXServer : public PLXRequestHandler {
   PLXResponse AnswerPlan(PLXRequest& request_io, Plan const& plan_i);
   bool MayEnter(PLXRequest const& request_i, Plan const& plan_i, PLXResponse& refusal_o);
   PLXResponse AnswerPage(PLXRequest const& request_i, Plan const& plan_i);
+  void CountPageLogin(PLXLoginThrottle::Attempt const& attempt_i, PLXPageContext const& context_i);
   PLXResponse AnswerAction(PLXRequest const& request_i, Plan const& plan_i);
   PLXLoginStore& LoginsOf(PLXRegion const& region_i);
 
@@ -120,7 +121,7 @@ class PLXServer : public PLXRequestHandler {
   std::unique_ptr<PLXModuleHost> myModules;
   std::unique_ptr<PLXPageCache> myPages;
   PLXActiveRequests myActive;
-  PLXLoginThrottle myThrottle;  // of region logins
+  PLXLoginThrottle myThrottle;  // of logins to regions and to pages
   std::unique_ptr<PLXAdministration> myAdministration;
   std::atomic<PLXListener*> myListener{nullptr};
 

@@ -349,16 +349,17 @@ PLXResponse PLXServer::AnswerPlan(PLXRequest& request_io, Plan const& plan_i) {
 
 bool PLXServer::MayEnter(PLXRequest const& request_i, Plan const& plan_i, PLXResponse& refusal_o) {
   if (!plan_i.region->RequiresLogin()) return true;
-  if (auto const wait = myThrottle.Wait(request_i.remoteAddress); wait.count() > 0) {
-    refusal_o = ErrorPage(429, "Too many logins have failed. Please wait a little and try again.");
-    refusal_o.SetHeader("Retry-After", std::to_string(wait.count()));
+  std::string const realm = plan_i.region->Key();
+  PLXLoginThrottle::Attempt const attempt{request_i.remoteAddress, realm, request_i.user};
+  if (auto const wait = myThrottle.Wait(attempt); wait.count() > 0) {
+    refusal_o = TooManyLogins(wait);
     return false;
   }
   if (request_i.hasCredentials && LoginsOf(*plan_i.region).Verify(request_i.user, request_i.password)) {
-    myThrottle.Succeeded(request_i.remoteAddress);
+    myThrottle.Succeeded(attempt);
     return true;
   }
-  myThrottle.Failed(request_i.remoteAddress);
+  myThrottle.Failed(attempt);
   PLXLog::Warning("login to region " + plan_i.region->Key() + " failed from " + request_i.remoteAddress +
                   ", user " + Quoted(request_i.user));
   refusal_o = Unauthorized(*plan_i.region);
@@ -373,6 +374,12 @@ PLXLoginStore& PLXServer::LoginsOf(PLXRegion const& region_i) {
 }
 
 PLXResponse PLXServer::AnswerPage(PLXRequest const& request_i, Plan const& plan_i) {
+  // Users of modules are others than those of the region's logins, even where the names are equal.
+  std::string const realm = plan_i.region->Key() + " pages";
+  PLXLoginThrottle::Attempt const attempt{request_i.remoteAddress, realm, request_i.user};
+  if (request_i.hasCredentials) {
+    if (auto const wait = myThrottle.Wait(attempt); wait.count() > 0) return TooManyLogins(wait);
+  }
   auto const page = myPages->Get(plan_i.file);
   if (!page) {
     std::error_code error;
@@ -388,8 +395,22 @@ PLXResponse PLXServer::AnswerPage(PLXRequest const& request_i, Plan const& plan_
                          response,     plan_i.file,    plan_i.scriptName,
                          {},           trace,          myRecords.get()};
   response.body = RenderPage(*page, *myModules, context);
+  if (request_i.hasCredentials) CountPageLogin(attempt, context);
   if (!response.HasHeader("Content-Type")) response.SetHeader("Content-Type", "text/html");
   return response;
+}
+
+// A module may keep users of its own and answers 401 to who is none of them: of its check only the answer is
+// seen. A page on which nobody looked at the password proves no user, or it would clear a guesser's failures.
+void PLXServer::CountPageLogin(PLXLoginThrottle::Attempt const& attempt_i, PLXPageContext const& context_i) {
+  if (context_i.response.status != 401) {
+    if (context_i.passwordWasRead) myThrottle.Succeeded(attempt_i);
+    return;
+  }
+  myThrottle.Failed(attempt_i);
+  PLXLog::Warning("login to " + context_i.scriptName + " of region " + context_i.region.Key() +
+                  " failed from " + context_i.request.remoteAddress + ", user " +
+                  Quoted(context_i.request.user));
 }
 
 PLXResponse PLXServer::AnswerAction(PLXRequest const& request_i, Plan const& plan_i) {

@@ -89,6 +89,12 @@ PLXResponse ErrorPage(int status_i, std::string_view sentence_i, std::uint64_t r
   return response;
 }
 
+PLXResponse TooManyLogins(std::chrono::seconds wait_i) {
+  PLXResponse response = ErrorPage(429, "Too many logins have failed. Please wait a little and try again.");
+  response.SetHeader("Retry-After", std::to_string(wait_i.count()));
+  return response;
+}
+
 std::string_view StatusPhrase(int status_i) {
   struct Phrase {
     int status;

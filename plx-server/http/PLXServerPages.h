@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,9 @@ std::string ServerPage(std::string_view title_i, std::string_view bodyHTML_i,
 // An error page with this status; both texts are plain, nothing of them becomes markup. With an id the reader
 // is told under which number the log has the details.
 PLXResponse ErrorPage(int status_i, std::string_view sentence_i, std::uint64_t requestID_i = 0);
+
+// The answer to a login that is not looked at before so many seconds have passed: 429 with Retry-After.
+PLXResponse TooManyLogins(std::chrono::seconds wait_i);
 
 // The standard phrase of a status (RFC 9110), "Error" for one that has none here.
 std::string_view StatusPhrase(int status_i);

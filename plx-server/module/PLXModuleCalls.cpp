@@ -314,6 +314,7 @@ PLXUInt32 PLXModuleHost::Connection::GetCGIVariable(Call& call_io) {
   // A module finds the password of Basic credentials here and checks it with 'MVDL'; a page never sees it.
   if (EqualIgnoringCase(call_io.in[0], "AUTH_TYPE")) {
     if (!myEvent.context->request.hasCredentials) return kPLXResult_NotFound;
+    myEvent.context->passwordWasRead = true;
     call_io.out[0] = myEvent.context->request.password;
     return kPLXResult_Success;
   }

@@ -24,6 +24,7 @@ struct PLXPageContext {
   std::vector<PLXNameValue> variables;  // page variables, set by tags; names compare ignoring case
   bool trace = false;
   PLXRecordEngine* records = nullptr;  // what <plxRecords> shows
+  bool passwordWasRead = false;        // a module has asked for the visitor's password
 };
 
 // One tag as it stands in a page, its values already put in.

@@ -73,6 +73,8 @@ class PLXServerRequests : public testing::Test {
     Write(root / "staff/page.html", "staff page");
     Write(root / "staff/list.txt", "staff list");
     Write(folder / "secret.txt", "secret");
+    Write(root / "plxEmailClient Data/ada/Inbox.html", "secret");
+    Write(root / "sub/PLXEMAILCLIENT data/inbox.txt", "secret");
     fs::create_symlink(folder / "secret.txt", root / "leak.txt");
     fs::create_directory_symlink("files", root / "alias");
 
@@ -219,11 +221,18 @@ TEST_F(PLXServerRequests, FindsPageFileOrRefusalByPathAndMethod) {
 }
 
 TEST_F(PLXServerRequests, LetsNobodyOutOfTheSite) {
-  char const* const targets[] = {
-      "/../secret.txt",         "/%2e%2e/secret.txt",  "/sub/%2e%2e%2f%2e%2e%2fsecret.txt",
-      "/%252e%252e/secret.txt", "/..%5csecret.txt",    "/leak.txt",
-      "/data.txt%00.html",      "/sub/..;/secret.txt", "/.hidden",
-      "/files/../../secret.txt"};
+  char const* const targets[] = {"/../secret.txt",
+                                 "/%2e%2e/secret.txt",
+                                 "/sub/%2e%2e%2f%2e%2e%2fsecret.txt",
+                                 "/%252e%252e/secret.txt",
+                                 "/..%5csecret.txt",
+                                 "/leak.txt",
+                                 "/data.txt%00.html",
+                                 "/sub/..;/secret.txt",
+                                 "/.hidden",
+                                 "/files/../../secret.txt",
+                                 "/plxEmailClient%20Data/ada/Inbox.html",
+                                 "/sub/PLXEMAILCLIENT data/inbox.txt"};
   for (char const* const target : targets) {
     SCOPED_TRACE(target);
     Outcome const outcome = Get(target);
@@ -372,20 +381,131 @@ TEST_F(PLXServerRequests, AsksForTheRegionsLoginBeforeAnythingElse) {
   EXPECT_EQ(range.response.fileLength, 4u);
 }
 
-TEST(PLXLoginThrottle, ClosesAnAddressForLongerAndLonger) {
+// A page whose module keeps users of its own.
+TEST_F(PLXServerRequests, SlowsWhoAModuleRefuses) {
+  Write(root / "mail.html", "<plxProbe call=MCGI in=AUTH_TYPE out=32 quiet>in");
+  Write(root / "mail-no.html",
+        "<plxProbe call=MCGI in=AUTH_TYPE out=32 quiet><plxProbe call=MHRS in=401 in=No>out");
+  auto const ask = [&](char const* target_i, char const* user_i, char const* address_i = "192.0.2.7") {
+    PLXRequest request = Request("GET", target_i);
+    LogIn(request, user_i, "s3cret");
+    request.remoteAddress = address_i;
+    return Ask(request);
+  };
+  for (int round = 0; round < 3; ++round) {
+    for (int slip = 0; slip < 4; ++slip) EXPECT_EQ(ask("/mail-no.html", "ada").Status(), 401);
+    EXPECT_EQ(ask("/mail.html", "ada").Status(), 200) << "a success takes its user's slips back";
+  }
+  for (char const* const user : {"a", "b", "c", "d"}) EXPECT_EQ(ask("/mail-no.html", user).Status(), 401);
+  EXPECT_EQ(ask("/page.html", "d").Status(), 200);
+  EXPECT_EQ(ask("/mail-no.html", "d").Status(), 401) << "a page that asks for no password proves no user";
+  Outcome const later = ask("/mail.html", "e");
+  EXPECT_EQ(later.Status(), 429);
+  EXPECT_EQ(HeaderOf(later.response, "Retry-After"), "1");
+  EXPECT_THAT(later.response.body, Not(HasSubstr("in</"))) << "the page does not run";
+  EXPECT_EQ(ask("/mail.html", "ada").Status(), 200) << "others at the address do not keep a known user out";
+  EXPECT_EQ(ask("/mail.html", "e", "192.0.2.8").Status(), 200);
+  EXPECT_EQ(Get("/mail-no.html").Status(), 401) << "no login, no attempt";
+  server.reset();
+  std::string const log = Read(configuration.state / "logs/server.log");
+  EXPECT_THAT(log, HasSubstr("login to /mail-no.html of region demo/main failed from 192.0.2.7, user \"d\""));
+  EXPECT_THAT(log, Not(HasSubstr("s3cret")));
+}
+
+// ---- Login throttle
+// ----------------------------------------------------------------------------------------------
+
+class PLXLoginThrottling : public testing::Test {
+ protected:
+  using Attempt = PLXLoginThrottle::Attempt;
+  long Wait(Attempt const& attempt_i) { return throttle.Wait(attempt_i, now).count(); }
+  void Fail(Attempt const& attempt_i, int times_i = 1) {
+    for (int failure = 0; failure < times_i; ++failure) throttle.Failed(attempt_i, now);
+  }
+  void Succeed(Attempt const& attempt_i) { throttle.Succeeded(attempt_i, now); }
+  static std::string Address(int number_i) {
+    return "10.0." + std::to_string(number_i / 256) + "." + std::to_string(number_i % 256);
+  }
+
   PLXLoginThrottle throttle;
-  auto now = PLXLoginThrottle::Clock::now();
-  for (int failure = 0; failure < 4; ++failure) throttle.Failed("192.0.2.1", now);
-  EXPECT_EQ(throttle.Wait("192.0.2.1", now).count(), 0) << "a few slips are free";
+  PLXLoginThrottle::Clock::time_point now = PLXLoginThrottle::Clock::now();
+  Attempt const ada{"192.0.2.1", "mail", "ada"};
+  Attempt const adaElsewhere{"192.0.2.99", "mail", "ada"};
+};
+
+TEST_F(PLXLoginThrottling, ClosesAnAddressWhateverNamesItTries) {
+  for (char const* const user : {"a", "b", "c", "d"}) Fail({"192.0.2.1", "mail", user});
+  EXPECT_EQ(Wait(ada), 0) << "a few slips are free";
   for (long const expected : {1, 2, 4, 8, 16, 30, 30}) {
-    throttle.Failed("192.0.2.1", now);
-    EXPECT_EQ(throttle.Wait("192.0.2.1", now).count(), expected);
+    Fail({"192.0.2.1", "mail", std::to_string(expected)});
+    EXPECT_EQ(Wait(ada), expected);
   }
-  EXPECT_EQ(throttle.Wait("192.0.2.2", now).count(), 0);
+  EXPECT_EQ(Wait(adaElsewhere), 0);
+  now += std::chrono::seconds(30);
+  EXPECT_EQ(Wait(ada), 0);
+  now += std::chrono::minutes(10);
+  Fail(ada, 4);
+  EXPECT_EQ(Wait(ada), 0) << "failures are forgotten";
+
+  for (char const* const host : {"1", "2", "3:4:5", "a", "b"}) {
+    Fail({std::string("2001:db8:0:1::") + host, "mail", host});
+  }
+  EXPECT_EQ(Wait({"2001:db8:0:1::ffff", "mail", "ada"}), 1) << "a network of IPv6 is one address";
+  EXPECT_EQ(Wait({"2001:db8:0:2::1", "mail", "ada"}), 0);
+}
+
+TEST_F(PLXLoginThrottling, ClosesANameWhateverAddressesTryIt) {
+  for (int address = 0; address < 19; ++address)
+    Fail({Address(address), "mail", address % 2 ? "ada" : "Ada"});
+  EXPECT_EQ(Wait(adaElsewhere), 0);
+  Fail({Address(19), "mail", "ADA"});
+  EXPECT_EQ(Wait(adaElsewhere), 1);
+  EXPECT_EQ(Wait({"192.0.2.99", "mail", "bob"}), 0);
+  EXPECT_EQ(Wait({"192.0.2.99", "staff", "ada"}), 0) << "a user of another realm";
+  Fail({Address(20), "mail", "ada"}, 30);
+  EXPECT_EQ(Wait(adaElsewhere), 30) << "never for longer";
+}
+
+TEST_F(PLXLoginThrottling, LetsAKnownUserInWhoseOwnAttemptsAreGood) {
+  Succeed(ada);
+  for (int address = 0; address < 100; ++address) Fail({Address(address), "mail", "ada"});
+  Fail({"192.0.2.1", "mail", "bob"}, 100);
+  EXPECT_EQ(Wait(adaElsewhere), 30);
+  EXPECT_EQ(Wait({"192.0.2.1", "mail", "eve"}), 30);
+  EXPECT_EQ(Wait(ada), 0) << "neither its name nor its address keeps it out";
+  Fail(ada, 5);
+  EXPECT_EQ(Wait(ada), 1) << "who guesses at its own address does";
+  now += std::chrono::hours(25);
+  Fail({"192.0.2.1", "mail", "bob"}, 5);
+  EXPECT_EQ(Wait(ada), 1) << "a day later it is a stranger";
+}
+
+TEST_F(PLXLoginThrottling, TakesBackOnlyWhatTheUserFailed) {
+  Attempt const own{"192.0.2.1", "mail", "eve"};
+  for (int guess = 0; guess < 4; ++guess) {
+    Fail(ada);
+    Fail(own);
+    Succeed(own);
+  }
+  now += std::chrono::seconds(1);
+  EXPECT_EQ(Wait(ada), 0);
+  Fail(ada);
+  EXPECT_EQ(Wait(ada), 1) << "a login of one's own clears no guesses";
+  EXPECT_EQ(Wait(own), 0);
+}
+
+TEST_F(PLXLoginThrottling, RemembersABoundedNumber) {
+  Succeed(ada);
+  Fail(adaElsewhere, 12);
   for (int address = 0; address < 10000; ++address) {
-    throttle.Failed(std::to_string(address), now += std::chrono::milliseconds(1));
+    now += std::chrono::milliseconds(1);
+    Fail({Address(address), "mail", std::string(100000, 'x') + std::to_string(address)});
   }
-  EXPECT_EQ(throttle.Wait("192.0.2.1", now).count(), 0) << "what is remembered is bounded";
+  EXPECT_EQ(Wait(adaElsewhere), 0);
+  EXPECT_EQ(Wait({"192.0.2.99", "mail", std::string(300, 'x')}), 30)
+      << "of a name that is too long the start counts";
+  Fail({"192.0.2.1", "mail", "bob"}, 5);
+  EXPECT_EQ(Wait(ada), 0) << "no number of failures pushes a known user out";
 }
 
 // ---- Administration
