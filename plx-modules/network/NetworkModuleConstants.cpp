@@ -66,3 +66,18 @@ PLX_STRING_CONSTANT(kSendMailPreference_MailServerName, "mailServerName");
 PLX_STRING_CONSTANT(kSendMailPreference_ReturnGMTOffsetByDefault, "returnGMTOffsetByDefault");
 PLX_STRING_CONSTANT(kSendMailPreference_GMTOffset, "gmtOffset");
 PLX_STRING_CONSTANT(kSendMailUseMailServer_Never, "never");
+
+PLX_STRING_ID_CONSTANT(kEmailClientParameter_Mode, "mode");
+PLX_STRING_ID_CONSTANT(kEmailClientParameter_Username, "username");
+PLX_STRING_ID_CONSTANT(kEmailClientParameter_Password, "password");
+PLX_STRING_ID_CONSTANT(kEmailClientParameter_NewPassword, "newPassword");
+PLX_STRING_ID_CONSTANT(kEmailClientParameter_DisplayLimit, "displayLimit");
+PLX_STRING_ID_CONSTANT(kEmailClientParameter_ODBCDataSource, "odbcDataSource");
+PLX_STRING_ID_CONSTANT(kEmailClientParameter_ODBCUsername, "odbcUsername");
+PLX_STRING_ID_CONSTANT(kEmailClientParameter_ODBCPassword, "odbcPassword");
+PLX_STRING_ID_CONSTANT(kEmailClientMode_Client, "client");
+PLX_STRING_ID_CONSTANT(kEmailClientMode_Admin, "admin");
+PLX_STRING_ID_CONSTANT(kEmailClientMode_AddUser, "addUser");
+PLX_STRING_ID_CONSTANT(kEmailClientMode_DeleteUser, "deleteUser");
+PLX_STRING_ID_CONSTANT(kEmailClientMode_QueryUser, "queryUser");
+PLX_STRING_ID_CONSTANT(kEmailClientMode_ChangePassword, "changePassword");

@@ -89,3 +89,19 @@ extern PLXString const& kSendMailPreference_MailServerName;
 extern PLXString const& kSendMailPreference_ReturnGMTOffsetByDefault;
 extern PLXString const& kSendMailPreference_GMTOffset;
 extern PLXString const& kSendMailUseMailServer_Never;
+
+// ---- plxEmailClient
+extern PLXStringID const& kEmailClientParameter_Mode;
+extern PLXStringID const& kEmailClientParameter_Username;
+extern PLXStringID const& kEmailClientParameter_Password;
+extern PLXStringID const& kEmailClientParameter_NewPassword;
+extern PLXStringID const& kEmailClientParameter_DisplayLimit;
+extern PLXStringID const& kEmailClientParameter_ODBCDataSource;
+extern PLXStringID const& kEmailClientParameter_ODBCUsername;
+extern PLXStringID const& kEmailClientParameter_ODBCPassword;
+extern PLXStringID const& kEmailClientMode_Client;
+extern PLXStringID const& kEmailClientMode_Admin;
+extern PLXStringID const& kEmailClientMode_AddUser;
+extern PLXStringID const& kEmailClientMode_DeleteUser;
+extern PLXStringID const& kEmailClientMode_QueryUser;
+extern PLXStringID const& kEmailClientMode_ChangePassword;

@@ -31,7 +31,8 @@ PLX_STRING_CONSTANT(kEmailClient_InboxName, "Inbox");
 
 PLX_STRING_CONSTANT(kEmailClientPreference_AdminUsername, "EmailClient_AdminUsername");
 PLX_STRING_CONSTANT(kEmailClientPreference_AdminPassword, "EmailClient_AdminPassword");
-PLX_STRING_CONSTANT(kEmailClientPreference_AdminPasswordVerification, "EmailClient_AdminPasswordVerification");
+PLX_STRING_CONSTANT(kEmailClientPreference_AdminPasswordVerification,
+                    "EmailClient_AdminPasswordVerification");
 PLX_STRING_CONSTANT(kEmailClientPreference_POPServer, "EmailClient_POPServer");
 PLX_STRING_CONSTANT(kEmailClientPreference_SMTPServer, "EmailClient_STMPServer");
 PLX_STRING_CONSTANT(kEmailClientPreference_MaxAttachmentSize, "EmailClient_MaxAttachmentSize");
@@ -98,7 +99,8 @@ static PLXString EmailClient_GetCGI(_PLXAPI_ModuleProcessingInfo* info_i, char c
 
 // The action that a button of the page's form was pressed for: its name is the prefix and the code in base
 // 36. `fallback_i` is what counts when there is none.
-static PLXUInt32 EmailClient_GetPostedAction(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& fallback_i) {
+static PLXUInt32 EmailClient_GetPostedAction(_PLXAPI_ModuleProcessingInfo* info_i,
+                                             PLXString const& fallback_i) {
   PLXString form(fallback_i);
   PLXString name;
   PLXString value;
@@ -208,7 +210,8 @@ static PLXString EmailClient_GetText(_PLXAPI_ModuleProcessingInfo* info_i, PLXUI
   return PLXGlueDBGetLongTextFieldValue(info_i, database_i, field_i);
 }
 
-static PLXUInt32 EmailClient_GetActivePersonality(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i) {
+static PLXUInt32 EmailClient_GetActivePersonality(_PLXAPI_ModuleProcessingInfo* info_i,
+                                                  PLXUInt32 database_i) {
   PLXSInt32 const index =
       PLXGlueDBGetIntegerFieldValue(info_i, database_i, kEmailClientField_ActivePersonality);
   return index < 0 ? 0 : static_cast<PLXUInt32>(index);
