@@ -139,20 +139,22 @@ TEST(NetworkModulePreferences, ShowABoxForEachTag) {
   EXPECT_EQ(Send(host, kPLXEvent_GetPreferences), 0u);
   EXPECT_THAT(
       host.output,
-      testing::StartsWith("<table width=\"100%\" border=\"2\" cellspacing=\"1\" cellpadding=\"4\" align=\"center\">"
-      "\r\n<tr>\r\n<td>"
-      "\r\n<table width=\"95%\" border=\"0\" cellspacing=\"0\" cellpadding=\"1\" align=\"center\">"
-      "\r\n<tr><td colspan=\"3\">Deselect any PLX tags that should be disabled for this "
-      "region.<br><br></td></tr>"
-      "\r\n<tr>"
-      "<td width=\"33%\"><input type=\"checkbox\" name=\"plxEmailClient\" value=\"yes\" "
-      "CHECKED>plxEmailClient</td>"
-      "<td width=\"33%\"><input type=\"checkbox\" name=\"plxIncludeHTTP\" value=\"yes\" "
-      "CHECKED>plxIncludeHTTP</td>"
-      "<td width=\"33%\"><input type=\"checkbox\" name=\"plxPOP\" value=\"yes\">plxPOP</td></tr>"
-      "\r\n<tr><td width=\"33%\"><input type=\"checkbox\" name=\"plxSendMail\" value=\"yes\">plxSendMail</td>"
-      "<td width=\"33%\">&nbsp;</td><td width=\"33%\">&nbsp;</td></tr>"
-      "\r\n</table>\r\n</td>\r\n</tr>\r\n<tr>\r\n<td>"));
+      testing::StartsWith(
+          "<table width=\"100%\" border=\"2\" cellspacing=\"1\" cellpadding=\"4\" align=\"center\">"
+          "\r\n<tr>\r\n<td>"
+          "\r\n<table width=\"95%\" border=\"0\" cellspacing=\"0\" cellpadding=\"1\" align=\"center\">"
+          "\r\n<tr><td colspan=\"3\">Deselect any PLX tags that should be disabled for this "
+          "region.<br><br></td></tr>"
+          "\r\n<tr>"
+          "<td width=\"33%\"><input type=\"checkbox\" name=\"plxEmailClient\" value=\"yes\" "
+          "CHECKED>plxEmailClient</td>"
+          "<td width=\"33%\"><input type=\"checkbox\" name=\"plxIncludeHTTP\" value=\"yes\" "
+          "CHECKED>plxIncludeHTTP</td>"
+          "<td width=\"33%\"><input type=\"checkbox\" name=\"plxPOP\" value=\"yes\">plxPOP</td></tr>"
+          "\r\n<tr><td width=\"33%\"><input type=\"checkbox\" name=\"plxSendMail\" "
+          "value=\"yes\">plxSendMail</td>"
+          "<td width=\"33%\">&nbsp;</td><td width=\"33%\">&nbsp;</td></tr>"
+          "\r\n</table>\r\n</td>\r\n</tr>\r\n<tr>\r\n<td>"));
   EXPECT_THAT(host.output, testing::EndsWith("\r\n</td>\r\n</tr>\r\n</table>"));
 }
 
@@ -161,8 +163,9 @@ TEST(NetworkModulePreferences, StoreWhatIsSwitchedOff) {
   host.preferences = {{"plxSendMail", "no"}, {"plxIncludeHTTP", "yes"}, {"other", "stays"}};
   host.postArguments = {{"plxSendMail", "yes"}, {"plxEmailClient", "no"}, {"plxPOP", ""}};
   EXPECT_EQ(Send(host, kPLXEvent_SetPreferences), 0u);
-  EXPECT_THAT(host.preferences, testing::IsSupersetOf(std::map<std::string, std::string>{
-                                    {"plxEmailClient", "no"}, {"plxIncludeHTTP", "no"}, {"plxPOP", "no"}, {"other", "stays"}}));
+  EXPECT_THAT(host.preferences,
+              testing::IsSupersetOf(std::map<std::string, std::string>{
+                  {"plxEmailClient", "no"}, {"plxIncludeHTTP", "no"}, {"plxPOP", "no"}, {"other", "stays"}}));
   EXPECT_FALSE(host.preferences.contains("plxSendMail"));
   EXPECT_EQ(host.output, "");
 }

@@ -59,8 +59,8 @@ static PLXUInt32 EmailClient_Mail_GetMailboxFileSpecPtrs(_PLXAPI_ModuleProcessin
   return kPLXResult_Success;
 }
 
-static PLXString EmailClient_Mail_GetHeader(PLXTokenizedString const& headerLines_i,
-                                            PLXString const& name_i) {
+[[maybe_unused]] static PLXString EmailClient_Mail_GetHeader(PLXTokenizedString const& headerLines_i,
+                                                             PLXString const& name_i) {
   return EmailClient_Mailbox::GetHeader(headerLines_i, name_i);
 }
 
@@ -107,8 +107,10 @@ static std::unique_ptr<EmailClient_Mailbox> EmailClient_Mail_OpenMailbox(_PLXAPI
 // ---- Actions ----
 
 // Stores a message unless the mailbox has one with its subject and date.
-static PLXUInt32 EmailClient_Action_AddMessage(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i,
-                                               PLXString const& mailbox_i, PLXString const& message_i) {
+[[maybe_unused]] static PLXUInt32 EmailClient_Action_AddMessage(_PLXAPI_ModuleProcessingInfo* info_i,
+                                                                PLXUInt32 database_i,
+                                                                PLXString const& mailbox_i,
+                                                                PLXString const& message_i) {
   PLXUInt32 result = kPLXResult_Success;
   auto const mailbox =
       EmailClient_Mail_OpenMailbox(info_i, database_i, mailbox_i, kPLXFilePermission_ReadWrite, result);
