@@ -57,8 +57,10 @@ static PLXUInt32 EmailClient_RunAdmin_GetAction(_PLXAPI_ModuleProcessingInfo* in
 // ---- Markup ----
 
 // A form takes bytes as they were shown, whatever the character set of the page around it.
-static void EmailClient_RunAdmin_AppendFormStart(PLXString const& label_i, PLXString& html_io) {
-  html_io.Append("\r\n<form method=\"post\" accept-charset=\"ISO-8859-1\" aria-label=\"");
+static void EmailClient_RunAdmin_AppendFormStart(PLXString const& label_i, PLXString& html_io,
+                                                 char const* style_i = "margin: 0") {
+  html_io.Append("\r\n<form method=\"post\" accept-charset=\"ISO-8859-1\" style=\"").Append(style_i);
+  html_io.Append("\" aria-label=\"");
   EmailClient_AppendEncoded(label_i, html_io);
   html_io.Append("\">");
 }
@@ -137,25 +139,29 @@ static PLXUInt32 EmailClient_RunAdmin_SaveOptions(_PLXAPI_ModuleProcessingInfo* 
 
 // ---- The list of users ----
 
-// The rows are tables of their own, because a form cannot begin in one cell and end in another.
+// A form cannot begin in one cell and end in another: it has the row to itself and lays out the columns.
 static void EmailClient_RunAdmin_AppendRowStart(char const* color_i, PLXString const& label_i,
                                                 PLXString& html_io) {
   html_io.Append("\r\n<tr bgcolor=\"").Append(color_i).Append("\"><td colspan=\"3\">");
-  EmailClient_RunAdmin_AppendFormStart(label_i, html_io);
-  html_io.Append(
-      "<table role=\"presentation\" width=\"100%\" border=\"0\" cellspacing=\"0\" cellpadding=\"0\" "
-      "style=\"table-layout: fixed; overflow-wrap: anywhere\"><tr><td width=\"33%\">");
+  EmailClient_RunAdmin_AppendFormStart(label_i, html_io,
+                                       "display: grid; grid-template-columns: repeat(3, minmax(0, 1fr)); "
+                                       "gap: 8px; align-items: center; margin: 0; overflow-wrap: anywhere");
 }
 
-static void EmailClient_RunAdmin_AppendRowEnd(PLXString& html_io) {
-  html_io.Append("</td></tr></table></form></td></tr>");
+static void EmailClient_RunAdmin_AppendRowEnd(PLXUInt32 firstAction_i, char const* firstLabel_i,
+                                              PLXUInt32 secondAction_i, char const* secondLabel_i,
+                                              PLXString& html_io) {
+  html_io.Append("<span>");
+  EmailClient_AppendButton(firstAction_i, firstLabel_i, html_io);
+  html_io.Append(" ");
+  EmailClient_AppendButton(secondAction_i, secondLabel_i, html_io);
+  html_io.Append("</span></form></td></tr>");
 }
 
 static void EmailClient_RunAdmin_AppendLogin(PLXString const& argument_i, PLXString const& value_i,
                                              PLXString const& label_i, PLXString& html_io) {
   EmailClient_AppendInput("text", argument_i, value_i, kEmailClientAdminLoginSize,
                           kEmailClientAdminLongestLogin, label_i, html_io);
-  html_io.Append("</td><td width=\"33%\">");
 }
 
 static void EmailClient_RunAdmin_AppendAddRow(PLXString& html_io) {
@@ -164,10 +170,8 @@ static void EmailClient_RunAdmin_AppendAddRow(PLXString& html_io) {
                                    html_io);
   EmailClient_RunAdmin_AppendLogin(kEmailClientAdminArgument_Password, PLXString(), "Password of a new user",
                                    html_io);
-  EmailClient_AppendButton(kEmailClientAdminAction_AddUsername, "Add", html_io);
-  html_io.Append(" ");
-  EmailClient_AppendButton(kEmailClientAdminAction_Back, "Back", html_io);
-  EmailClient_RunAdmin_AppendRowEnd(html_io);
+  EmailClient_RunAdmin_AppendRowEnd(kEmailClientAdminAction_AddUsername, "Add", kEmailClientAdminAction_Back,
+                                    "Back", html_io);
 }
 
 // The current record as the row `index_i` of a page.
@@ -177,16 +181,15 @@ static void EmailClient_RunAdmin_AppendUserRow(_PLXAPI_ModuleProcessingInfo* inf
   PLXString const password =
       EmailClient_DecryptOrEmpty(EmailClient_GetText(info_i, database_i, kEmailClientField_Password));
   EmailClient_RunAdmin_AppendRowStart(index_i % 2 == 0 ? "#cccccc" : "#aaaaaa", "User " + username, html_io);
+  html_io.Append("<span>");
   EmailClient_AppendEncoded(username, html_io);
+  html_io.Append("</span>");
   EmailClient_AppendHidden(kEmailClientAdminArgument_Username, username, html_io);
   EmailClient_RunAdmin_AppendPageNumber(page_i, html_io);
-  html_io.Append("</td><td width=\"33%\">");
   EmailClient_RunAdmin_AppendLogin(kEmailClientAdminArgument_Password, password, "Password of " + username,
                                    html_io);
-  EmailClient_AppendButton(kEmailClientAdminAction_UpdateUsername, "Update", html_io);
-  html_io.Append(" ");
-  EmailClient_AppendButton(kEmailClientAdminAction_ConfirmUsernameDeletion, "Delete", html_io);
-  EmailClient_RunAdmin_AppendRowEnd(html_io);
+  EmailClient_RunAdmin_AppendRowEnd(kEmailClientAdminAction_UpdateUsername, "Update",
+                                    kEmailClientAdminAction_ConfirmUsernameDeletion, "Delete", html_io);
 }
 
 static void EmailClient_RunAdmin_AppendPageButton(PLXUInt32 page_i, char const* label_i,
@@ -234,7 +237,8 @@ static PLXUInt32 EmailClient_RunAdmin_ListUsernames(_PLXAPI_ModuleProcessingInfo
   PLXUInt32 const pageNumber = static_cast<PLXUInt32>(page);
   html_io.ReserveToAppend(static_cast<PLXUInt32>(rows + 2) * 1536);
   html_io.Append(
-      "\r\n<table width=\"528\" border=\"0\" cellspacing=\"1\" cellpadding=\"4\" align=\"center\">");
+      "\r\n<table width=\"528\" style=\"max-width: 100%\" border=\"0\" cellspacing=\"1\" cellpadding=\"4\" "
+      "align=\"center\">");
   html_io.Append("\r\n<tr>");
   for (char const* title : {"Username", "Password", "Operation"}) {
     html_io.Append("<th scope=\"col\" width=\"33%\" align=\"left\" bgcolor=\"#999999\">").Append(title);
