@@ -12,6 +12,10 @@ static PLXUInt32 EmailClient_RunAddUser(_PLXAPI_ModuleProcessingInfo* info_i, PL
       !PLXGlueGetRequiredTagParameter(info_i, kEmailClientParameter_Password, 0, password)) {
     return kPLXResult_MissingRequiredParameter;
   }
+  if (username.IsEmpty()) {
+    PLXGlueReportMissingTagParameter(info_i, kEmailClientParameter_Username);
+    return kPLXResult_MissingRequiredParameter;
+  }
   return EmailClient_AddUser(info_i, database_i, username, password);
 }
 
