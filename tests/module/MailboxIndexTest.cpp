@@ -57,9 +57,9 @@ long Find(std::string const& index_i, std::uint32_t key_i) {
   return -1;
 }
 
-std::string Message(int number_i, std::size_t bodyLength_i = 20) {
+std::string Message(int number_i) {
   return "From: ada@example.com\r\nSubject: Number " + std::to_string(number_i) +
-         "\r\nDate: Mon, 6 Jul 2026 10:00:00 +0000\r\n\r\n" + std::string(bodyLength_i, 'x') + "\r\n.\r\n";
+         "\r\nDate: Mon, 6 Jul 2026 10:00:00 +0000\r\n\r\n" + "Good morning.\r\n.\r\n";
 }
 
 std::uint32_t KeyOf(std::string const& subjectAndDate_i) {
@@ -191,15 +191,14 @@ TEST_F(Mailbox, TreeIsThatOfWalkingDownFromTheRoot) {
   ASSERT_EQ(AddAll(0, 1000), (std::map<Outcome, int>{{Outcome::Done, 1000}}));
   std::string const index = Index();
   std::string walked = index;
-  for (std::size_t record = 0; record < index.size(); record += kSize)
-    SetWord(walked, record + 4, 0), SetWord(walked, record + 8, 0);
+  for (std::size_t at = 0; at < walked.size(); at += kSize) walked.replace(at + 4, 8, 8, '\0');
   for (std::uint32_t record = kSize; record < index.size(); record += kSize) {
     std::uint32_t const key = Word(index, record);
     std::uint32_t at = 0;
     for (std::uint32_t next = 0; (next = Word(ChildOf(walked, at, key), 0)) != 0;) at = next;
     SetWord(walked, at + (key > Word(walked, at) ? 8 : 4), record);
   }
-  EXPECT_EQ(index == walked, true);
+  EXPECT_EQ(index, walked);
 }
 
 std::uint64_t BytesReadByThisThread() {
@@ -301,7 +300,7 @@ TEST_F(Mailbox, AFullDiskLeavesTheMailboxAsItWas) {
       _exit(AddAll(3, 4) == std::map<Outcome, int>{{Outcome::Unusable, 1}} ? 7 : 1);
     });
     EXPECT_EQ(WEXITSTATUS(status), 7);
-    EXPECT_EQ(Index() == index, true);
+    EXPECT_EQ(Index(), index);
     EXPECT_EQ(Texts(), texts);
   }
 }
@@ -439,6 +438,22 @@ TEST_F(Mailbox, NothingAcknowledgedIsLostToAKill) {
   }
   EXPECT_EQ(AddAll(0, next + 1), (std::map<Outcome, int>{{Outcome::Duplicate, next}, {Outcome::Done, 1}}));
   ExpectExactly(0, next + 1);
+}
+
+TEST_F(Mailbox, MailboxesThatAreOpenSeeWhatOthersAdd) {
+  EmailClient_Mailbox one(At("in.idx"), At("in.mbx"));
+  EmailClient_Mailbox other(At("in.idx"), At("in.mbx"));
+  ASSERT_EQ(one.Open(kPLXFilePermission_ReadWrite), Outcome::Done);
+  ASSERT_EQ(other.Open(kPLXFilePermission_ReadWrite), Outcome::Done);
+  for (int number = 0; number < 100; ++number) {
+    EmailClient_Mailbox& first = number % 3 == 0 ? one : other;
+    EmailClient_Mailbox& second = number % 3 == 0 ? other : one;
+    ASSERT_EQ(first.Add(Message(number).c_str()), Outcome::Done);
+    if (number % 2 == 0) {
+      ASSERT_EQ(second.Add(Message(number).c_str()), Outcome::Duplicate);
+    }
+  }
+  ExpectExactly(0, 100);
 }
 
 TEST_F(Mailbox, AddsAtTheSameTimeStoreEachMessageOnceAndWhole) {
