@@ -93,11 +93,12 @@ class Server:
     def get(self, path, **headers):
         return self.request("GET", path, headers=headers)
 
-    def request(self, method, path, body=None, headers=None, user=None):
+    def request(self, method, path, body=None, headers=None, user=None, source="127.0.0.1"):
+        """`source` is the address that the request comes from, any of 127.0.0.0/8."""
         headers = {name.replace("_", "-"): value for name, value in (headers or {}).items()}
         if user:
             headers["Authorization"] = "Basic " + base64.b64encode(":".join(user).encode()).decode()
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60)
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=60, source_address=(source, 0))
         with contextlib.closing(connection):
             connection.request(method, path, body=body, headers=headers)
             answer = connection.getresponse()
