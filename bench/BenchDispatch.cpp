@@ -39,9 +39,11 @@ struct Stage {
   }
 };
 
-// From the server to the module and back, with the module's look at the tag's name and its switch.
+// From the server to the module and back, with the module's look at the tag's name and its switch, which is
+// off.
 void BM_TagDispatch(benchmark::State& state_io) {
   Stage stage;
+  stage.preferences->Set(stage.site->RegionOf("/").Key(), "Network Module", "plxPOP", "no");
   PLXRequest request;
   PLXResponse response;
   PLXPageContext context{

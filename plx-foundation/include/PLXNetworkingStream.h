@@ -58,7 +58,10 @@ class PLXNetworkingStream : public PLXObject {
   // is possible: since the last one nothing was written, and SetResponsePossibleFlag was not called. False
   // also for a connection that was never made, failed, or closed before the first byte; what came before a
   // failure is then the response.
-  bool ReadResponse();
+  bool ReadResponse() { return ReadResponse(PLXString()); }
+  // The same, without the silence behind a response that ends with this text: for a protocol that says where
+  // its answers end, where half a second for each would be most of the time. An empty text is never the end.
+  bool ReadResponse(PLXString const& end_i);
   // Allows (or prevents) a further read without writing first.
   void SetResponsePossibleFlag(bool possible_i) noexcept { myResponsePossible = possible_i; }
   // Waits until the peer sends or closes; false after `milliseconds_i` without either. For a client that asks
@@ -86,7 +89,7 @@ class PLXNetworkingStream : public PLXObject {
   PLXNetworkingStream(PLXIPAddress const& address_i, PLXUInt16 port_i, bool readGreeting_i,
                       PLXNetworkingStreamGroup* group_io);
   bool Connect(PLXIPAddress const& address_i, PLXUInt16 port_i) noexcept;
-  bool Receive(PLXString& text_io);
+  bool Receive(PLXString& text_io, PLXString const& end_i);
   void CrackResponse();
 
   int mySocket = -1;

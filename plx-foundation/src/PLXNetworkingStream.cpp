@@ -176,17 +176,18 @@ bool PLXNetworkingStream::Write(PLXString const& text_i) {
   return true;
 }
 
-bool PLXNetworkingStream::ReadResponse() {
+bool PLXNetworkingStream::ReadResponse(PLXString const& end_i) {
   if (mySocket == -1 || !myResponsePossible) return false;
   myWholeResponse.Empty();  // a client that joins responses should not pay for two at once
-  bool const intact = myIsConnected && Receive(myWholeResponse);
+  bool const intact = myIsConnected && Receive(myWholeResponse, end_i);
   CrackResponse();
   myResponsePossible = false;
   return intact && myWholeResponse.IsNotEmpty();
 }
 
-// Appends everything up to the peer's silence or end. False when the connection failed.
-bool PLXNetworkingStream::Receive(PLXString& text_io) {
+// Appends everything up to the text's end, the peer's silence or its leaving. False when the connection
+// failed.
+bool PLXNetworkingStream::Receive(PLXString& text_io, PLXString const& end_i) {
   char buffer[kReceiveSize];
   for (;;) {
     std::size_t const room = kMaximumResponseLength - text_io.GetLength();
@@ -197,6 +198,7 @@ bool PLXNetworkingStream::Receive(PLXString& text_io) {
       text_io.ReserveToAppend(static_cast<PLXUInt32>(received));
       text_io.Append(buffer, static_cast<PLXUInt32>(received));
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+      if (end_i.IsNotEmpty() && text_io.EndsWith(end_i)) return true;
       if (Wait(mySocket, POLLIN, text_io.IsEmpty() ? kWithoutLimit : kSilence) != 1) return true;
     } else if (errno != EINTR) {
       return false;

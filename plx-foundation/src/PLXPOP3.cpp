@@ -93,7 +93,8 @@ PLXPOP3::AnswerEnd PLXPOP3::EndOfAnswerTo(PLXString const& line_i) {
 
 // Joins bursts until the answer is complete.
 PLXString PLXPOP3::ReadAnswer(AnswerEnd end_i) {
-  bool isIntact = myStream->ReadResponse();
+  PLXString const end = end_i == AnswerEnd::Line ? "\n" : kLoneDot;
+  bool isIntact = myStream->ReadResponse(end);
   PLXString answer = myStream->GetWholeResponse();  // what came before a failure counts
   auto const isComplete = [&answer, end_i] {
     bool const isStatus = answer.IsNotEmpty() && (answer[0] == '+' || answer[0] == '-');
@@ -104,7 +105,7 @@ PLXString PLXPOP3::ReadAnswer(AnswerEnd end_i) {
     bool const isPatient = end_i == AnswerEnd::Message && IsPositive(answer);
     if (!isPatient && !myStream->WaitForPeer(mySilenceLimit_Answer)) break;
     myStream->SetResponsePossibleFlag(true);
-    isIntact = myStream->ReadResponse();
+    isIntact = myStream->ReadResponse(end);
     PLXString const burst = myStream->GetWholeResponse();
     if (burst.GetLength() > PLXNetworkingStream::kMaximumResponseLength - answer.GetLength()) break;
     answer.ReserveToAppend(burst.GetLength());

@@ -105,3 +105,16 @@ extern PLXStringID const& kEmailClientMode_AddUser;
 extern PLXStringID const& kEmailClientMode_DeleteUser;
 extern PLXStringID const& kEmailClientMode_QueryUser;
 extern PLXStringID const& kEmailClientMode_ChangePassword;
+// ---- plxPOP
+extern PLXStringID const& kPOPParameter_Username;
+extern PLXStringID const& kPOPParameter_Password;
+extern PLXStringID const& kPOPParameter_MailServer;
+extern PLXStringID const& kPOPParameter_DatabaseName;
+extern PLXStringID const& kPOPParameter_ResultVariableName;
+extern PLXStringID const& kPOPParameter_AttachmentFolderLocation;
+extern PLXStringID const& kPOPParameter_ODBCDataSource;
+extern PLXStringID const& kPOPParameter_ODBCUsername;
+extern PLXStringID const& kPOPParameter_ODBCPassword;
+extern PLXStringID const& kPOPParameter_DeleteMessagesOnServer;
+extern PLXStringID const& kPOPParameter_MaximumAttachmentSize;
+extern PLXString const& kPOPDefaultAttachmentFolder;

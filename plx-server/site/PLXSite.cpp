@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::size_t kLongestStep = 255;  // NAME_MAX of every file system in use
 constexpr int kMostLinks = 40;             // as the kernel
+constexpr char kAttachmentFolder[] =
+    "Attachments/";  // where modules put what mail brings, unless told otherwise
 constexpr std::string_view kModuleDataFolder = "plxemailclient data";
 
 char Lower(char character_i) {
@@ -214,6 +216,8 @@ PLXSite::PLXSite(PLXSiteConfiguration const& configuration_i, std::filesystem::p
     main.name = "main";
     myRegions.push_back(std::make_unique<PLXRegion>(*this, main, state_i));
   }
+  myDownloads = myConfiguration.downloads;
+  for (auto const& region : myRegions) myDownloads.push_back(region->Path() + kAttachmentFolder);
 }
 
 PLXRegion const& PLXSite::RegionOf(std::string_view path_i) const {
@@ -251,7 +255,7 @@ bool PLXSite::IsPage(std::filesystem::path const& file_i) const {
 }
 
 bool PLXSite::IsDownload(std::string_view path_i) const {
-  return std::any_of(myConfiguration.downloads.begin(), myConfiguration.downloads.end(),
+  return std::any_of(myDownloads.begin(), myDownloads.end(),
                      [path_i](std::string const& prefix) { return BeginsWithFolder(path_i, prefix); });
 }
 

@@ -75,7 +75,8 @@ class PLXSite {
   // data, or is too long for the system.
   std::optional<std::filesystem::path> MapPath(std::string_view path_i) const;
 
-  // Whether a file of this name is a page, and whether this path is served as a download only.
+  // Whether a file of this name is a page, and whether this path is served as a download only: it is below
+  // one of the folders that are configured so, or below a region's own folder "Attachments".
   bool IsPage(std::filesystem::path const& file_i) const;
   bool IsDownload(std::string_view path_i) const;
 
@@ -83,6 +84,7 @@ class PLXSite {
   PLXSiteConfiguration myConfiguration;
   std::filesystem::path myRoot;
   std::vector<std::unique_ptr<PLXRegion>> myRegions;
+  std::vector<std::string> myDownloads;
 };
 
 // All sites of one configuration. A request keeps the set it began with, so a reload drops nothing.

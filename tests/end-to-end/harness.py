@@ -105,6 +105,13 @@ class Server:
             answer.text = answer.read().decode("latin-1")
             return answer
 
+    def switch_tags_off(self, user):
+        """Disables the module's tags, each of which is then the way to the module and back and nothing else."""
+        address = "/plx-admin/preferences?region=test%2Fmain&module=Network+Module"
+        answer = self.request("POST", address, "none=yes", {"Origin": self.url,
+                                                            "Content-Type": "application/x-www-form-urlencoded"}, user)
+        assert answer.status == 303, answer.text
+
     def raw(self, data, seconds=20):
         """Sends bytes as they are and returns all that comes back until the server closes or is silent for `seconds`."""
         with socket.create_connection(("127.0.0.1", self.port), 10) as connection:

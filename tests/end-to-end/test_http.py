@@ -22,7 +22,13 @@ class Requests(ServerCase):
         "auth.html": "[&plxCGI.REMOTE_USER;|&plxCGI.AUTH_TYPE;|&plxCGI.HTTP_AUTHORIZATION;]",
         "many.html": "<plxPOP>" * 100000 + "end",
     }
+    LOGIN = ("admin", "correct horse")
     SETTINGS = "header-time = 4\nbody-time = 10\nbody-bytes = 1M"
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.server.switch_tags_off(cls.LOGIN)
 
     def status(self, data, seconds=20):
         answer = self.server.raw(data, seconds)
@@ -154,6 +160,12 @@ class Requests(ServerCase):
 
 class Load(ServerCase):
     PAGES = {"page.html": "<p>&plxPath.q;</p><plxPOP>", "file.txt": "x" * 1000}
+    LOGIN = ("admin", "correct horse")
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.server.switch_tags_off(cls.LOGIN)
 
     def test_wrk_meets_no_error(self):
         for path in ("page.html?q=1", "file.txt"):

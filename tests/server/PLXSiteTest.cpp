@@ -210,7 +210,10 @@ TEST_F(PLXSiteFolder, FindsTheRegionWithTheLongestPath) {
                       {"///mail//deep///a", "deep"},
                       {"/attachments/a.plx", "main", true},
                       {"//attachments//a.plx", "main", true},
-                      {"/attachments.plx", "main"}};
+                      {"/attachments.plx", "main"},
+                      {"/Attachments/a.plx", "main", true},
+                      {"/mail//Attachments/a.plx", "mail", true},
+                      {"/mail/x/Attachments/a.plx", "mail"}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.path);
     EXPECT_EQ(Site().RegionOf(row.path).Name(), row.region);
