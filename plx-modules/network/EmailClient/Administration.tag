@@ -56,12 +56,11 @@ static PLXUInt32 EmailClient_RunAdmin_GetAction(_PLXAPI_ModuleProcessingInfo* in
 
 // ---- Markup ----
 
-// A form takes bytes as they were shown, whatever the character set of the page around it.
 static void EmailClient_RunAdmin_AppendFormStart(PLXString const& label_i, PLXString& html_io,
                                                  char const* style_i = "margin: 0") {
-  html_io.Append("\r\n<form method=\"post\" accept-charset=\"ISO-8859-1\" style=\"").Append(style_i);
+  html_io.Append("\r\n<form method=\"post\" style=\"").Append(style_i);
   html_io.Append("\" aria-label=\"");
-  EmailClient_AppendEncoded(label_i, html_io);
+  AppendMarkupText(label_i, html_io);
   html_io.Append("\">");
 }
 
@@ -182,7 +181,7 @@ static void EmailClient_RunAdmin_AppendUserRow(_PLXAPI_ModuleProcessingInfo* inf
       EmailClient_DecryptOrEmpty(EmailClient_GetText(info_i, database_i, kEmailClientField_Password));
   EmailClient_RunAdmin_AppendRowStart(index_i % 2 == 0 ? "#cccccc" : "#aaaaaa", "User " + username, html_io);
   html_io.Append("<span>");
-  EmailClient_AppendEncoded(username, html_io);
+  AppendMarkupText(username, html_io);
   html_io.Append("</span>");
   EmailClient_AppendHidden(kEmailClientAdminArgument_Username, username, html_io);
   EmailClient_RunAdmin_AppendPageNumber(page_i, html_io);
@@ -261,7 +260,7 @@ static PLXString EmailClient_RunAdmin_ConfirmUsernameDeletion(_PLXAPI_ModuleProc
   EmailClient_RunAdmin_AppendFormStart("Deletion of a user", html);
   html.Append(
       "\r\n<p align=\"center\" style=\"overflow-wrap: anywhere\">Are you sure you want to delete the \"");
-  EmailClient_AppendEncoded(username, html);
+  AppendMarkupText(username, html);
   html.Append("\" username?</p>\r\n<p align=\"center\">");
   EmailClient_AppendHidden(kEmailClientAdminArgument_Username, username, html);
   EmailClient_RunAdmin_AppendPageNumber(

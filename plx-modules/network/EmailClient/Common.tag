@@ -2,6 +2,7 @@
 
 // What the subjects of the web mail client share: the user database, passwords, users' folders, forms.
 
+#include "../Markup.tag"
 #include "PLXCryptor.h"
 #include "PLXFileSystemItem.h"
 #include "PLXFolderSpecification.h"
@@ -257,12 +258,6 @@ static PLXString EmailClient_Personalities_DeletePersonalityValue(PLXString cons
 
 // ---- Markup ----
 
-static void EmailClient_AppendEncoded(PLXString const& text_i, PLXString& html_io) {
-  PLXString const encoded = PLXStringUtility::GetHTMLEncodedString(text_i);
-  html_io.ReserveToAppend(encoded.GetLength());
-  html_io.Append(encoded);
-}
-
 // An action's code as it travels on pages.
 static PLXString EmailClient_GetPageForm(PLXUInt32 action_i) {
   PLXString form = PLXStringUtility::GetStringRepresentation(static_cast<unsigned int>(action_i), 36);
@@ -277,7 +272,7 @@ static void EmailClient_AppendButton(PLXUInt32 action_i, char const* label_i, PL
 
 static void EmailClient_AppendHidden(PLXString const& name_i, PLXString const& value_i, PLXString& html_io) {
   html_io.Append("<input type=\"hidden\" name=\"").Append(name_i).Append("\" value=\"");
-  EmailClient_AppendEncoded(value_i, html_io);
+  AppendMarkupText(value_i, html_io);
   html_io.Append("\">");
 }
 
@@ -286,12 +281,12 @@ static void EmailClient_AppendInput(char const* type_i, PLXString const& name_i,
                                     unsigned size_i, unsigned maximum_i, PLXString const& label_i,
                                     PLXString& html_io) {
   html_io.Append("<input type=\"").Append(type_i).Append("\" name=\"").Append(name_i).Append("\" value=\"");
-  EmailClient_AppendEncoded(value_i, html_io);
+  AppendMarkupText(value_i, html_io);
   html_io.Append("\" size=\"").Append(PLXStringUtility::GetStringRepresentation(size_i));
   if (maximum_i > 0) {
     html_io.Append("\" maxlength=\"").Append(PLXStringUtility::GetStringRepresentation(maximum_i));
   }
   html_io.Append("\" aria-label=\"");
-  EmailClient_AppendEncoded(label_i, html_io);
+  AppendMarkupText(label_i, html_io);
   html_io.Append("\">");
 }

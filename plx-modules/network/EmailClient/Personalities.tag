@@ -76,7 +76,7 @@ static void EmailClient_AppendRadio(char const* name_i, PLXUInt32 index_i, bool 
   html_io.Append("\r\n<tr><td><label><input type=\"radio\" name=\"").Append(name_i).Append("\" value=\"");
   html_io.Append(PLXStringUtility::GetStringRepresentation(static_cast<unsigned int>(index_i)));
   html_io.Append(isChecked_i ? "\" checked> " : "\"> ");
-  EmailClient_AppendEncoded(label_i, html_io);
+  AppendMarkupText(label_i, html_io);
   html_io.Append(suffix_i).Append("</label></td></tr>");
 }
 
@@ -100,7 +100,7 @@ static PLXString EmailClient_GetConfirmation(PLXString const& name_i, char const
                                              PLXUInt32 no_i) {
   PLXString html(kEmailClient_TableStart);
   html.Append("\r\n<tr><td>Are you sure you want to delete your &quot;");
-  EmailClient_AppendEncoded(name_i, html);
+  AppendMarkupText(name_i, html);
   html.Append("&quot; ").Append(kind_i).Append("?");
   EmailClient_AppendHidden(
       argument_i, PLXStringUtility::GetStringRepresentation(static_cast<unsigned int>(index_i)), html);
@@ -230,9 +230,9 @@ static PLXString EmailClient_RunClient_EditSignature(_PLXAPI_ModuleProcessingInf
       "\r\n<tr><td><textarea aria-label=\"Signature\" rows=\"15\" cols=\"60\" wrap=\"soft\" "
       "style=\"max-width:100%\" name=\"");
   html.Append(kEmailClient_SignatureArgument).Append("\">\r\n");
-  EmailClient_AppendEncoded(EmailClient_Personalities_GetPersonalityValue(
-                                EmailClient_GetText(info_i, database_i, kEmailClientField_Signatures), index),
-                            html);
+  AppendMarkupText(EmailClient_Personalities_GetPersonalityValue(
+                       EmailClient_GetText(info_i, database_i, kEmailClientField_Signatures), index),
+                   html);
   html.Append("</textarea>");
   EmailClient_AppendHidden(kEmailClient_SignatureIndexArgument,
                            PLXStringUtility::GetStringRepresentation(static_cast<unsigned int>(index)), html);
@@ -317,7 +317,7 @@ static void EmailClient_AppendSignatureChoice(_PLXAPI_ModuleProcessingInfo* info
     PLXString const number = PLXStringUtility::GetStringRepresentation(static_cast<unsigned int>(index));
     html_io.ReserveToAppend(64);
     html_io.Append("<option value=\"").Append(number).Append(number == assigned ? "\" selected>" : "\">");
-    EmailClient_AppendEncoded(names.GetToken(index), html_io);
+    AppendMarkupText(names.GetToken(index), html_io);
     html_io.Append("</option>");
   }
   html_io.Append("</select>");
@@ -334,7 +334,7 @@ static PLXString EmailClient_RunClient_DisplayUserOptions(_PLXAPI_ModuleProcessi
     html.Append("\r\n<tr><td>").Append(option.label).Append("</td><td>");
     if (server.IsNotEmpty()) {
       html.Append("<font size=\"4\"><b>");
-      EmailClient_AppendEncoded(server, html);
+      AppendMarkupText(server, html);
       html.Append("</b></font>");
     } else {
       EmailClient_AppendInput(option.type, option.argument,

@@ -68,7 +68,7 @@ static PLXUInt32 EmailClient_RunClient_GetAction(_PLXAPI_ModuleProcessingInfo* i
 static void EmailClient_AppendLink(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 action_i,
                                    char const* more_i, char const* label_i, PLXString& html_io) {
   html_io.Append("<a href=\"");
-  EmailClient_AppendEncoded(EmailClient_GetCGI(info_i, "SCRIPT_NAME"), html_io);
+  AppendMarkupText(EmailClient_GetCGI(info_i, "SCRIPT_NAME"), html_io);
   html_io.Append("?action=").Append(EmailClient_GetPageForm(action_i)).Append(more_i).Append("\">");
   html_io.Append(label_i).Append("</a>");
 }
@@ -152,7 +152,7 @@ static PLXString EmailClient_RunClient_EditCustomSkin(_PLXAPI_ModuleProcessingIn
   html.Append(kEmailClient_CustomSkinArgument).Append("\">");
   // A browser takes a line end that a text area begins with for its own.
   html.Append("\r\n");
-  EmailClient_AppendEncoded(EmailClient_GetText(info_i, database_i, kEmailClientField_CustomSkin), html);
+  AppendMarkupText(EmailClient_GetText(info_i, database_i, kEmailClientField_CustomSkin), html);
   html.Append("</textarea><br>");
   EmailClient_AppendButton(kEmailClientAction_SaveCustomSkin, "Save", html);
   EmailClient_AppendButton(kEmailClientAction_SkinOptions, "Exit", html);
@@ -182,10 +182,10 @@ static void EmailClient_AppendPlaceholder(_PLXAPI_ModuleProcessingInfo* info_i, 
   } else if (name == kEmailClientPlaceholder_OptionsButton) {
     EmailClient_AppendButton(kEmailClientAction_UserOptions, "Options", page_io);
   } else if (name == kEmailClientPlaceholder_Name) {
-    EmailClient_AppendEncoded(EmailClient_Personalities_GetPersonalityValue(
-                                  EmailClient_GetText(info_i, database_i, kEmailClientField_Names),
-                                  EmailClient_GetActivePersonality(info_i, database_i)),
-                              page_io);
+    AppendMarkupText(EmailClient_Personalities_GetPersonalityValue(
+                         EmailClient_GetText(info_i, database_i, kEmailClientField_Names),
+                         EmailClient_GetActivePersonality(info_i, database_i)),
+                     page_io);
   } else {
     page_io.Append(kEmailClient_PlaceholderStart).Append(name_i).Append(";");
   }

@@ -1,6 +1,7 @@
 // The administration of failed mail: a list to page through, and screens to correct, send again and delete
 // one message. Every screen is a form that posts to the page it stands in.
 
+#include "../Markup.tag"
 #include "Log.tag"
 
 static constexpr PLXUInt32 kSendMailDefaultDisplayLimit = 10;  // rows of a page
@@ -53,21 +54,15 @@ static PLXString SendMail_GetText(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt3
 
 // ---- Markup ----
 
-static void SendMail_AppendEncoded(PLXString const& text_i, PLXString& html_io) {
-  PLXString const encoded = PLXStringUtility::GetHTMLEncodedString(text_i);
-  html_io.ReserveToAppend(encoded.GetLength());
-  html_io.Append(encoded);
-}
-
 static void SendMail_AppendFormStart(_PLXAPI_ModuleProcessingInfo* info_i, PLXString& html_io) {
   html_io.Append("<form method=\"post\" action=\"");
-  SendMail_AppendEncoded(PLXGlueGetCGIEnvironmentVariable(info_i, "SCRIPT_NAME"), html_io);
+  AppendMarkupText(PLXGlueGetCGIEnvironmentVariable(info_i, "SCRIPT_NAME"), html_io);
   html_io.Append("\">");
 }
 
 static void SendMail_AppendHidden(char const* name_i, PLXString const& value_i, PLXString& html_io) {
   html_io.Append("<input type=\"hidden\" name=\"").Append(name_i).Append("\" value=\"");
-  SendMail_AppendEncoded(value_i, html_io);
+  AppendMarkupText(value_i, html_io);
   html_io.Append("\">");
 }
 
@@ -79,7 +74,7 @@ static void SendMail_AppendButton(char const* name_i, char const* encodedValue_i
       .Append(encodedValue_i);
   if (description_i.IsNotEmpty()) {
     html_io.Append("\" aria-label=\"");
-    SendMail_AppendEncoded(description_i, html_io);
+    AppendMarkupText(description_i, html_io);
   }
   html_io.Append("\">");
 }
@@ -101,20 +96,20 @@ static void SendMail_AppendIdentity(_PLXAPI_ModuleProcessingInfo* info_i, PLXUIn
 static void SendMail_AppendRow(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i, PLXUInt32 index_i,
                                PLXString const& page_i, PLXString& html_io) {
   html_io.Append(index_i % 2 == 1 ? "\r\n<tr bgcolor=\"#aaaaaa\"><td>" : "\r\n<tr bgcolor=\"#cccccc\"><td>");
-  SendMail_AppendEncoded(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_From), html_io);
+  AppendMarkupText(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_From), html_io);
   html_io.Append("</td><td>");
   PLXString const to = SendMail_GetText(info_i, database_i, kSendMailDatabaseField_To);
   PLXTokenizedString const recipients(to, kRecipientListDelimiter);
   for (PLXUInt32 index = 0; index < recipients.GetTokenCount(); ++index) {
     if (index > 0) html_io.Append("<br>");
-    SendMail_AppendEncoded(recipients[index], html_io);
+    AppendMarkupText(recipients[index], html_io);
   }
   html_io.Append("</td><td>");
   PLXString subject = SendMail_GetText(info_i, database_i, kSendMailDatabaseField_Subject);
   if (subject.GetLength() > kSendMailLongestSubject) {
     subject = subject.GetSubstring(0, kSendMailLongestSubject) + "...";
   }
-  SendMail_AppendEncoded(subject, html_io);
+  AppendMarkupText(subject, html_io);
   html_io.Append("</td><td align=\"right\">");
   html_io.Append(PLXStringUtility::GetStringRepresentation(
       PLXGlueDBGetIntegerFieldValue(info_i, database_i, kSendMailDatabaseField_Attempts)));
@@ -224,7 +219,7 @@ static void SendMail_AppendStoredMessage(PLXFileSpecification const& file_i, PLX
       },
       '.');
   text.ReserveLength(length);
-  SendMail_AppendEncoded(text, html_io);
+  AppendMarkupText(text, html_io);
   if (size > length) {
     html_io.Append("\r\n[").Append(SendMail_GetNumberText(size - length)).Append(" bytes more]");
   }
@@ -242,11 +237,11 @@ static void SendMail_MessageDisplayForm(_PLXAPI_ModuleProcessingInfo* info_i, PL
     html_io.Append(row.argument).Append("\">").Append(row.label).Append("</label></th><td><textarea id=\"");
     html_io.Append(row.argument).Append("\" name=\"").Append(row.argument);
     html_io.Append("\" rows=\"2\" cols=\"30\">");
-    SendMail_AppendEncoded(SendMail_GetText(info_i, database_i, row.field), html_io);
+    AppendMarkupText(SendMail_GetText(info_i, database_i, row.field), html_io);
     html_io.Append("</textarea></td></tr>");
   }
   html_io.Append("\r\n<tr><th scope=\"row\" align=\"left\" valign=\"top\">Info</th><td>");
-  SendMail_AppendEncoded(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_Info), html_io);
+  AppendMarkupText(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_Info), html_io);
   html_io.Append("</td></tr>\r\n</table>\r\n<p>");
   SendMail_AppendButton(kSendMailArgument_Action, "Save", html_io);
   SendMail_AppendButton(kSendMailArgument_Action, "Cancel", html_io);
@@ -263,9 +258,9 @@ static void SendMail_VerifyDeleteForm(_PLXAPI_ModuleProcessingInfo* info_i, PLXU
                           html_io);
   SendMail_AppendHidden(kSendMailArgument_Action, "DeleteMessage", html_io);
   html_io.Append("\r\n<p>Delete the message &quot;");
-  SendMail_AppendEncoded(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_Subject), html_io);
+  AppendMarkupText(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_Subject), html_io);
   html_io.Append("&quot; to ");
-  SendMail_AppendEncoded(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_To), html_io);
+  AppendMarkupText(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_To), html_io);
   html_io.Append("? It was not delivered and cannot be brought back.</p>\r\n<p>");
   SendMail_AppendButton(kSendMailArgument_Confirmation, "Yes", html_io);
   SendMail_AppendButton(kSendMailArgument_Confirmation, "No", html_io);

@@ -36,8 +36,7 @@ static PLXString SendMail_GetMailServerHTML(_PLXAPI_ModuleProcessingInfo* info_i
   SendMail_AppendOption("always", "Always", isAlways, html);
   html.Append("</select> use <input type=\"text\" aria-label=\"Mail server\" size=\"30\" name=\"");
   html.Append(kSendMailControl_MailServerName).Append("\" value=\"");
-  html.Append(PLXStringUtility::GetHTMLEncodedString(
-      SendMail_GetPreference(info_i, kSendMailPreference_MailServerName, PLXString())));
+  AppendMarkupText(SendMail_GetPreference(info_i, kSendMailPreference_MailServerName, PLXString()), html);
   html.Append("\"> as the mail server.</td></tr>\r\n<tr><td>");
   html.Append(
       "The <i>Never</i> option will require a value to always be passed in the mailServer parameter of the "
