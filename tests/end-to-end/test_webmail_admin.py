@@ -24,7 +24,7 @@ def rows(text):
     """The users of a page as (name, password, page number, colour)."""
     found = []
     for color, row in re.findall(r'<tr bgcolor="(#cccccc|#aaaaaa)">(.*?)</form>', text, re.DOTALL):
-        values = {name: html.unescape(value).encode("cp1252", "replace").decode("latin-1")
+        values = {name: html.unescape(value)
                   for name, value in re.findall(r'name="(\w+)_plxEmailClient" value="([^"]*)"', row)}
         found.append((values["Username"], values["Password"], values["PageNumber"], color))
     return found

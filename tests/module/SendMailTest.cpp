@@ -1,3 +1,4 @@
+#include <array>
 #include <csignal>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -58,8 +59,9 @@ struct MailingPage : SimulatedHost {
   std::string Message() const {
     std::string text;
     std::error_code none;
-    for (auto const& file : std::filesystem::directory_iterator(folder / "FM", none))
+    for (auto const& file : std::filesystem::directory_iterator(folder / "FM", none)) {
       text += folder.Read(file.path());
+    }
     return text;
   }
   // What the module's action is told of the message, as it goes over the wire.
@@ -79,11 +81,11 @@ struct MailingPage : SimulatedHost {
   }
   // The calls that search and change the log, each behind a bar.
   std::string Changes() const {
+    std::string const codes = "MFAd MSEc MRCr MFSV MRAd MRUp MRDl";
     std::string changes;
     for (Call const& call : calls) {
       std::string const code = SpellCode(call.code);
-      if (std::string("MFAd MSEc MRCr MFSV MRAd MRUp MRDl").find(code) != code.npos)
-        changes += "|" + call.sent;
+      if (codes.find(code) != code.npos) changes += "|" + call.sent;
     }
     return changes;
   }
@@ -102,6 +104,7 @@ TEST(SendMail, ChecksAndWritesWhatThePageDescribes) {
   std::string const plain = "Content-Type: text/plain; charset=\"us-ascii\"\n\nHello\n.\n";
   std::string const html = "Content-Type: text/html; charset=\"us-ascii\"\n\nHello\n.\n";
   std::string const start = "\nFrom: ada@test.org\nTo: bob@test.org\n";
+  std::string const addressRemedy = "Validate the email address before submitting to the sendmail tag.";
   std::string const offset = "returnGMTOffsetByDefault=Yes;gmtOffset=";
   struct {
     std::string parameters;
@@ -111,9 +114,7 @@ TEST(SendMail, ChecksAndWritesWhatThePageDescribes) {
   } const rows[] = {
       {"absent=mailServer", "", "MMRP", "mailServer"},
       {"mailServer=", "useMailServerName=byDefault;mailServerName=a.test", "MMRP", "mailServer"},
-      {"absent=mailServer", "useMailServerName=never;mailServerName=a.test", "MMRP", "mailServer"},
       {"absent=mailServer", "useMailServerName=other;mailServerName=a.test", "MMRP", "mailServer"},
-      {"absent=mailServer", "useMailServerName=byDefault", "MMRP", "mailServer"},
       {"", "useMailServerName=always", "MMRP", "mailServer"},
       {"absent=from", "", "MMRP", "from"},
       {"absent=to;MODE=SENDmail", "", "MMRP", "to"},
@@ -124,7 +125,6 @@ TEST(SendMail, ChecksAndWritesWhatThePageDescribes) {
       {"from=a@test.org\n", "", "MInv", "from"},
       {"from=", "", "MInv", "from"},
       {"replyTo=a@b.org,c@d.org", "", "MInv", "replyTo"},
-      {"replyTo=<a@test.org>", "", "MInv", "replyTo"},
       {"from=a.b_c-1@x-1.test.info", "", "done", "\nFrom: a.b_c-1@x-1.test.info\n"},
       {"replyTo=a@b.cd;subject=Hi", "", "done", "\nReply-To: a@b.cd\nTo: bob@test.org\n" + plain},
       {"replyTo=;subject=;cc=", "", "done", start + plain},
@@ -134,22 +134,17 @@ TEST(SendMail, ChecksAndWritesWhatThePageDescribes) {
       {"gmtOffset=many", offset + "3", "done", " +0300" + start},
       {"gmtOffset=many", "gmtOffset=3", "done", " +0700" + start},
       {"gmtOffset=12", offset + "13", "done", " +1200" + start},
-      {"gmtOffset=-12", "", "done", " -1200" + start},
+      {"sendAsHTML=no", "", "done", " +0700" + start + plain},
       {"", "", "done", " +0700" + start + plain},
-      {"sendAsHTML=T", "", "done", start + html},
-      {"SENDASHTML=yes", "", "done", start + html},
-      {"sendAsHTML=perhaps", "", "done", start + plain},
+      {"SENDASHTML=T", "", "done", start + html},
       {"headerName=X;headerValue=1;sendAsHTML=yes", "", "done", start + "X: 1\n\nHello"},
       {"headerName=B;headerValue=2;HEADERNAME=A;HEADERVALUE=", "", "done", start + "B: 2\nA: \n\nHello"},
       {"headerName=lost;headerName=X;headerValue=1;headerValue=2", "", "done", start + "X: 1\n\nHello"},
-      {"headerValue=lost;headerName=lost", "", "done", start + plain},
-      {"headerName=X\r\nBcc;headerValue=a\r\n\r\nb", "", "done", start + "X  Bcc: a    b\n\nHello"}};
-  std::map<std::string, std::vector<std::string>> const problems = {
+      {"headerValue=lost;headerName=lost", "", "done", start + plain}};
+  std::map<std::string, std::array<std::string, 3>> const problems = {
       {"MMRP", {"An &lt;plxSendMail&gt; tag was found but it is missing its &quot;", "&quot; parameter."}},
       {"MIPV", {"The GMT offset is invalid.", "", "Please provide a valid GMT offset."}},
-      {"MInv",
-       {"The ", " address is not a valid email address.",
-        "Validate the email address before submitting to the sendmail tag."}}};
+      {"MInv", {"The ", " address is not a valid email address.", addressRemedy}}};
   for (auto const& row : rows) {
     SCOPED_TRACE(row.parameters + " " + row.preferences);
     MailingPage page(row.parameters, row.preferences);
@@ -157,12 +152,11 @@ TEST(SendMail, ChecksAndWritesWhatThePageDescribes) {
     EXPECT_EQ(page.output, "");
     if (row.result == "done") {
       EXPECT_THAT(page.Message(), HasSubstr(row.what));
-      continue;
+    } else {
+      auto const& [before, after, remedy] = problems.at(row.result);
+      EXPECT_EQ(page.Message() + page.problem, before + row.what + after);
+      EXPECT_THAT(page.remedy, HasSubstr(remedy));
     }
-    std::vector<std::string> const& texts = problems.at(row.result);
-    EXPECT_EQ(page.problem, texts[0] + row.what + texts[1]);
-    EXPECT_THAT(page.remedy, testing::EndsWith(texts.size() > 2 ? texts[2] : "missing or misspelled."));
-    EXPECT_EQ(page.Message(), "");
   }
   unsetenv("TZ");
 }
@@ -171,56 +165,34 @@ TEST(SendMail, FindsItsServerWhereThePreferenceSays) {
   RefusedPort const preferred;
   RefusedPort const given;
   for (std::string const use : {"never", "byDefault", "ALWAYS"}) {
-    MailingPage page("bcc=a@b.cd;mailServer=" + given.Address(),
+    MailingPage page("to=eve@test.org;to=;bcc=a@b.cd;cc= c@d.ef ;mailServer=" + given.Address(),
                      "useMailServerName=" + use + ";mailServerName=" + preferred.Address());
     std::string const port = std::to_string(use == "ALWAYS" ? preferred.Port() : given.Port());
-    std::string const report = page.Report();
-    EXPECT_THAT(report, testing::StartsWith("POST /dir/SendMail HTTP/1."));
-    EXPECT_THAT(report, HasSubstr("&Status=F&SMTPServer=127.0.0.1%3A" + port + "&From=ada%40test.org&"));
-    EXPECT_THAT(report, HasSubstr("&BCC=a%40b.cd&"));
+    EXPECT_THAT(page.Report(),
+                AllOf(testing::StartsWith("POST /dir/SendMail HTTP/1."),
+                      HasSubstr("&SMTPServer=127.0.0.1%3A" + port + "&From=ada%40test.org&ReplyTo=&"),
+                      HasSubstr("&To=eve%40test.org,bob%40test.org&CC=c%40d.ef&BCC=a%40b.cd&Subject=&")));
   }
   MailingPage page("absent=mailServer", "useMailServerName=BYDEFAULT;mailServerName=" + preferred.Address());
   EXPECT_EQ(page.Process(), "done");
   EXPECT_NE(page.Message(), "");
 }
 
-// The one message that arrives: line ends and recipients on the wire.
-TEST(SendMail, GivesTheWholeMessageToEachRecipient) {
-  ScriptedPeer peer;
-  peer.Says("220 ready").HearsThrough("HELO ").HearsThrough("\r\n");
-  peer.Says("250 hello").Hears("MAIL FROM: <ada@test.org>");
-  for (std::string const name : {"eve", "bob", "carl"}) {
-    peer.Says("250 ok").Hears("RCPT TO: <" + name + "@test.org>");
-  }
-  peer.Says("250 ok").Hears("DATA").Says("354 go").HearsThrough("\r\n.\r\n").Hears("QUIT").Says("250 ok");
-  MailingPage page("cc= carl@test.org ;to=eve@test.org;to=;mailServer=" + peer.Address());
-  page.body = "unix\nmac\rdos\r\nback\n\rend";
-  EXPECT_EQ(page.Process(), "done");
-  EXPECT_THAT(peer.Heard(),
-              HasSubstr("\r\nTo: eve@test.org,bob@test.org\r\nCC: carl@test.org\r\nContent-Type: "));
-  EXPECT_THAT(peer.Heard(), HasSubstr("\r\n\r\nunix\r\nmac\r\ndos\r\nback\r\n\r\nend\r\n.\r\n"));
-  EXPECT_EQ(page.output + page.problem + page.Message(), "");
-}
-
 TEST(SendMail, AttachesUntilAFileIsMissing) {
-  for (std::string const missing : {"gone.txt", "", "files", "outside"}) {
-    SCOPED_TRACE(missing);
-    std::string const file = "attachmentFileLocation=";
-    MailingPage page(file + "files/1.txt;" + file + missing + ";" + file + "files/2.txt;" +
-                     "attachmentData=a/b\"c\x7F\n;attachmentData=x/" + std::string(300, 'n'));
-    for (char const* const name : {"files/1.txt", "files/2.txt", "outside"}) page.folder.Write(name, "ABC");
-    if (missing == "outside") {
-      page.Script(kPLXSupport_VerifyRegionContainsFile, {.answersToo = true});
-      page.ScriptFailure(kPLXSupport_VerifyRegionContainsFile);
-    }
-    EXPECT_EQ(page.Process(), "MFnF");
-    EXPECT_EQ(page.problem + page.remedy, "File not found!Check to see if the file actually exists.");
-    std::string const message = page.Message();
-    EXPECT_THAT(message, HasSubstr("filename=\"b'c\"\n\nYS9iImN/Cg=="));
-    EXPECT_THAT(message, HasSubstr("filename=\"" + std::string(255, 'n') + "\"\n"));
-    EXPECT_THAT(message, HasSubstr("filename=\"1.txt\"\n\nQUJD"));
-    EXPECT_THAT(message, Not(HasSubstr("2.txt")));
+  std::string const file = "attachmentFileLocation=";
+  MailingPage page(file + "1.txt;" + file + "gone.txt;" + file + "2.txt;attachmentData=a/b\"c\x7F\n" +
+                   ";attachmentData=x/" + std::string(300, 'n'));
+  for (char const* const name : {"1.txt", "2.txt"}) page.folder.Write(name, "ABC");
+  page.body = "unix\nmac\rdos\r\nback\n\rend";  // CR LF each on the way, LF in what is stored
+  EXPECT_EQ(page.Process(), "MFnF");
+  EXPECT_EQ(page.problem + page.remedy, "File not found!Check to see if the file actually exists.");
+  std::string const message = page.Message();
+  for (std::string const& part :
+       {std::string("1.txt\"\n\nQUJD"), std::string("\"b'c\"\n\nYS9iImN/Cg=="),
+        "filename=\"" + std::string(255, 'n') + "\"\n", std::string("\n\nunix\nmac\ndos\nback\n\nend\n")}) {
+    EXPECT_THAT(message, HasSubstr(part));
   }
+  EXPECT_THAT(message, Not(HasSubstr("2.txt")));
 }
 
 TEST(SendMail, DoesNothingOnAPageWithoutAPlace) {
@@ -228,8 +200,7 @@ TEST(SendMail, DoesNothingOnAPageWithoutAPlace) {
     MailingPage page(std::string("mode=") + mode);
     page.cgi["SCRIPT_NAME"] = "page.html";
     EXPECT_EQ(page.Process(), "done");
-    EXPECT_EQ(page.output + page.problem + page.Message(), "");
-    EXPECT_EQ(page.CountCalls(kPLXDatabase_Initialize), 0u);
+    EXPECT_EQ(page.output + page.problem + page.Message() + page.Changes(), "");
   }
 }
 
@@ -248,39 +219,37 @@ TEST(SendMailDatabase, TellsWhichStepFailed) {
   std::string const remove = "plxSendMailAction=DeleteMessage;plxSendMailConfirmation=YES";
   std::string const failed = "MessageID=msg12;Status=F";
   std::string const sent = "MessageID=msg12;Status=S";
+  std::string const set = "set the field values in the";
   std::string const move = "move to the requested record in the";
   struct {
     PLXUInt32 failing;
     int good;  // answers before the failure
     std::string arguments;
-    PLXUInt32 fields;
     PLXUInt32 results;
     std::string action;
-    char const* end = "";
-  } const rows[] = {{kPLXDatabase_Initialize, 0, "", 11, 0, ""},
-                    {kPLXDatabase_OpenDatabase, 0, "", 11, 0, "open the"},
-                    {kPLXDatabase_OpenDatabase, 1, "", 10, 0, "open the", " for exclusive access"},
-                    {kPLXDatabase_OpenDatabase, 2, "", 10, 0, "open the", " for shared access"},
-                    {kPLXDatabase_AddField, 9, "", 0, 0, "create a record in the"},
-                    {kPLXDatabase_ExecuteSearch, 0, "", 11, 0, "search the"},
-                    {kPLXDatabase_Jump, 0, "plxSendMailPage=9", 11, 11, move},
-                    {kPLXDatabase_SetFieldValue, 0, save, 11, 0, "set the field values in the"},
-                    {kPLXDatabase_UpdateRecord, 0, save, 11, 0, "update a record to the"},
-                    {kPLXDatabase_DeleteRecord, 0, remove, 11, 0, "delete the requested record from the"},
-                    {kPLXDatabase_ExecuteSearch, 0, sent, 11, 0, "search the"},
-                    {kPLXDatabase_MoveFirstRecord, 0, sent, 11, 1, move},
-                    {kPLXDatabase_DeleteRecord, 0, sent, 11, 1, "delete a record from the"},
-                    {kPLXDatabase_MoveFirstRecord, 0, failed, 11, 1, move},
-                    {kPLXDatabase_SetFieldValue, 9, failed, 11, 1, "set the field values in the"},
-                    {kPLXDatabase_UpdateRecord, 0, failed, 11, 1, "update a record to the"},
-                    {kPLXDatabase_CreateRecord, 0, failed, 11, 0, "create a record in the"},
-                    {kPLXDatabase_SetFieldValue, 10, failed, 11, 0, "set the field values in the"},
-                    {kPLXDatabase_AddRecord, 0, failed, 11, 0, "add a record to the"}};
+    char const* end = "";  // of the problem while the database is built
+  } const rows[] = {{kPLXDatabase_Initialize, 0, "", 0, ""},
+                    {kPLXDatabase_OpenDatabase, 0, "", 0, "open the"},
+                    {kPLXDatabase_OpenDatabase, 1, "", 0, "open the", " for exclusive access"},
+                    {kPLXDatabase_OpenDatabase, 2, "", 0, "open the", " for shared access"},
+                    {kPLXDatabase_AddField, 9, "", 0, "create a record in the"},
+                    {kPLXDatabase_ExecuteSearch, 0, "", 0, "search the"},
+                    {kPLXDatabase_Jump, 0, "plxSendMailPage=9", 11, move},
+                    {kPLXDatabase_SetFieldValue, 0, save, 0, set},
+                    {kPLXDatabase_UpdateRecord, 0, save, 0, "update a record to the"},
+                    {kPLXDatabase_DeleteRecord, 0, remove, 0, "delete the requested record from the"},
+                    {kPLXDatabase_MoveFirstRecord, 0, sent, 1, move},
+                    {kPLXDatabase_DeleteRecord, 0, sent, 1, "delete a record from the"},
+                    {kPLXDatabase_SetFieldValue, 9, failed, 1, set},
+                    {kPLXDatabase_UpdateRecord, 0, failed, 1, "update a record to the"},
+                    {kPLXDatabase_CreateRecord, 0, failed, 0, "create a record in the"},
+                    {kPLXDatabase_SetFieldValue, 10, failed, 0, set},
+                    {kPLXDatabase_AddRecord, 0, failed, 0, "add a record to the"}};
   for (auto const& row : rows) {
     SCOPED_TRACE(testing::PrintToString(&row - rows));
     MailingPage page("mode=admin");
     page.postArguments = Parsed(row.arguments);
-    page.numbers[kPLXDatabase_GetFieldCount] = row.fields;
+    page.numbers[kPLXDatabase_GetFieldCount] = 0;  // all are added first
     page.numbers[kPLXDatabase_GetResultCount] = row.results;
     for (int field = 0; field < 11; ++field) page.ScriptFailure(kPLXDatabase_GetFieldInfo);
     for (int answer = 0; answer < row.good; ++answer) page.Script(row.failing, {.answersToo = true});
@@ -332,7 +301,6 @@ TEST(SendMailAction, KeepsTheLogOfWhatFailed) {
     std::string changes;
   } const rows[] = {
       {"Status=F", 0, ""},
-      {"MessageID=msg;Status=F", 0, ""},
       {"MessageID=12' or '1'='1;Status=F", 0, ""},
       {"MessageID=msg12", 1, ""},
       {"MessageID=msg12;Status=S", 0, search},
@@ -368,26 +336,26 @@ TEST(SendMailActionDeathTest, TakesTwoRecordsOfAMessageForAFault) {
 // ---- Preferences ----
 
 TEST(SendMailPreferences, ShowWhatIsStored) {
-  struct {
-    char const* preferences;
-    std::vector<std::string> parts;
-  } const rows[] = {
-      {"useMailServerName=x;gmtOffset=x",
-       {"selected>Never<", " value=\"\"> as the mail server.", "\"yes\">Return", "\"0\" selected>0<"}},
-      {"useMailServerName=ALWAYS;mailServerName=\"<x>;gmtOffset=-5.5",
-       {"selected>Always<", " value=\"&quot;&lt;x&gt;\"> as the", "\"-5.5\" selected>", "-12<", "12<"}},
-      {"useMailServerName=byDefault;returnGMTOffsetByDefault=yes",
-       {"selected>By default<", "\"yes\" CHECKED>Return the date and time information ",
-        "</select> use <input ", "size=\"30\"", "</select> hours relative to GMT by default.",
-        "The <i>Never</i> option will require a value to always be passed in the mailServer parameter of the "
-        "&lt;plxSendMail&gt; tag.<br><br>The <i>By default</i> option will use the above value for the "
-        "mailServer parameter if it is not defined in the &lt;plxSendMail&gt; tag.<br><br>The <i>Always</i> "
-        "option will use the above value for the mailServer parameter of the &lt;plxSendMail&gt; tag, even "
-        "if it is defined in the tag's parameter list."}}};
-  for (auto const& row : rows) {
-    MailingPage page("", row.preferences);
+  std::string const help =
+      "The <i>Never</i> option will require a value to always be passed in the mailServer parameter of the "
+      "&lt;plxSendMail&gt; tag.<br><br>The <i>By default</i> option will use the above value for the "
+      "mailServer parameter if it is not defined in the &lt;plxSendMail&gt; tag.<br><br>The <i>Always</i> "
+      "option will use the above value for the mailServer parameter of the &lt;plxSendMail&gt; tag, even if "
+      "it is defined in the tag's parameter list.";
+  for (bool const isStored : {false, true}) {
+    MailingPage page("", isStored ? "useMailServerName=ALWAYS;mailServerName=\"<x>;gmtOffset=-5.5;"
+                                    "returnGMTOffsetByDefault=yes"
+                                  : "useMailServerName=x;gmtOffset=x");
     EXPECT_EQ(page.Process(kPLXEvent_GetPreferences), "done");
-    for (std::string const& part : row.parts) EXPECT_THAT(page.output, HasSubstr(part));
+    for (std::string const& part :
+         {help, std::string(isStored ? "selected>Always<" : "selected>Never<"),
+          std::string("</select> use <input "),
+          std::string(isStored ? "\"&quot;&lt;x&gt;\"> as the mail server." : "\"\"> as the mail server."),
+          std::string(isStored ? " CHECKED>Return the date and" : "\"yes\">Return the date and"),
+          std::string(isStored ? "\"-5.5\" selected>" : "\"0\" selected>"),
+          std::string(">12</option></select> hours "), std::string(">-12<")}) {
+      EXPECT_THAT(page.output, HasSubstr(part));
+    }
   }
 }
 
