@@ -25,6 +25,9 @@ SERVER = os.environ["PLX_SERVER"]
 MODULE = os.environ["PLX_MODULE"]
 SOURCE = Path(__file__).resolve().parents[2]
 SUPPORT = SOURCE / "tests" / "support"
+SANITIZED = bool(os.environ.get("PLX_SANITIZED"))
+# For what is about screens: the same under the sanitizers, and slow.
+in_release = unittest.skipIf(SANITIZED, "tried without sanitizers")
 
 
 def free_port():

@@ -117,6 +117,7 @@ class Sending(MailCase):
         part, = list(mail.iter_attachments())
         self.assertEqual(part.get_filename(), "a'b.txt")
 
+    @in_release
     def test_a_thousand_leave_at_once(self):
         self.server.write("many.html", "".join(
             tag(self.mail, body=f"number {n}").replace("&plxPath.subject;", str(n)) for n in range(50)))
@@ -210,6 +211,7 @@ class Failing(MailCase):
         self.assertIn("No failed mail.", self.admin())
         self.assertIn("Please select an existing message.", self.admin(Action="Send", **record))
 
+    @in_release
     def test_administration_in_a_browser(self):
         for number in range(23):
             self.server.write("send.html", tag(self.mail, to="nobody@test,nobody2@test",

@@ -90,6 +90,7 @@ class WebMail(ServerCase):
         self.until(lambda: self.ask("grace", "geheimnis").status == 200)
         self.assertNotIn("geheimnis", self.server.log())
 
+    @in_release
     def test_every_screen_in_a_browser(self):
         self.add("eve", "geheim")
         self.deliver(message(1), message(2, "y" * 5000), message(1, "the same again"))
