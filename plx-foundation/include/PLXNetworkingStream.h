@@ -1,7 +1,7 @@
 #pragma once
 
 #include <mutex>
-#include <unordered_set>
+#include <set>
 
 #include "PLXIPAddress.h"
 #include "PLXObject.h"
@@ -25,7 +25,7 @@ class PLXNetworkingStreamGroup {
   void Remove(int socket_i) noexcept;
 
   std::mutex myMutex;
-  std::unordered_set<int> mySockets;  // guarded by myMutex
+  std::set<int> mySockets;  // guarded by myMutex
 };
 
 // One TCP connection of a protocol client, answered in bursts.

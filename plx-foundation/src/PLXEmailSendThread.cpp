@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -27,7 +28,7 @@ constexpr std::chrono::milliseconds kFirstReportPause(1000);  // doubled each ti
 constexpr PLXUInt32 kBreakOffInterval = 100;                  // milliseconds
 
 // What send threads share: the connections of their dialogues, and whether the module is about to go. Never
-// destroyed, since a thread may outlive the library's static objects.
+// destroyed, since a thread may outlive the library's static objects; it holds no memory once they have ended.
 struct Shared {
   PLXNetworkingStreamGroup dialogues;
   std::mutex mutex;
@@ -35,7 +36,8 @@ struct Shared {
   bool isLeaving = false;  // guarded by mutex
 };
 Shared& GetShared() {
-  static auto* const shared = new Shared;
+  alignas(Shared) static unsigned char storage[sizeof(Shared)];
+  static auto* const shared = new (storage) Shared;
   return *shared;
 }
 
