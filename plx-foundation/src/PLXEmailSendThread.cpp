@@ -28,7 +28,8 @@ constexpr std::chrono::milliseconds kFirstReportPause(1000);  // doubled each ti
 constexpr PLXUInt32 kBreakOffInterval = 100;                  // milliseconds
 
 // What send threads share: the connections of their dialogues, and whether the module is about to go. Never
-// destroyed, since a thread may outlive the library's static objects; it holds no memory once they have ended.
+// destroyed, since a thread may outlive the library's static objects; it holds no memory once they have
+// ended.
 struct Shared {
   PLXNetworkingStreamGroup dialogues;
   std::mutex mutex;
