@@ -223,12 +223,12 @@ static PLXUInt32 EmailClient_RunAdmin_ListUsernames(_PLXAPI_ModuleProcessingInfo
   PLXGlueDBClearSearchResults(info_i, database_i);
   PLXUInt32 result = PLXGlueDBExecuteSearch(info_i, database_i, "ORDER BY " + kEmailClientField_Username);
   if (result != 0) return result;
-  int const limit = EmailClient_RunAdmin_GetDisplayLimit(info_i);
+  auto const limit = static_cast<std::uint64_t>(EmailClient_RunAdmin_GetDisplayLimit(info_i));
   std::uint64_t const count = PLXGlueDBGetResultCount(info_i, database_i);
   std::uint64_t page = EmailClient_GetPostIndex(info_i, kEmailClientAdminArgument_PageNumber);
   if (page > 0 && count <= page * limit) --page;
   std::uint64_t const first = page * limit;
-  int const rows = first < count ? static_cast<int>(std::min<std::uint64_t>(count - first, limit)) : 0;
+  int const rows = first < count ? static_cast<int>(std::min(count - first, limit)) : 0;
   if (rows > 0 && first > 0) {
     result = PLXGlueDBJump(info_i, database_i, static_cast<PLXSInt32>(first));
     if (result != 0) return result;
