@@ -15,18 +15,11 @@
 #include <sstream>
 #endif
 
+#include "BenchInput.h"
 #include "PLXCryptor.h"
 #include "PLXStringUtility.h"
 
 namespace {
-
-// A fixed seed: every run and every peer works on the same bytes.
-std::string RandomBytes(std::size_t size_i) {
-  std::mt19937 random(20240607);
-  std::string bytes(size_i, 0);
-  for (char& byte : bytes) byte = static_cast<char>(random() & 255);
-  return bytes;
-}
 
 // Characters of the set, so that how much there is to encode is known.
 std::string RandomText(std::size_t size_i, std::string const& set_i) {
@@ -39,9 +32,6 @@ std::string RandomText(std::size_t size_i, std::string const& set_i) {
 char const kProse[] = "etaoinshrdlu etaoin shrdlu,.\n";
 char const kMarkup[] = "etaoin<>&\"\xE9\xFC=/ ";
 
-PLXString Text(std::string const& text_i) {
-  return PLXString(text_i.data(), static_cast<PLXUInt32>(text_i.size()));
-}
 PLXBuffer Buffer(std::string const& text_i) { return Text(text_i); }
 
 void Sizes(benchmark::internal::Benchmark* benchmark_io) {

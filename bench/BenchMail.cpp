@@ -1,7 +1,6 @@
 #include <benchmark/benchmark.h>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <stdlib.h>
 #include <string>
 
@@ -15,6 +14,7 @@
 #include <nettle/cast128.h>
 #endif
 
+#include "BenchInput.h"
 #include "PLXCAST5.h"
 #include "PLXCryptor.h"
 #include "PLXStringUtility.h"
@@ -22,15 +22,6 @@
 // Mail: a message taken apart with its attachment saved, and the cipher of stored passwords.
 
 namespace {
-
-std::string RandomBytes(std::size_t size_i) {
-  std::mt19937 random(20240607);
-  std::string bytes(size_i, 0);
-  for (char& byte : bytes) byte = static_cast<char>(random() & 255);
-  return bytes;
-}
-
-PLXString Text(std::string const& text_i) { return {text_i.data(), static_cast<PLXUInt32>(text_i.size())}; }
 
 constexpr char kHeader[] =
     "From: a@test.org\r\nTo: b@test.org\r\nSubject: A file\r\nMIME-Version: 1.0\r\n"

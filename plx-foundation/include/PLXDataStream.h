@@ -13,6 +13,8 @@ class PLXDataStream : public PLXObject {
   virtual PLXUInt32 GetNextBytes(PLXUInt8* buffer_o, PLXUInt32 count_i);
   // How many bytes are left as far as the stream can tell, for whoever makes room for them; 0 when it cannot.
   virtual PLXUInt32 GetExpectedByteCount() const { return 0; }
+  // Everything that is left.
+  PLXString GetRemainingBytes();
 };
 
 // The bytes of a string up to its first zero byte.

@@ -9,6 +9,18 @@ PLXUInt32 PLXDataStream::GetNextBytes(PLXUInt8* buffer_o, PLXUInt32 count_i) {
   return count;
 }
 
+PLXString PLXDataStream::GetRemainingBytes() {
+  constexpr PLXUInt32 kBlockSize = 32768;  // bytes
+  PLXUInt8 block[kBlockSize];
+  PLXString text;
+  text.Reserve(GetExpectedByteCount());
+  while (PLXUInt32 const count = GetNextBytes(block, kBlockSize)) {
+    text.ReserveToAppend(count);
+    text.Append(block, count);
+  }
+  return text;
+}
+
 bool PLXStringStream::GetNextByte(PLXUInt8& byte_o) {
   if (*myCurrent == 0) return false;
   byte_o = static_cast<PLXUInt8>(*myCurrent++);

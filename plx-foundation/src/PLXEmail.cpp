@@ -9,18 +9,6 @@
 namespace {
 
 constexpr PLXUInt32 kPartHeaderSize = 512;  // bytes, about, around the data of an attachment
-constexpr PLXUInt32 kBlockSize = 32768;
-
-PLXString ReadToEnd(PLXDataStream& data_io) {
-  PLXString text;
-  text.Reserve(data_io.GetExpectedByteCount());
-  PLXUInt8 block[kBlockSize];
-  while (PLXUInt32 const count = data_io.GetNextBytes(block, kBlockSize)) {
-    text.ReserveToAppend(count);
-    text.Append(block, count);
-  }
-  return text;
-}
 
 }  // namespace
 
@@ -66,7 +54,7 @@ void PLXEmail::AppendMessage(PLXString const& text_i, unsigned flags_i) {
 void PLXEmail::AddAttachment(PLXDataStream& data_io, AttachmentEncodingMechanism mechanism_i,
                              PLXString const& fileName_i, int byteCount_i) {
   if (mechanism_i == kAttachmentEncoding_None) {
-    PLXString const data = ReadToEnd(data_io);
+    PLXString const data = data_io.GetRemainingBytes();
     myFields.attachments.ReserveToAppend(data.GetLength());
     myFields.attachments += data;
     return;

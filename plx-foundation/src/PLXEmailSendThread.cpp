@@ -76,18 +76,6 @@ void AppendLine(std::string_view line_i, PLXString& text_io) {
   text_io.Append(kLineEnd);
 }
 
-PLXString ReadFile(PLXFileSpecification const& file_i) {
-  PLXFileStream stream(file_i);
-  PLXString text;
-  text.Reserve(stream.GetExpectedByteCount() + 1);
-  PLXUInt8 block[PLXFileStream::kBlockSize];
-  while (PLXUInt32 const count = stream.GetNextBytes(block, sizeof block)) {
-    text.ReserveToAppend(count);
-    text.Append(block, count);
-  }
-  return text;
-}
-
 // The number without its point behind the prefix, cut to what a name may have.
 PLXString GetStoredName(PLXNumber const& day_i) {
   PLXString name = day_i.GetStringRepresentation();
@@ -195,8 +183,9 @@ PLXString PLXEmailSendThread::BuildMessage() {
 }
 
 PLXString PLXEmailSendThread::BuildStoredMessage(bool& isWhole_o) const {
-  PLXString const stored =
-      ReadFile(PLXFileSpecification(PLXFolderSpecification(myFields.failedMailFolder), myFields.messageID));
+  PLXFileStream stream(
+      PLXFileSpecification(PLXFolderSpecification(myFields.failedMailFolder), myFields.messageID));
+  PLXString const stored = stream.GetRemainingBytes();
   std::string_view rest(stored.GetCStringAccess(), stored.GetLength());
   std::string_view line;
   PLXString text = BuildHeader();

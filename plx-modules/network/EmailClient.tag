@@ -103,7 +103,7 @@ static PLXUInt32 EmailClient_RunMode(_PLXAPI_ModuleProcessingInfo* info_i, PLXUI
   if (mode_i == kEmailClientMode_DeleteUser) return EmailClient_RunDeleteUser(info_i, database_i);
   if (mode_i == kEmailClientMode_QueryUser) return EmailClient_RunQueryUser(info_i, database_i, output_io);
   if (mode_i == kEmailClientMode_ChangePassword) return EmailClient_RunChangePassword(info_i, database_i);
-  return EmailClient_Fail(
+  return ReportProblem(
       info_i, kPLXResult_InvalidParameterValue,
       "The value &quot;" + PLXStringUtility::GetHTMLEncodedString(mode_i.GetString()) +
           "&quot; is an invalid plxEmailClient mode value.",

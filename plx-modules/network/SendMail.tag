@@ -10,6 +10,7 @@
 #include "PLXRegExp.h"
 #include "PLXStringUtility.h"
 #include "PLXTokenizedString.h"
+#include "Problem.tag"
 
 static constexpr PLXSInt32 kSendMailGMTOffsetLowerBound = -12;
 static constexpr PLXSInt32 kSendMailGMTOffsetUpperBound = 12;
@@ -31,12 +32,6 @@ static constexpr char kSendMailFailedMessageID[] = "msg2451812700405";
 
 static constexpr char kSendMailAddressRemedy[] =
     "Validate the email address before submitting to the sendmail tag.";
-
-static PLXUInt32 SendMail_Fail(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 result_i,
-                               char const* problem_i, char const* remedy_i) {
-  PLXGlueSetErrorInformation(info_i, problem_i, remedy_i);
-  return result_i;
-}
 
 // The server that the preferences leave the page's author to name, or name themselves.
 static PLXUInt32 SendMail_SetMailServer(_PLXAPI_ModuleProcessingInfo* info_i, PLXEmail& email_io) {
@@ -78,7 +73,7 @@ static PLXUInt32 SendMail_SetGMTOffset(_PLXAPI_ModuleProcessingInfo* info_i, PLX
   }
   if (offset.IsNull()) return kPLXResult_Success;
   if (offset < kSendMailGMTOffsetLowerBound || offset > kSendMailGMTOffsetUpperBound) {
-    return SendMail_Fail(info_i, kPLXResult_InvalidParameterValue, "The GMT offset is invalid.",
+    return ReportProblem(info_i, kPLXResult_InvalidParameterValue, "The GMT offset is invalid.",
                          "Please provide a valid GMT offset.");
   }
   email_io.SetGMTOffset(offset);
@@ -90,7 +85,7 @@ static PLXUInt32 SendMail_CheckAddress(_PLXAPI_ModuleProcessingInfo* info_i, PLX
                                        char const* problem_i) {
   PLXRegExp expression;
   if (expression.Compile(kSendMailEmailAddressRegularExpression) != 0) {
-    return SendMail_Fail(info_i, kNetworkResult_OperationFailed,
+    return ReportProblem(info_i, kNetworkResult_OperationFailed,
                          "The compilation of the regular expression failed.",
                          "Carefully check the syntax of the regular expression for misplaced symbols.");
   }
@@ -99,7 +94,7 @@ static PLXUInt32 SendMail_CheckAddress(_PLXAPI_ModuleProcessingInfo* info_i, PLX
   unsigned int length = 0;
   if (expression.Execute(address_i, offset)) expression.GetMatch(start, length);
   if (length > 0 && start == 0 && length == address_i.GetLength()) return kPLXResult_Success;
-  return SendMail_Fail(info_i, kNetworkResult_Invalid, problem_i, kSendMailAddressRemedy);
+  return ReportProblem(info_i, kNetworkResult_Invalid, problem_i, kSendMailAddressRemedy);
 }
 
 static PLXUInt32 SendMail_SetSender(_PLXAPI_ModuleProcessingInfo* info_i, PLXEmail& email_io) {
@@ -213,13 +208,13 @@ static PLXUInt32 SendMail_AttachFile(_PLXAPI_ModuleProcessingInfo* info_i, PLXSt
   PLXString const path = SendMail_GetAttachmentPath(info_i, location_i);
   PLXFileSpecification const file(path);
   if (path.IsEmpty() || !file.IsAFile()) {
-    return SendMail_Fail(info_i, kPLXResult_FileNotFound, "File not found!",
+    return ReportProblem(info_i, kPLXResult_FileNotFound, "File not found!",
                          "Check to see if the file actually exists.");
   }
   PLXFileStream stream(file, kSendMailAttachmentBlockSize);
   PLXUInt32 const size = stream.GetExpectedByteCount();
   if (!stream.IsOpen() || size > room_io) {
-    return SendMail_Fail(info_i, kNetworkResult_OperationFailed, "Internal File System Error",
+    return ReportProblem(info_i, kNetworkResult_OperationFailed, "Internal File System Error",
                          "Report this error to your System Administrator");
   }
   room_io -= size;

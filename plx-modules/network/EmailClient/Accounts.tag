@@ -47,13 +47,13 @@ static PLXUInt32 EmailClient_RunChangePassword(_PLXAPI_ModuleProcessingInfo* inf
     return kPLXResult_MissingRequiredParameter;
   }
   if (!EmailClient_FindUser(info_i, database_i, username)) {
-    return EmailClient_Fail(info_i, kPLXResult_InvalidParameterValue, "The specified username is unknown.",
-                            "Please specify an existing username.");
+    return ReportProblem(info_i, kPLXResult_InvalidParameterValue, "The specified username is unknown.",
+                         "Please specify an existing username.");
   }
   PLXString const stored =
       EmailClient_Decrypt(EmailClient_GetText(info_i, database_i, kEmailClientField_Password));
   if (!(stored == password)) {
-    return EmailClient_Fail(
+    return ReportProblem(
         info_i, kPLXResult_InvalidParameterValue,
         "You are not authorized to edit this information.  The specified password is invalid.",
         "Please enter a valid password for the specified username.");

@@ -132,8 +132,8 @@ static PLXUInt32 EmailClient_RunAdmin_SaveOptions(_PLXAPI_ModuleProcessingInfo* 
       PLXGlueSetPreference(info_i, kEmailClientPreference_MaxAttachmentSize,
                            PLXStringUtility::GetStringRepresentation(std::max(kilobytes, 0)));
   return isSaved ? kPLXResult_Success
-                 : EmailClient_Fail(info_i, kPLXResult_GeneralError, "The region options could not be saved.",
-                                    kEmailClientAdminContactRemedy);
+                 : ReportProblem(info_i, kPLXResult_GeneralError, "The region options could not be saved.",
+                                 kEmailClientAdminContactRemedy);
 }
 
 // ---- The list of users ----
@@ -278,8 +278,8 @@ static PLXUInt32 EmailClient_RunAdmin_AddUsername(_PLXAPI_ModuleProcessingInfo* 
                                                   PLXUInt32 database_i) {
   PLXString const username = EmailClient_GetPostArgument(info_i, kEmailClientAdminArgument_Username);
   if (username.IsEmpty()) {
-    return EmailClient_Fail(info_i, kPLXResult_InvalidParameterValue, "No username was specified.",
-                            "Please specify a username.");
+    return ReportProblem(info_i, kPLXResult_InvalidParameterValue, "No username was specified.",
+                         "Please specify a username.");
   }
   return EmailClient_AddUser(info_i, database_i, username,
                              EmailClient_GetPostArgument(info_i, kEmailClientAdminArgument_Password));
@@ -289,8 +289,8 @@ static PLXUInt32 EmailClient_RunAdmin_UpdateUsername(_PLXAPI_ModuleProcessingInf
                                                      PLXUInt32 database_i) {
   if (!EmailClient_FindUser(info_i, database_i,
                             EmailClient_GetPostArgument(info_i, kEmailClientAdminArgument_Username))) {
-    return EmailClient_Fail(info_i, kPLXResult_InvalidParameterValue, "The specified username is unknown.",
-                            "Please specify an existing username.");
+    return ReportProblem(info_i, kPLXResult_InvalidParameterValue, "The specified username is unknown.",
+                         "Please specify an existing username.");
   }
   return EmailClient_SetPassword(info_i, database_i,
                                  EmailClient_GetPostArgument(info_i, kEmailClientAdminArgument_Password));

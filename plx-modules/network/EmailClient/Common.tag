@@ -3,6 +3,7 @@
 // What the subjects of the web mail client share: the user database, passwords, users' folders, forms.
 
 #include "../Markup.tag"
+#include "../Problem.tag"
 #include "PLXCryptor.h"
 #include "PLXFileSystemItem.h"
 #include "PLXFolderSpecification.h"
@@ -122,12 +123,6 @@ static PLXUInt32 EmailClient_Challenge(_PLXAPI_ModuleProcessingInfo* info_i) {
   return kPLXResult_NotAuthorized;
 }
 
-static PLXUInt32 EmailClient_Fail(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 result_i,
-                                  PLXString const& problem_i, PLXString const& remedy_i) {
-  PLXGlueSetErrorInformation(info_i, problem_i, remedy_i);
-  return result_i;
-}
-
 // ---- Users ----
 
 // Makes the user's record the current one. Several records of one name make a found set to go on in.
@@ -167,8 +162,8 @@ static bool EmailClient_GetUserFolder(_PLXAPI_ModuleProcessingInfo* info_i, PLXS
 static PLXUInt32 EmailClient_DeleteUser(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i,
                                         PLXString const& username_i) {
   if (!EmailClient_FindUser(info_i, database_i, username_i)) {
-    return EmailClient_Fail(info_i, kPLXResult_InvalidParameterValue, "The specified username is unknown.",
-                            "Please specify an existing username for deletion.");
+    return ReportProblem(info_i, kPLXResult_InvalidParameterValue, "The specified username is unknown.",
+                         "Please specify an existing username for deletion.");
   }
   PLXUInt32 result = 0;
   do {
@@ -184,9 +179,8 @@ static PLXUInt32 EmailClient_DeleteUser(_PLXAPI_ModuleProcessingInfo* info_i, PL
 static PLXUInt32 EmailClient_AddUser(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i,
                                      PLXString const& username_i, PLXString const& password_i) {
   if (EmailClient_FindUser(info_i, database_i, username_i)) {
-    return EmailClient_Fail(info_i, kPLXResult_InvalidParameterValue,
-                            "The specified username is already taken.",
-                            "Please specify a different username.");
+    return ReportProblem(info_i, kPLXResult_InvalidParameterValue, "The specified username is already taken.",
+                         "Please specify a different username.");
   }
   PLXUInt32 result = PLXGlueDBCreateRecord(info_i, database_i);
   if (result == 0) {

@@ -43,16 +43,16 @@ static PLXUInt32 EmailClient_Mail_GetMailboxFileSpecPtrs(_PLXAPI_ModuleProcessin
   if (!PLXGlueVerifyRegionContainsFile(info_i, path)) return kPLXResult_NotAuthorized;
   PLXFolderSpecification folder(path);
   if (!folder.Exists() && !folder.Create() && !folder.Exists()) {
-    return EmailClient_Fail(info_i, kPLXResult_GeneralError,
-                            "The folder could not be created due to an unknown error.",
-                            "Make sure the item location is correct and try again.");
+    return ReportProblem(info_i, kPLXResult_GeneralError,
+                         "The folder could not be created due to an unknown error.",
+                         "Make sure the item location is correct and try again.");
   }
   auto index = std::make_unique<PLXFileSpecification>(folder, mailbox_i + kEmailClient_IndexSuffix);
   auto messages = std::make_unique<PLXFileSpecification>(folder, mailbox_i + kEmailClient_MessagesSuffix);
   if (!EmailClient_Mail_CreateFile(*index) || !EmailClient_Mail_CreateFile(*messages)) {
-    return EmailClient_Fail(info_i, kPLXResult_GeneralError,
-                            "The file could not be created due to an unknown error.",
-                            "Make sure the location is correct and try again.");
+    return ReportProblem(info_i, kPLXResult_GeneralError,
+                         "The file could not be created due to an unknown error.",
+                         "Make sure the location is correct and try again.");
   }
   index_o = index.release();
   mailbox_o = messages.release();
@@ -69,8 +69,8 @@ static PLXUInt32 EmailClient_Mail_GetMailboxFileSpecPtrs(_PLXAPI_ModuleProcessin
 static PLXUInt32 EmailClient_Mail_GetResult(_PLXAPI_ModuleProcessingInfo* info_i,
                                             EmailClient_Mailbox::Outcome outcome_i) {
   if (outcome_i != EmailClient_Mailbox::Outcome::Full) return kPLXResult_Success;
-  return EmailClient_Fail(info_i, kPLXResult_GeneralError, "The mailbox is full.",
-                          "Please contact the webmaster to report this problem.");
+  return ReportProblem(info_i, kPLXResult_GeneralError, "The mailbox is full.",
+                       "Please contact the webmaster to report this problem.");
 }
 
 // The same after an add to files that are open.
@@ -79,8 +79,8 @@ static PLXUInt32 EmailClient_Mail_GetAddResult(_PLXAPI_ModuleProcessingInfo* inf
   if (outcome_i != EmailClient_Mailbox::Outcome::Unusable) {
     return EmailClient_Mail_GetResult(info_i, outcome_i);
   }
-  return EmailClient_Fail(info_i, kPLXResult_GeneralError, "A message could not be stored in the mailbox.",
-                          "Please contact the webmaster to report this problem.");
+  return ReportProblem(info_i, kPLXResult_GeneralError, "A message could not be stored in the mailbox.",
+                       "Please contact the webmaster to report this problem.");
 }
 
 // Opens a mailbox of the user who is the database's current record. Null, with the result in `result_o`, when
@@ -156,12 +156,11 @@ static PLXUInt32 EmailClient_Mail_ReportConnection(_PLXAPI_ModuleProcessingInfo*
        "Please set the proper POP username in the user options."}};
   for (Row const& row : kRows) {
     if (row.connection == connection_i) {
-      return EmailClient_Fail(info_i, kPLXResult_GeneralError, row.problem, row.remedy);
+      return ReportProblem(info_i, kPLXResult_GeneralError, row.problem, row.remedy);
     }
   }
-  return EmailClient_Fail(info_i, kPLXResult_GeneralError,
-                          "The client was unable to connect to the POP server.",
-                          "Please try again in a few minutes.");
+  return ReportProblem(info_i, kPLXResult_GeneralError, "The client was unable to connect to the POP server.",
+                       "Please try again in a few minutes.");
 }
 
 static bool EmailClient_Mail_IsMessageNumber(PLXString const& word_i) {
