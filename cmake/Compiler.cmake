@@ -27,8 +27,11 @@ if(PLX_SANITIZE)
   endif()
 endif()
 if(PLX_COVERAGE)
-  add_compile_options(--coverage)
-  add_link_options(--coverage)
+  # Counters are kept in the profile's file itself, so that a process which dies on purpose has counted too.
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping -mllvm -runtime-counter-relocation)
+  add_link_options(-fprofile-instr-generate)
+  # clang 14 knows the coroutines of the standard, but does not say so to the libraries.
+  add_compile_definitions(__cpp_impl_coroutine=201902L BOOST_ASIO_HAS_CO_AWAIT=1 BOOST_ASIO_HAS_STD_COROUTINE=1)
 endif()
 
 include(CheckPIESupported)

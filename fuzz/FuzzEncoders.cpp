@@ -1,8 +1,8 @@
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 
 #include "EncoderTwins.h"
+#include "Fuzz.h"
 #include "PLXCryptor.h"
 #include "PLXStringUtility.h"
 
@@ -10,10 +10,6 @@
 // step-by-step twins, and a stream gives what a buffer gives.
 
 namespace {
-
-void Require(bool holds_i) {
-  if (!holds_i) std::abort();
-}
 
 class SlowStream : public PLXDataStream {
  public:

@@ -1,17 +1,12 @@
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "Fuzz.h"
 #include "PLXForms.h"
 
 // The first line says which grammar reads the rest, and is the media type of a multipart form.
 
 namespace {
-
-void Require(bool condition_i) {
-  if (!condition_i) std::abort();
-}
 
 std::string Escaped(std::string_view text_i) {
   constexpr char kDigits[] = "0123456789abcdef";
@@ -31,6 +26,10 @@ std::size_t Bytes(std::vector<PLXNameValue> const& list_i) {
   return bytes;
 }
 
+bool Same(PLXNameValue const& left_i, PLXNameValue const& right_i) {
+  return left_i.name == right_i.name && left_i.value == right_i.value;
+}
+
 void CheckURLEncoded(std::string_view text_i) {
   auto const fields = ParseURLEncoded(text_i, SIZE_MAX);
   Require(fields && Bytes(*fields) <= text_i.size());
@@ -39,19 +38,49 @@ void CheckURLEncoded(std::string_view text_i) {
   for (PLXNameValue const& field : *fields) written += Escaped(field.name) + '=' + Escaped(field.value) + '&';
   auto const again = ParseURLEncoded(written, fields->size());
   Require(again && again->size() == fields->size());
-  for (std::size_t n = 0; n < fields->size(); ++n) {
-    Require((*again)[n].name == (*fields)[n].name && (*again)[n].value == (*fields)[n].value);
-  }
+  for (std::size_t n = 0; n < fields->size(); ++n) Require(Same((*again)[n], (*fields)[n]));
   Require(fields->empty() || !ParseURLEncoded(text_i, fields->size() - 1));
+  // A cut changes no more than the field that it cuts.
+  ForEachCut(text_i, [&](std::string_view cut_i) {
+    auto const some = ParseURLEncoded(cut_i, SIZE_MAX);
+    Require(some && some->size() <= fields->size());
+    for (std::size_t n = 0; n + 1 < some->size(); ++n) Require(Same((*some)[n], (*fields)[n]));
+  });
+}
+
+// Names as browsers write them.
+std::string QuotedName(std::string const& name_i) {
+  std::string result;
+  for (char c : name_i) result += c == '"' ? "%22" : std::string(1, c);
+  return result;
 }
 
 void CheckMultipart(std::string_view type_i, std::string_view body_i) {
   auto const fields = ParseMultipart(body_i, type_i, 1000);
+  // A form that is cut is none, up to where it says that it ends.
+  bool isWhole = false;
+  ForEachCut(body_i, [&](std::string_view cut_i) {
+    auto const cut = ParseMultipart(cut_i, type_i, 1000);
+    Require(cut.has_value() || !isWhole);
+    isWhole = cut.has_value();
+    Require(!isWhole ||
+            (fields && std::equal(cut->begin(), cut->end(), fields->begin(), fields->end(), Same)));
+  });
   if (!fields) return;
   Require(fields->size() <= 1000 && Bytes(*fields) <= body_i.size());
   for (PLXNameValue const& field : *fields) {
     for (char c : field.name) Require(static_cast<unsigned char>(c) >= 0x20 && c != 0x7f);
   }
+  // Written again, behind a mark that no value holds, the same comes back.
+  std::string written;
+  for (PLXNameValue const& field : *fields) {
+    if (field.name.find_first_of("\\%") != field.name.npos || field.value.find("--mark") != field.value.npos)
+      return;
+    written += "--mark\r\nContent-Disposition: form-data; name=\"" + QuotedName(field.name) + "\"\r\n\r\n" +
+               field.value + "\r\n";
+  }
+  auto const again = ParseMultipart(written + "--mark--\r\n", "multipart/form-data; boundary=mark", 1000);
+  Require(again && std::equal(again->begin(), again->end(), fields->begin(), fields->end(), Same));
 }
 
 void CheckCookies(std::string_view header_i) {

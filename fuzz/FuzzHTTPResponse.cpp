@@ -1,8 +1,4 @@
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
+#include "Fuzz.h"
 #include "PLXHTTPAnswer.h"
 
 // An answer says the same whether it arrives whole or in bursts, loses no byte, and ends with what it was
@@ -42,29 +38,37 @@ Understood Finish(PLXHTTPAnswer& answer_io) {
   return result;
 }
 
-void Check(bool condition_i) {
-  if (!condition_i) std::abort();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data_i, std::size_t size_i) {
-  std::size_t const burst =
-      1 + size_i % 16;  // any length will do, and the text is then the file as it stands
   char const* const text = reinterpret_cast<char const*>(data_i);
   PLXHTTPAnswer whole(true);
-  Check(whole.Append(PLXString(text, static_cast<PLXUInt32>(size_i))));
+  Require(whole.Append(PLXString(text, static_cast<PLXUInt32>(size_i))));
   Understood const fromWhole = Finish(whole);
 
-  PLXHTTPAnswer cut(true);
-  for (std::size_t at = 0; at < size_i; at += burst) {
-    Check(cut.Append(PLXString(text + at, static_cast<PLXUInt32>(std::min(burst, size_i - at)))));
-  }
-  Check(Finish(cut) == fromWhole);
-
   std::string const original(text, size_i);
-  Check(original.ends_with(fromWhole.data));
-  Check(original.find(fromWhole.headers) != std::string::npos);
-  Check(!fromWhole.isComplete || fromWhole.hasLength);
+  for (unsigned const seed : {0U, static_cast<unsigned>(1 + size_i)}) {
+    PLXHTTPAnswer cut(true);
+    InPieces(original, seed, [&](std::string_view piece_i) {
+      Require(!cut.IsComplete() || cut.HasLength());
+      Require(cut.Append(PLXString(piece_i.data(), static_cast<PLXUInt32>(piece_i.size()))));
+    });
+    Require(Finish(cut) == fromWhole);
+  }
+  // What is complete stays so, and is never less than the whole answer's data.
+  bool wasComplete = false;
+  bool const isCut = ForEachCut(original, [&](std::string_view cut_i) {
+    PLXHTTPAnswer cut(true);
+    cut.Append(PLXString(cut_i.data(), static_cast<PLXUInt32>(cut_i.size())));
+    Require(!wasComplete || cut.IsComplete());
+    wasComplete = cut.IsComplete();
+    if (!wasComplete || !fromWhole.isComplete) return;
+    Understood const fromCut = Finish(cut);
+    Require(fromCut.headers == fromWhole.headers && fromWhole.data.starts_with(fromCut.data));
+  });
+  Require(!isCut || wasComplete == fromWhole.isComplete);
+  Require(original.ends_with(fromWhole.data));
+  Require(original.find(fromWhole.headers) != std::string::npos);
+  Require(!fromWhole.isComplete || fromWhole.hasLength);
   return 0;
 }

@@ -1,16 +1,10 @@
-#include <cstdint>
-#include <cstdlib>
-
+#include "Fuzz.h"
 #include "MIMEForms.h"
 #include "TemporaryFolder.h"
 
 // The first line is the boundary, the rest the message, or the headers and the text of one part.
 
 namespace {
-
-void Require(bool condition_i) {
-  if (!condition_i) std::abort();
-}
 
 // Whatever the message says, its files are in the folder, visible and no longer than the message; and what
 // the list says of them is so.
@@ -33,13 +27,19 @@ void CheckMultipart(std::string const& boundary_i, std::string const& message_i,
   MIMERules const withBody{folder_i / "body"};
   MIMEOutcome const outcome = ParseMultipart(message_i, boundary_i, whole);
   CheckOutcome(outcome, message_i);
-  Require(ParseMultipartStream(message_i, boundary_i, stream) == outcome);
+  Require(ParseMultipartStream({message_i}, boundary_i, stream) == outcome);
   std::string body;
   Require(ParseMultipart(message_i, boundary_i, withBody, &body) == outcome);
   Require(message_i.find(body) != std::string::npos);
   // Text is lost to no split that failed.
-  bool const isSplit = !boundary_i.empty() && message_i.find("--" + boundary_i + "--") != std::string::npos;
-  Require(isSplit || (!outcome.result && body == message_i));
+  ForEachCut(message_i, [&](std::string_view cut_i) {
+    std::string const cut(cut_i);
+    MIMEOutcome const fromCut = ParseMultipart(cut, boundary_i, {}, &body);
+    bool const isSplit = !boundary_i.empty() && cut.find("--" + boundary_i + "--") != std::string::npos;
+    Require(isSplit || (!fromCut.result && fromCut.entries.empty() && body == cut));
+    MessageSource bytes{cut, 0, 0, 1};
+    Require(ParseMultipartStream(bytes, boundary_i, {}) == fromCut);
+  });
 }
 
 void CheckPart(std::string const& message_i) {

@@ -1,10 +1,9 @@
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "DecimalTwin.h"
+#include "Fuzz.h"
 #include "PLXNumber.h"
 
 // Two lines, each a length, a scale and a text, separated by single blanks: "5 2 -12.50". The texts are read,
@@ -13,10 +12,6 @@
 namespace {
 
 char ourSilence[] = "-close_fd_mask=2";
-
-void Require(bool condition_i) {
-  if (!condition_i) std::abort();
-}
 
 std::string Text(PLXNumber const& number_i) {
   return number_i.IsNull() ? "null" : number_i.GetStringRepresentation().GetCStringAccess();

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 
+#include "Fuzz.h"
 #include "PLXASCII.h"
 #include "PLXModuleAPI.h"
 #include "PLXPage.h"
@@ -72,10 +73,16 @@ std::string Rendered(std::string const& text_i, bool knowsTags_i) {
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data_i, std::size_t size_i) {
   std::string const text(reinterpret_cast<char const*>(data_i), size_i);
   std::string const plain = Rendered(text, false);
-  if (!HoldsMarkup(text) && plain != text) std::abort();
+  Require(HoldsMarkup(text) || plain == text);
 
   // "&plxPath.a;" becomes at most 31 bytes; a page shows at most 101 boxes of its own.
   std::size_t const bound = 4 * size_i + 102 * (ProblemBox({}, {}).size() + 300);
-  if (plain.size() > bound || Rendered(text, true).size() > bound) std::abort();
+  Require(plain.size() <= bound && Rendered(text, true).size() <= bound);
+  // A page that is cut keeps what stands before its first markup, and its bound.
+  std::size_t const start = std::min(text.find_first_of("&<"), text.size());
+  ForEachCut(text, [&](std::string_view cut_i) {
+    std::string const cut = Rendered(std::string(cut_i), true);
+    Require(cut.size() <= bound && cut.starts_with(cut_i.substr(0, start)));
+  });
   return 0;
 }

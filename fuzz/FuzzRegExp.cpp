@@ -1,9 +1,8 @@
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "EncoderTwins.h"
+#include "Fuzz.h"
 #include "PLXRegExp.h"
 #include "RegExpTwin.h"
 
@@ -15,10 +14,6 @@ namespace {
 // The twin is slow, and recursion is part of its simplicity.
 constexpr std::size_t kLongestExpression = 200;
 constexpr std::size_t kLongestText = 300;
-
-void Require(bool condition_i) {
-  if (!condition_i) std::abort();
-}
 
 void CheckFrom(PLXRegExp& expression_io, RegExpTwin const& twin_i, std::string const& text_i,
                PLXUInt32 offset_i) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "Fuzz.h"
 #include "PLXHTTPMessage.h"
 
 // Requests of one connection, one behind the other, once as a whole and once byte by byte: the same ones must
@@ -83,6 +84,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data_i, std::size_t si
   std::string_view const text(reinterpret_cast<char const*>(data_i), size_i);
   // At once, the limits that count what has arrived cannot be the same, so long inputs are left out.
   if (text.size() >= kHead_Longest) return 0;
-  if (Reader().Read(text, text.size()) != Reader().Read(text, 1)) std::abort();
+  std::string const whole = Reader().Read(text, text.size());
+  Require(whole == Reader().Read(text, 1));
+  Require(whole == Reader().Read(text, 2 + text.size() % 23));
+  // A cut adds nothing and changes nothing.
+  ForEachCut(text, [&](std::string_view cut_i) { Require(whole.starts_with(Reader().Read(cut_i, 7))); });
   return 0;
 }

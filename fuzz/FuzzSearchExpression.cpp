@@ -1,17 +1,14 @@
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 
+#include "Fuzz.h"
 #include "PLXSearchExpression.h"
+#include "SearchTwin.h"
 
 // Any bytes as a search: either it is refused in words, at a place that the text has, or it is read, and then
-// it reads the same again once it has been written.
+// it reads the same again once it has been written. A slow twin says of every beginning of the text which of
+// the two it is.
 
 namespace {
-
-void Require(bool condition_i) {
-  if (!condition_i) std::abort();
-}
 
 bool Same(PLXSearchCondition const& left_i, PLXSearchCondition const& right_i) {
   return left_i.myField == right_i.myField && left_i.myComparison == right_i.myComparison &&
@@ -33,10 +30,19 @@ void CheckName(std::string_view text_i, std::string const& name_i, std::size_t p
   Require(!name_i.empty() && position_i >= 1 && text_i.substr(position_i - 1).starts_with(name_i));
 }
 
+void CheckTwin(std::string const& text_i) {
+  PLXSearchExpression expression;
+  PLXSearchError error;
+  bool const isRead = ParseSearchExpression(text_i, expression, error);
+  std::optional<PLXSearchExpression> const expected = ReadSearchByTwin(text_i);
+  Require(isRead == expected.has_value() && (!isRead || Same(expression, *expected)));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data_i, std::size_t size_i) {
   std::string_view const text(reinterpret_cast<char const*>(data_i), size_i);
+  ForEachCut(text, [](std::string_view cut_i) { CheckTwin(std::string(cut_i)); });
   PLXSearchExpression expression;
   PLXSearchError error;
   if (!ParseSearchExpression(text, expression, error)) {

@@ -1,25 +1,14 @@
-#include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
+#include "Fuzz.h"
 #include "PLXTimestamp.h"
 
 // Three lines and more: a date in compact form, a text that may hold an RFC 1123 date, and a format for both.
 
 namespace {
 
-void Require(bool condition_i) {
-  if (!condition_i) std::abort();
-}
-
 PLXString String(std::string_view text_i) {
   return PLXString(text_i.data(), static_cast<PLXUInt32>(text_i.size()));
-}
-
-std::string_view TakeLine(std::string_view& input_io) {
-  std::string_view const line = input_io.substr(0, input_io.find('\n'));
-  input_io.remove_prefix(line.size() < input_io.size() ? line.size() + 1 : line.size());
-  return line;
 }
 
 // Whatever was read is a date and a time, and comes back from its texts.

@@ -17,6 +17,7 @@
 #include "PLXListener.h"
 #include "PLXLog.h"
 #include "PLXLoginStore.h"
+#include "PLXProcess.h"
 #include "PLXRecordCursor.h"
 #include "PLXServer.h"
 #include "PLXSite.h"
@@ -131,6 +132,7 @@ void SayReady(PLXServer& server_io, Arguments const& arguments_i, PLXConfigurati
 int Serve(Arguments& arguments_io) {
   PLXConfiguration configuration;
   if (!ReadConfiguration(arguments_io, configuration)) return kConfiguration;
+  if (configuration.coreDumps) AllowCoreDumps();
   std::unique_ptr<PLXServer> server;
   try {
     server = std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io));
@@ -144,6 +146,7 @@ int Serve(Arguments& arguments_io) {
     for (std::string const& problem : problems) Fail(kUnavailable, problem);
     return kUnavailable;
   }
+  for (std::string const& warning : InstallationWarnings(configuration)) PLXLog::Warning(warning);
   bool isReady = false;
   try {
     bool const isOver = server->Serve([&](std::uint16_t port) {
@@ -254,6 +257,8 @@ int Check(Arguments& arguments_io) {
       code = Fail(kUnavailable, error.what() + kAddressRemedy);
     }
   }
+  for (std::string const& warning : InstallationWarnings(configuration))
+    std::cerr << "plxserver: warning: " << warning << std::endl;
   if (code == kGood) {
     std::cout << "The configuration is good: sites " << configuration.sites.size() << ", modules "
               << configuration.modules.size() << ".\n";
@@ -405,13 +410,15 @@ void AddFields(PLXRecordCursor& cursor_io, fs::path const& file_i) {
       seen[index].isShort = seen[index].isShort && values[index].size() <= 255;
     }
   }
+  std::vector<PLXRecordCatalogue::NewField> fields;
   for (std::size_t index = 0; index < names.size(); ++index) {
     if (cursor_io.HasField(names[index])) continue;  // the identifier
     Seen const& column = seen[index];
     std::uint32_t word = column.isShort ? 0x600FF : 0x70000;
     if (column.isNumber && !column.isEmpty) word = column.isWhole ? 0x20000 : 0x40000;
-    cursor_io.AddField(names[index], word);
+    fields.emplace_back(names[index], word);
   }
+  cursor_io.AddFields(fields);
 }
 
 int ListRecords(PLXRecordEngine& engine_i) {
@@ -562,6 +569,7 @@ int Run(Commands const& commands_i, Arguments& arguments_io) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  KeepProcessToItself();
   // A client that has left shows as an error of the write, not as a signal.
   std::signal(SIGPIPE, SIG_IGN);
   CLI::App app{"PLX Server: serves pages whose tags are run by modules.", "plxserver"};

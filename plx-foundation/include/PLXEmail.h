@@ -91,6 +91,9 @@ class PLXEmail : public PLXInternetObject {
   // system has no thread to give, the caller's own sends it.
   bool Send(unsigned int reserved_i = 0);
 
+ protected:
+  PLXEmailFields const& GetFields() const noexcept { return myFields; }
+
  private:
   static void AddRecipient(PLXString const& address_i, PLXString& list_io);
 

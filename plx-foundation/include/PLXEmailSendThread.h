@@ -1,6 +1,7 @@
 #pragma once
 
 #include "PLXEmail.h"
+#include "PLXOutbox.h"
 #include "PLXThread.h"
 #include "PLXTokenizedString.h"
 
@@ -10,13 +11,18 @@
 // was delivered leaves no trace. One that was not is stored, whole and safe from a loss of power, as a file
 // in the folder for failed mail, and then told to the callback URL by a POST with Status "F" and the reason.
 // When a stored message is sent again, its file stays until the outcome is known: a success is told with
-// Status "S" before the file goes, a failure puts the message as it was now sent in the file's place. So
-// whenever the process dies, a message that was once stored is still there or has been delivered.
+// Status "S" before the file goes, a failure puts the message as it was now sent in the file's place.
+//
+// From Keep on the message is in the folder's outbox, and so is every outcome until the callback URL has
+// taken note of it. Whenever the process dies, the message is at its server, in the folder or in the outbox.
 class PLXEmailSendThread : public PLXThread {
  public:
   // Copies all fields.
   explicit PLXEmailSendThread(PLXEmailFields const& fields_i);
 
+  // Builds a new message and puts it into the outbox. False when it could not be kept there; it may be sent
+  // all the same. On the thread that hands it over; Run does it otherwise.
+  bool Keep();
   // Sends at once, on the caller's thread.
   void RunHere() { Run(); }
 
@@ -27,24 +33,30 @@ class PLXEmailSendThread : public PLXThread {
 
  protected:
   void Run() override;
+  // The new message's text, as the recipient is to have it. Takes the parts out of the fields.
+  PLXString BuildMessage();
+  // Doubles every dot at the start of a line (RFC 5321, section 4.5.2).
+  static void PrepareMessageForOutput(PLXString& text_io);
 
  private:
   bool IsResend() const noexcept { return myFields.messageID.IsNotEmpty(); }
+  bool HasFolder() const noexcept {
+    return myFields.failedMailFolder.IsNotEmpty() && myFields.callbackURL.IsNotEmpty();
+  }
   PLXString BuildHeader() const;
-  PLXString BuildMessage();
   // The stored message with a fresh header. `isWhole_o`: its end was found.
   PLXString BuildStoredMessage(bool& isWhole_o) const;
-  // Doubles every dot at the start of a line (RFC 5321, section 4.5.2).
-  static void PrepareMessageForOutput(PLXString& text_io);
   // The dialogue with the server; empty when the message was accepted, else what went wrong. An empty last
   // token of the lines is no line.
   PLXString SendFormattedMessage(PLXTokenizedString const& recipients_i, PLXTokenizedString const& lines_i);
-  void ReportSuccess(bool isWhole_i) const;
-  void ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i, PLXString const& error_i) const;
-  // Returns the name that the message is stored by, or would be.
-  PLXString StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i) const;
+  void ReportSuccess(bool isWhole_i);
+  void ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i, PLXString const& error_i);
+  // `name_io` is the name that the message is stored by, or would be. False when it could not be stored.
+  bool StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i, PLXString& name_io) const;
   PLXString GenerateNextAttachmentLabel() const;
 
   PLXEmailFields myFields;
   PLXString myAttachmentLabel;
+  PLXString myText;  // of a new message, once it has been built
+  PLXOutbox myOutbox;
 };

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <cstdint>
+
 #include "PLXFileSpecification.h"
 
 // What a file is opened for. Anything but read only is read and write.
 inline constexpr PLXUInt32 kPLXFilePermission_ReadOnly = FourCC("RdOn");
 inline constexpr PLXUInt32 kPLXFilePermission_ReadWrite = FourCC("XR/W");
+
+// How the names of unfinished files begin; see PLXFile::WriteWhole.
+inline constexpr char kTemporaryFilePrefix[] = ".plx-";
 
 // The system's own handle of an open file.
 typedef int PLXOSFileReference;
@@ -36,13 +41,22 @@ class PLXFile : public PLXObject {
   // has the old file, or none, or the new one, complete, and on true the new one survives even the loss of
   // power. It keeps the permissions of the file that it replaces; a link is replaced itself, not what it
   // leads to. False, with nothing changed, when the content cannot be stored and, with kKeepExistingFile,
-  // when anything has the name. A death meanwhile may leave an invisible file ".plx-…" beside it.
+  // when anything has the name; a file that was replaced may then hold the new content, but not for certain
+  // after a loss of power. A death meanwhile may leave an invisible file kTemporaryFilePrefix… beside it. On
+  // true `held_o`, unless null, has the new file open, which has been locked since before it had its name;
+  // what it had open until then is closed.
   static bool WriteWhole(PLXFileSpecification const& file_i, PLXUInt32 count_i, void const* content_i,
-                         ExistingFile existing_i);
+                         ExistingFile existing_i, PLXFile* held_o = nullptr);
   static bool WriteWhole(PLXFileSpecification const& file_i, PLXString const& content_i,
-                         ExistingFile existing_i) {
-    return WriteWhole(file_i, content_i.GetLength(), content_i.GetCStringAccess(), existing_i);
+                         ExistingFile existing_i, PLXFile* held_o = nullptr) {
+    return WriteWhole(file_i, content_i.GetLength(), content_i.GetCStringAccess(), existing_i, held_o);
   }
+
+  // Removes what deaths left in a folder: invisible files kTemporaryFilePrefix… that nobody wrote to for a
+  // day.
+  static void RemoveLeftovers(PLXFolderSpecification const& folder_i);
+  // Waits until the names of the folder's files are on the disk.
+  static bool SynchronizeFolder(PLXFolderSpecification const& folder_i);
 
   PLXFileSpecification const& GetSpecification() const noexcept { return mySpecification; }
   // Closes the file that was meant before.
@@ -77,7 +91,14 @@ class PLXFile : public PLXObject {
   // those who lock are kept apart. False for a file that was opened read only. Whoever locks one file through
   // two objects on one thread waits for ever. Closing unlocks; the locks of one object are not counted.
   bool Lock();
+  // Locks it only when that needs no waiting.
+  bool TryLock();
   bool UnLock();
+  // Locks one byte, which need not be there, without waiting. False when another object has it locked.
+  bool TryLockByte(std::uint64_t position_i);
+  bool UnLockByte(std::uint64_t position_i);
+  // Whether the name still means the file that is open: it may have been removed or replaced meanwhile.
+  bool HasItsName() const;
 
   // Hands what a derived class holds back to the system. False when any of it since Open could not be stored.
   virtual bool Flush() { return IsOpen(); }
@@ -93,6 +114,8 @@ class PLXFile : public PLXObject {
   virtual void ForgetReadAhead() {}
 
  private:
+  bool LockBy(int command_i);
+
   PLXFileSpecification mySpecification;
   PLXUInt32 myPosition = 0;
   PLXOSFileReference myReference = kOSFileReferenceInvalid;

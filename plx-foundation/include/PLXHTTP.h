@@ -26,6 +26,8 @@ class PLXHTTP : public PLXInternetObject {
   // and one whose announced bytes have not all come. For the answer's first byte there is no limit.
   static constexpr PLXUInt32 kSilenceLimit_UnknownLength = 10000;
   static constexpr PLXUInt32 kSilenceLimit_MissingBytes = 60000;
+  // The longest answer, in bytes, interim ones with it. What goes on beyond is cut there.
+  static constexpr PLXUInt32 kLongestAnswer = 512 << 20;
 
   // "http://host:port/path", with or without the "http://" and the path. No other scheme is known.
   void SetURL(PLXString const& url_i);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <mutex>
 #include <set>
 
@@ -37,6 +38,15 @@ class PLXNetworkingStream : public PLXObject {
  public:
   // The longest response, in bytes: the longest string. What the peer sends beyond it is not read.
   static constexpr PLXUInt32 kMaximumResponseLength = 0xFFFFFFDF;
+  // How long, in milliseconds, the peer may go on about one thing: that it may be silent in between as often
+  // as it likes makes a peer that never ends. For every 128 bytes it gets a second more, so that only who is
+  // slower than any line is broken off.
+  static constexpr PLXUInt32 kAnswerTime = 600000;
+
+  // The answer to what is written is all that comes between two writes, in one response or several. One that
+  // grows beyond `longest_i` bytes, or takes longer than the time from its first byte on, breaks the
+  // connection off: the read that met it is false, with what came until then as its response.
+  void SetAnswerLimits(PLXUInt32 longest_i, PLXUInt32 milliseconds_i = kAnswerTime) noexcept;
 
   // Connects, and with `readGreeting_i` reads one response. Null when no socket could be made. A refused
   // connection gives a stream all the same, whose reads return false at once; IsConnected tells. `reserved_i`
@@ -90,6 +100,7 @@ class PLXNetworkingStream : public PLXObject {
                       PLXNetworkingStreamGroup* group_io);
   bool Connect(PLXIPAddress const& address_i, PLXUInt16 port_i) noexcept;
   bool Receive(PLXString& text_io, PLXString const& end_i);
+  bool IsWithinLimits(PLXUInt32 received_i) noexcept;
   void CrackResponse();
 
   int mySocket = -1;
@@ -99,6 +110,10 @@ class PLXNetworkingStream : public PLXObject {
   PLXUInt32 myResponseCode = 0;
   PLXUInt32 myCrackedLength = 0;  // how much of the whole response the code took
   PLXString myWholeResponse;
+  PLXUInt32 myLongestAnswer = kMaximumResponseLength;
+  std::chrono::milliseconds myAnswerTime{kAnswerTime};
+  PLXUInt32 myAnswerLength = 0;                         // of the answer so far
+  std::chrono::steady_clock::time_point myAnswerStart;  // of its first byte
 };
 
 // Reads the reply code at a zero-terminated text: the digits it begins with, or, when its first word is none,

@@ -6,6 +6,7 @@
 #include "PLXString.h"
 
 class PLXNetworkingStream;
+class PLXPOP3Answer;
 
 // What became of PLXPOP3::Connect.
 inline constexpr PLXUInt32 kPOP3Result_Success = FourCC("Succ");
@@ -31,6 +32,12 @@ class PLXPOP3 : public PLXInternetObject {
   // answer to the goodbye.
   static constexpr PLXUInt32 kSilenceLimit_Answer = 10000;
   static constexpr PLXUInt32 kSilenceLimit_Goodbye = 60000;
+  // The longest answers, in bytes, by what they are; one that goes on beyond is broken off, and the
+  // connection with it. A listing has some eighty bytes for a message, and mail servers take no message half
+  // as long.
+  static constexpr PLXUInt32 kLongestAnswer_Line = 64 << 10;
+  static constexpr PLXUInt32 kLongestAnswer_Listing = 64 << 20;
+  static constexpr PLXUInt32 kLongestAnswer_Message = 512 << 20;
 
   PLXPOP3() noexcept;
   // The server is "host" or "host:port", port 110 unless said.
@@ -59,13 +66,11 @@ class PLXPOP3 : public PLXInternetObject {
   void Disconnect();
 
  private:
-  enum class AnswerEnd { Line, Listing, Message };
-
   // Sends a command of the login. False when it is refused.
   bool LogIn(PLXString const& command_i);
   bool IsRefused();
-  PLXString ReadAnswer(AnswerEnd end_i);
-  static AnswerEnd EndOfAnswerTo(PLXString const& line_i);
+  // To a command line; an empty one is the greeting's.
+  PLXPOP3Answer ReadAnswer(PLXString const& line_i);
 
   std::unique_ptr<PLXNetworkingStream> myStream;  // null while not connected
   PLXString myPOPServer;

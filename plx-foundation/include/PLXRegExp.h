@@ -54,7 +54,7 @@ class PLXRegExpMatch : public PLXObject {
 // with it at once.
 class PLXRegExp : public PLXObject {
  public:
-  PLXRegExp() noexcept;  // never matches
+  PLXRegExp();  // never matches
   explicit PLXRegExp(PLXString const& expression_i);
   PLXRegExp(PLXRegExp const&) = delete;
   PLXRegExp& operator=(PLXRegExp const&) = delete;

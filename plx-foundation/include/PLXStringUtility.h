@@ -136,13 +136,19 @@ class PLXStringUtility {
                                           PLXUInt32 start_i, PLXUInt32 length_i, PLXString const& folder_i,
                                           PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i,
                                           MessagePartList* results_io, PLXString& body_io);
+  // How the files of a message are to be stored, and what became of it.
+  struct FileStoring {
+    bool isRepeated = false;  // an earlier try may have stored some: one with the name and the bytes is it
+    bool hasFailed = false;   // afterwards: a file that was wanted is not on the disk for certain
+  };
   // `body_o` becomes the body of the last part that has one. It is empty when there are only attachments, and
   // the whole range as it was received when no part was found. `body_o` may be the message.
   static bool ParseMultipartMessage_ReturnBody(PLXString const& message_i, PLXString const& boundary_i,
                                                PLXUInt32 start_i, PLXUInt32 length_i,
                                                PLXString const& folder_i,
                                                PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i,
-                                               MessagePartList* results_io, PLXString& body_o);
+                                               MessagePartList* results_io, PLXString& body_o,
+                                               FileStoring* storing_io = nullptr);
 
   // Puts up to `byteCount_io` bytes of a message into the buffer and says in `byteCount_io` how many. The
   // message ends with false or 0 bytes; until then any number will do. Asked for at most 8192.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <utility>
 
 #include "PLXAssert.h"
@@ -64,11 +65,11 @@ class TPLXArray : public PLXObject {
   // Makes the count `count_i`. Growing takes new storage and copies; shrinking keeps the storage.
   void ResizeToHold(PLXUInt32 count_i) {
     if (count_i > myElementCount) {
-      T* const elements = new T[static_cast<std::size_t>(count_i) + 1]();
+      std::unique_ptr<T[]> elements(new T[static_cast<std::size_t>(count_i) + 1]());
       for (PLXUInt32 index = 0; index < myElementCount; ++index)
         elements[index] = std::move(myElements[index]);
       delete[] myElements;
-      myElements = elements;
+      myElements = elements.release();
     }
     myElementCount = count_i;
   }

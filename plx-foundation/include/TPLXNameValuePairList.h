@@ -13,7 +13,13 @@ class TPLXNameValuePairList : public PLXObject {
   void Add(N const& name_i, V const& value_i) {
     AssertEqualCounts();
     myNameArray.Append(name_i);
-    myValueArray.Append(value_i);
+    try {
+      myValueArray.Append(value_i);
+    } catch (...) {
+      // A name without its value would fail every later call.
+      myNameArray.ResizeToHold(myNameArray.GetElementCount() - 1);
+      throw;
+    }
     AssertEqualCounts();
   }
   void Empty() {

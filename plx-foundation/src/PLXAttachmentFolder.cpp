@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 #include "PLXCryptor.h"
 #include "PLXFile.h"
@@ -103,11 +104,30 @@ bool WriteDecoded(PLXFile& file_io, std::string_view content_i) {
   return true;
 }
 
+bool HaveSameBytes(PLXFileSpecification const& left_i, PLXFileSpecification const& right_i) {
+  PLXFile left(left_i);
+  PLXFile right(right_i);
+  if (!left.Open(kPLXFilePermission_ReadOnly) || !right.Open(kPLXFilePermission_ReadOnly)) return false;
+  if (left.GetSize() != right.GetSize()) return false;
+  std::string leftBytes(kPieceSize, 0);
+  std::string rightBytes(kPieceSize, 0);
+  for (PLXUInt32 rest = left.GetSize(); rest > 0;) {
+    PLXUInt32 const count = left.Read(kPieceSize, leftBytes.data());
+    if (count == 0 || right.Read(kPieceSize, rightBytes.data()) != count) return false;
+    if (std::memcmp(leftBytes.data(), rightBytes.data(), count) != 0) return false;
+    rest -= count;
+  }
+  return true;
+}
+
 }  // namespace
 
 PLXAttachmentFolder::PLXAttachmentFolder(PLXString const& path_i, PLXTokenizedString const& patterns_i,
-                                         PLXUInt32 maximumSize_i)
-    : myFolder(path_i), myPatterns(patterns_i.GetTokenCount()), myMaximumSize(maximumSize_i) {
+                                         PLXUInt32 maximumSize_i, bool isRepeated_i)
+    : myFolder(path_i),
+      myPatterns(patterns_i.GetTokenCount()),
+      myMaximumSize(maximumSize_i),
+      myIsRepeated(isRepeated_i) {
   for (PLXUInt32 index = 0; index < patterns_i.GetTokenCount(); ++index) {
     myPatterns[index].Compile(patterns_i[index]);
   }
@@ -121,9 +141,20 @@ PLXString PLXAttachmentFolder::Store(std::string_view name_i, std::string_view c
   UnfinishedFile file(myFolder);
   bool const isWritten =
       encoding_i == kBase64 ? WriteDecoded(file.File(), content_i) : WriteAsItStands(file.File(), content_i);
-  if (!isWritten || !file.File().Close() || !TakeFreeName(file.Specification(), name)) return PLXString();
-  file.Keep();
-  return file.Specification().GetName();
+  PLXString taken;
+  if (isWritten && file.File().Synchronize() && file.File().Close()) {
+    taken = TakeFreeName(file.Specification(), name);
+  }
+  if (taken == file.Specification().GetName()) file.Keep();
+  (taken.IsEmpty() ? myHasFailed : myHasStored) = true;
+  return taken;
+}
+
+bool PLXAttachmentFolder::Finish() {
+  if (!myHasStored) return !myHasFailed;
+  bool const isOnDisk =
+      PLXFile::SynchronizeFolder(myFolder) && PLXFile::SynchronizeFolder(myFolder.GetParentFolder());
+  return isOnDisk && !myHasFailed;
 }
 
 bool PLXAttachmentFolder::IsWanted(PLXString const& name_i, std::size_t size_i) {
@@ -132,15 +163,16 @@ bool PLXAttachmentFolder::IsWanted(PLXString const& name_i, std::size_t size_i) 
                                    [&](PLXRegExp& pattern_io) { return pattern_io.Execute(name_i, 0); });
 }
 
-bool PLXAttachmentFolder::TakeFreeName(PLXFileSpecification& file_io, std::string const& name_i) {
+PLXString PLXAttachmentFolder::TakeFreeName(PLXFileSpecification& file_io, std::string const& name_i) {
   // Renaming refuses a name that is taken, so nobody who stores here at the same time comes between the
   // choice of a name and its use.
   for (unsigned& number = myNextNumbers[name_i];; ++number) {
-    PLXString const candidate = NumberedName(name_i, number);
-    if (file_io.Rename(candidate)) {
+    PLXString candidate = NumberedName(name_i, number);
+    PLXFileSpecification const there(myFolder, candidate);
+    if (file_io.Rename(candidate) || (myIsRepeated && HaveSameBytes(file_io, there))) {
       ++number;
-      return true;
+      return candidate;
     }
-    if (!PLXFileSpecification(myFolder, candidate).Exists()) return false;
+    if (!there.Exists()) return PLXString();
   }
 }

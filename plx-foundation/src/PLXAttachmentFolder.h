@@ -20,23 +20,34 @@ class PLXAttachmentFolder : public PLXObject {
   // Files are stored when one of the expressions is found in their name and their part is no longer than
   // `maximumSize_i` KiB (0 means no limit). An expression that does not compile is never found. With an empty
   // path there is nowhere to store.
-  PLXAttachmentFolder(PLXString const& path_i, PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i);
+  // A repeated one goes on where an earlier try with the same message may have ended: a file that has the
+  // name and the bytes already is the one.
+  PLXAttachmentFolder(PLXString const& path_i, PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i,
+                      bool isRepeated_i);
 
   bool IsGiven() const noexcept { return myFolder.GetOperatingSystemPathname().IsNotEmpty(); }
 
   // Stores a part and returns the name that the file was given; empty when it is not wanted or not stored, in
-  // which case nothing of it remains. Requires: IsGiven(), and a name that is not empty.
+  // which case nothing of it remains. The file's bytes are on the disk before it has its name. Requires:
+  // IsGiven(), and a name that is not empty.
   PLXString Store(std::string_view name_i, std::string_view content_i, Encoding encoding_i);
+
+  // Waits until the files' names are on the disk too. False when a file that was wanted is not stored for
+  // certain.
+  bool Finish();
 
  private:
   bool IsWanted(PLXString const& name_i, std::size_t size_i);
-  // Gives the file the first free of name.txt, name1.txt, name2.txt and so on. False when it cannot be
-  // renamed.
-  bool TakeFreeName(PLXFileSpecification& file_io, std::string const& name_i);
+  // Gives the file the first free of name.txt, name1.txt, name2.txt and so on, unless one of them has its
+  // bytes and is it. The name; empty when the file cannot be renamed.
+  PLXString TakeFreeName(PLXFileSpecification& file_io, std::string const& name_i);
 
   PLXFolderSpecification myFolder;
   std::vector<PLXRegExp> myPatterns;
   PLXUInt32 myMaximumSize;
+  bool const myIsRepeated;
+  bool myHasStored = false;
+  bool myHasFailed = false;
   // Where to go on for a name that came before, so that equal names cost no more than different ones.
   std::unordered_map<std::string, unsigned> myNextNumbers;
 };

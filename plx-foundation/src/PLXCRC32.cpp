@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr std::array<PLXUInt32, 256> MakeTable() {
+consteval std::array<PLXUInt32, 256> MakeTable() {
   std::array<PLXUInt32, 256> table{};
   for (PLXUInt32 index = 0; index < 256; ++index) {
     PLXUInt32 value = index;

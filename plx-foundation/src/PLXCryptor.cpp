@@ -159,18 +159,15 @@ constexpr PLXUInt32 kNotPlain = PLXUInt32{1} << ByteShift(3);  // a line end bef
 
 typedef std::array<PLXUInt32, 256> DecodeTable;
 
-constexpr PLXUInt32 GroupBits(unsigned value_i, int position_i) {
-  PLXUInt32 const group = static_cast<PLXUInt32>(value_i) << (18 - 6 * position_i);
-  return (group >> 16 & 255) << ByteShift(0) | (group >> 8 & 255) << ByteShift(1) |
-         (group & 255) << ByteShift(2);
-}
-
 constexpr std::array<DecodeTable, 4> kRadix64DecTables = [] {
   std::array<DecodeTable, 4> tables{};  // what is not in the alphabet has the value of "A"
   for (int position = 0; position < 4; ++position) {
     DecodeTable& table = tables[static_cast<std::size_t>(position)];
     for (unsigned value = 0; value < 64; ++value) {
-      table[static_cast<unsigned char>(kRadix64EncTable[value])] = GroupBits(value, position);
+      PLXUInt32 const group = static_cast<PLXUInt32>(value) << (18 - 6 * position);
+      table[static_cast<unsigned char>(kRadix64EncTable[value])] = (group >> 16 & 255) << ByteShift(0) |
+                                                                   (group >> 8 & 255) << ByteShift(1) |
+                                                                   (group & 255) << ByteShift(2);
     }
   }
   tables[0]['\r'] = tables[0]['\n'] = tables[2]['='] = tables[3]['='] = kNotPlain;

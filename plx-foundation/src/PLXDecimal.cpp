@@ -76,7 +76,7 @@ constexpr Limb kPowersOfTen[kDigitsPerLimb + 1] = {1,
                                                    1'000'000'000'000'000'000};
 
 template <int... kPowers>
-constexpr std::array<Reciprocal, sizeof...(kPowers)> MakeReciprocals(std::integer_sequence<int, kPowers...>) {
+consteval std::array<Reciprocal, sizeof...(kPowers)> MakeReciprocals(std::integer_sequence<int, kPowers...>) {
   return {Reciprocal(kPowersOfTen[kPowers])...};
 }
 constexpr auto kByPowersOfTen = MakeReciprocals(std::make_integer_sequence<int, kDigitsPerLimb>());

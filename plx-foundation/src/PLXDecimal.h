@@ -57,7 +57,7 @@ struct PLXDecimal {
   static constexpr int kCapacity = 2 * kLongestFactor;
 
   PLXDecimal() noexcept {}  // zero
-  PLXDecimal(PLXDecimal const& other_i) noexcept { *this = other_i; }
+  PLXDecimal(PLXDecimal const&) = delete;
   explicit PLXDecimal(PLXDecimalView const& value_i) noexcept;
   PLXDecimal& operator=(PLXDecimal const& other_i) noexcept;
   explicit PLXDecimal(std::int64_t value_i) noexcept;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -89,17 +90,19 @@ PLXDecimalText Split(char const* text_i, char const* end_i, int places_i, TextPa
   return parts_o.hasDigits ? PLXDecimalText::kValue : PLXDecimalText::kNothing;
 }
 
-constexpr struct DigitPairs {
-  constexpr DigitPairs() {
-    for (int pair = 0; pair < 100; ++pair) {
-      text[2 * pair] = static_cast<char>('0' + pair / 10);
-      text[2 * pair + 1] = static_cast<char>('0' + pair % 10);
-    }
+consteval std::array<char, 200> MakeDigitPairs() {
+  std::array<char, 200> text{};
+  for (std::size_t pair = 0; pair < 100; ++pair) {
+    text[2 * pair] = static_cast<char>('0' + pair / 10);
+    text[2 * pair + 1] = static_cast<char>('0' + pair % 10);
   }
-  char text[200]{};
-} kDigitPairs;
+  return text;
+}
+constexpr std::array<char, 200> kDigitPairs = MakeDigitPairs();
 
-void WritePair(std::uint32_t pair_i, char* text_o) { std::memcpy(text_o, kDigitPairs.text + 2 * pair_i, 2); }
+void WritePair(std::uint32_t pair_i, char* text_o) {
+  std::memcpy(text_o, kDigitPairs.data() + 2 * pair_i, 2);
+}
 
 void WriteEightDigits(std::uint32_t value_i, char* text_o) {
   std::uint32_t const upper = value_i / 10'000;

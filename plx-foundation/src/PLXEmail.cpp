@@ -79,6 +79,8 @@ bool PLXEmail::Send(unsigned int /*reserved_i*/) {
     return false;
   }
   auto thread = std::make_unique<PLXEmailSendThread>(myFields);
+  // What a page was told has been taken survives whatever comes.
+  thread->Keep();
   if (thread->Start()) {
     static_cast<void>(thread.release());  // its own now, and maybe gone
   } else {

@@ -6,12 +6,13 @@
 #include <new>
 #include <string_view>
 #include <utility>
+#include <vector>
 
+#include "PLXFile.h"
 #include "PLXFileStream.h"
 #include "PLXFolderSpecification.h"
 #include "PLXHTTP.h"
 #include "PLXHeaderText.h"
-#include "PLXJulianDay.h"
 #include "PLXRandomNumber.h"
 #include "PLXSMTPDialogue.h"
 #include "PLXStringUtility.h"
@@ -20,9 +21,11 @@
 namespace {
 
 constexpr char kLineEnd[] = "\r\n";
-constexpr char kStoredNamePrefix[] = "msg";
-constexpr PLXUInt32 kLongestStoredName = 25;
-constexpr char kStoredNameStep[] = "0.0000007";  // days between names of the same moment
+// What is assumed of a message whose thread did not live to say more.
+constexpr char kInterrupted[] =
+    "Interrupted: the server ended before the outcome was known. The message may have been delivered.";
+constexpr PLXUInt32 kServiceUnavailable = 503;
+constexpr PLXUInt32 kSuccessClass = 2;  // of a status
 constexpr int kReportAttempts = 5;
 constexpr std::chrono::milliseconds kFirstReportPause(1000);  // doubled each time
 constexpr PLXUInt32 kBreakOffInterval = 100;                  // milliseconds
@@ -76,40 +79,64 @@ void AppendLine(std::string_view line_i, PLXString& text_io) {
   text_io.Append(kLineEnd);
 }
 
-// The number without its point behind the prefix, cut to what a name may have.
-PLXString GetStoredName(PLXNumber const& day_i) {
-  PLXString name = day_i.GetStringRepresentation();
-  name.ReplaceAll(".", "");
-  name.Trim(" \t\r\n");
-  name.Prepend(kStoredNamePrefix);
-  return name.GetSubstring(0, kLongestStoredName);
-}
-
-// Only an answer that says so is no reason to tell it again.
-bool IsTaken(PLXHTTP const& http_i) {
+// The status of an answer; 0 without one.
+PLXUInt32 GetStatus(PLXHTTP const& http_i) {
   PLXString const headers = http_i.GetResponseHeaders();
   PLXString const status = headers.GetSubstring(0, 15);
   char const* cursor = status.GetCStringAccess();
-  PLXUInt32 const code = CrackNum(&cursor);
-  return code != 0 && code != 503;
+  return CrackNum(&cursor);
 }
 
-// The reply says nothing that matters here. A server too busy to take the report, or gone for a moment, is
-// told again, because a message that is not in its list is one that nobody knows of.
-void Report(PLXHTTP& http_io, PLXString const& url_i) {
-  http_io.SetURL(url_i);
-  http_io.SetMethod(PLXHTTPMethod::POST);
+// An argument of a report.
+struct Argument {
+  char const* name;
+  PLXString value;
+};
+using Arguments = std::vector<Argument>;
+
+Arguments GetFailure(PLXEmailFields const& fields_i, PLXString const& error_i) {
+  return {{"Status", "F"},         {"SMTPServer", fields_i.mailServer},
+          {"From", fields_i.from}, {"ReplyTo", fields_i.replyTo},
+          {"To", fields_i.to},     {"CC", fields_i.cc},
+          {"BCC", fields_i.bcc},   {"Subject", fields_i.subject},
+          {"Info", error_i}};
+}
+
+// As the outbox keeps it: one line.
+PLXString GetOutcome(Arguments const& arguments_i) {
+  PLXString outcome;
+  for (Argument const& argument : arguments_i) {
+    PLXString const value = PLXStringUtility::GetURLEncodedString(argument.value, true);
+    if (outcome.IsNotEmpty()) outcome += '&';
+    outcome.ReserveToAppend(value.GetLength() + 16);
+    outcome.Append(argument.name).Append("=").Append(value);
+  }
+  return outcome;
+}
+
+// A server too busy to take the report, or gone for a moment, is told again, because a message that is not in
+// its list is one that nobody knows of. False when nobody took it.
+bool Report(PLXString const& url_i, PLXString const& name_i, Arguments const& arguments_i) {
+  PLXHTTP http;
+  http.SetURL(url_i);
+  http.SetMethod(PLXHTTPMethod::POST);
+  http.AddPostArgument("MessageID", name_i);
+  for (Argument const& argument : arguments_i) http.AddPostArgument(argument.name, argument.value);
   std::chrono::milliseconds pause = kFirstReportPause;
   for (int attempt = 0; attempt < kReportAttempts; ++attempt, pause *= 2) {
     if (attempt > 0) Pause(pause);
-    if (http_io.Process(false) && IsTaken(http_io)) return;
+    PLXUInt32 const status = http.Process(false) ? GetStatus(http) : 0;
+    if (status != 0 && status != kServiceUnavailable) return status / 100 == kSuccessClass;
   }
+  return false;
 }
 
 }  // namespace
 
 PLXEmailSendThread::PLXEmailSendThread(PLXEmailFields const& fields_i)
-    : myFields(fields_i), myAttachmentLabel(GenerateNextAttachmentLabel()) {
+    : myFields(fields_i),
+      myAttachmentLabel(GenerateNextAttachmentLabel()),
+      myOutbox(fields_i.failedMailFolder) {
   myFields.MakeUnique();
 }
 
@@ -133,13 +160,31 @@ bool PLXEmailSendThread::WaitUntilAllSent(PLXUInt32 patience_i) {
   return false;
 }
 
+bool PLXEmailSendThread::Keep() {
+  if (IsResend() || myText.IsNotEmpty()) return true;
+  myText = BuildMessage();
+  PrepareMessageForOutput(myText);
+  AppendLine(".", myText);
+  if (!HasFolder()) return false;
+  PLXString message(myText);
+  message.ReplaceAll(kLineEnd, kPlatformLineEnding);
+  bool const isKept = myOutbox.Add(GetOutcome(GetFailure(myFields, kInterrupted)), message);
+  message.Empty();
+  myText.MakeUnique();
+  return isKept;
+}
+
 void PLXEmailSendThread::Run() {
   bool isWhole = false;
-  PLXString text = IsResend() ? BuildStoredMessage(isWhole) : BuildMessage();
-  PrepareMessageForOutput(text);
-  AppendLine(".", text);
-  PLXTokenizedString const lines(text, kLineEnd);
-  text.Empty();
+  if (IsResend()) {
+    myText = BuildStoredMessage(isWhole);
+    PrepareMessageForOutput(myText);
+    AppendLine(".", myText);
+  } else {
+    Keep();
+  }
+  PLXTokenizedString const lines(myText, kLineEnd);
+  myText.Empty();
   PLXTokenizedString const recipients(
       myFields.to + kRecipientListDelimiter + myFields.cc + kRecipientListDelimiter + myFields.bcc,
       kRecipientListDelimiter);
@@ -215,39 +260,37 @@ PLXString PLXEmailSendThread::SendFormattedMessage(PLXTokenizedString const& rec
       .Run();
 }
 
-void PLXEmailSendThread::ReportSuccess(bool isWhole_i) const {
-  if (!IsResend()) return;
+void PLXEmailSendThread::ReportSuccess(bool isWhole_i) {
+  if (!IsResend()) {
+    myOutbox.Remove();
+    return;
+  }
+  bool isTaken = false;
   if (myFields.callbackURL.IsNotEmpty()) {
-    PLXHTTP http;
-    http.AddPostArgument("MessageID", myFields.messageID);
-    http.AddPostArgument("Status", "S");
-    Report(http, myFields.callbackURL);
+    Arguments const success{{"Status", "S"}};
+    myOutbox.SetOutcome(myFields.messageID, GetOutcome(success));
+    isTaken = Report(myFields.callbackURL, myFields.messageID, success);
   }
   // What could not be read to its end may hold more than was sent.
   if (isWhole_i) {
     PLXFileSpecification(PLXFolderSpecification(myFields.failedMailFolder), myFields.messageID).Delete();
   }
+  if (isTaken) myOutbox.Remove();
 }
 
+// A message that cannot be stored in the folder stays in the outbox if it is there.
 void PLXEmailSendThread::ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i,
-                                       PLXString const& error_i) const {
-  if (myFields.failedMailFolder.IsEmpty() || myFields.callbackURL.IsEmpty()) return;
-  PLXString const name = StoreMessage(lines_i, isWhole_i);
-  PLXHTTP http;
-  http.AddPostArgument("MessageID", name);
-  http.AddPostArgument("Status", "F");
-  http.AddPostArgument("SMTPServer", myFields.mailServer);
-  http.AddPostArgument("From", myFields.from);
-  http.AddPostArgument("ReplyTo", myFields.replyTo);
-  http.AddPostArgument("To", myFields.to);
-  http.AddPostArgument("CC", myFields.cc);
-  http.AddPostArgument("BCC", myFields.bcc);
-  http.AddPostArgument("Subject", myFields.subject);
-  http.AddPostArgument("Info", error_i);
-  Report(http, myFields.callbackURL);
+                                       PLXString const& error_i) {
+  if (!HasFolder()) return;
+  Arguments const failure = GetFailure(myFields, error_i);
+  PLXString name = IsResend() ? myFields.messageID : myOutbox.GetName();
+  bool const isStored = StoreMessage(lines_i, isWhole_i, name);
+  if (isStored) myOutbox.SetOutcome(name, GetOutcome(failure));
+  if (Report(myFields.callbackURL, name, failure) && isStored) myOutbox.Remove();
 }
 
-PLXString PLXEmailSendThread::StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i) const {
+bool PLXEmailSendThread::StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i,
+                                      PLXString& name_io) const {
   PLXFolderSpecification folder(myFields.failedMailFolder);
   if (!folder.Exists()) folder.Create();
   PLXString content;
@@ -259,18 +302,24 @@ PLXString PLXEmailSendThread::StoreMessage(PLXTokenizedString const& lines_i, bo
     content.Append(line).Append(kPlatformLineEnding);
   }
   if (IsResend()) {
-    PLXFileSpecification const file(folder, myFields.messageID);
+    PLXFileSpecification const file(folder, name_io);
     // What could not be read stays as it is.
-    if (isWhole_i || !file.Exists()) PLXFile::WriteWhole(file, content, PLXFile::kReplaceExistingFile);
-    return myFields.messageID;
+    return (!isWhole_i && file.Exists()) || PLXFile::WriteWhole(file, content, PLXFile::kReplaceExistingFile);
   }
-  PLXNumber day = PLXJulianDay().GetRealValue();
-  for (bool hasFailed = false;; day += PLXNumber(kStoredNameStep)) {
-    PLXString name = GetStoredName(day);
+  bool isStored = false;
+  bool hasFailed = false;
+  auto const store = [&](PLXString const& name) {
     PLXFileSpecification const file(folder, name);
-    if (PLXFile::WriteWhole(file, content, PLXFile::kKeepExistingFile)) return name;
+    isStored = PLXFile::WriteWhole(file, content, PLXFile::kKeepExistingFile);
     // A name that is free and still not to be had, twice: the disk takes nothing. The report goes out all the
     // same, so that the list at least names the message.
-    if (!file.Exists() && std::exchange(hasFailed, true)) return name;
+    return !isStored && (file.Exists() || !std::exchange(hasFailed, true));
+  };
+  // The name in the outbox is the message's own.
+  if (name_io.IsNotEmpty()) {
+    store(name_io);
+  } else {
+    name_io = PLXOutbox::ChooseName(store);
   }
+  return isStored;
 }

@@ -3,10 +3,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
+#include <utility>
 
 #include "PLXFolderSpecification.h"
 #include "PLXRandomNumber.h"
@@ -16,7 +21,8 @@ namespace {
 constexpr mode_t kFilePermissions = 0666;  // as the process's mask changes them
 constexpr mode_t kAllPermissions = 07777;
 constexpr int kTemporaryNameAttempts = 16;
-constexpr std::size_t kTemporaryNameSize = 32;  // of ".plx-", 16 digits and the end
+constexpr std::size_t kTemporaryNameSize = sizeof kTemporaryFilePrefix + 16;  // with 16 digits and the end
+constexpr time_t kLeftoverAge = 86400;  // seconds; whatever is being written is written to more often
 
 // Repeats a call that a signal interrupted.
 template <typename Call>
@@ -38,6 +44,7 @@ class Descriptor {
   }
   bool IsValid() const noexcept { return myDescriptor != -1; }
   int Get() const noexcept { return myDescriptor; }
+  int Release() noexcept { return std::exchange(myDescriptor, kOSFileReferenceInvalid); }
 
  private:
   int myDescriptor;
@@ -62,16 +69,22 @@ PLXUInt32 WriteBytes(int file_i, PLXUInt32 offset_i, PLXUInt32 count_i, void con
   return done;
 }
 
-bool SetWholeFileLock(int file_i, short kind_i) noexcept {
+// A length of 0 is all from there on.
+bool SetLock(int file_i, int command_i, short kind_i, off_t start_i = 0, off_t length_i = 0) noexcept {
   struct flock lock {};
   lock.l_type = kind_i;
   lock.l_whence = SEEK_SET;
+  lock.l_start = start_i;
+  lock.l_len = length_i;
   // Locks of the open file rather than of the process, so that they hold between its threads as well.
-  return Uninterrupted([&] { return fcntl(file_i, F_OFD_SETLKW, &lock); }) == 0;
+  return Uninterrupted([&] { return fcntl(file_i, command_i, &lock); }) == 0;
 }
 
+// Where a lock may be: one byte below the last offset of all, whatever the number.
+off_t LockPosition(std::uint64_t position_i) noexcept { return static_cast<off_t>(position_i >> 2); }
+
 // File systems that cannot put a folder on the disk by itself say so with EINVAL; they do it with the file.
-bool SynchronizeFolder(int folder_i) noexcept {
+bool SynchronizeDescriptor(int folder_i) noexcept {
   return Uninterrupted([&] { return fsync(folder_i); }) == 0 || errno == EINVAL;
 }
 
@@ -87,9 +100,10 @@ bool RenameInFolder(int folder_i, char const* from_i, char const* to_i) noexcept
 int CreateTemporaryFile(int folder_i, char (&name_o)[kTemporaryNameSize]) noexcept {
   PLXRandomNumber const random;
   for (int attempt = 0; attempt < kTemporaryNameAttempts; ++attempt) {
-    std::snprintf(name_o, sizeof name_o, ".plx-%08x%08x", random.GetNext(), random.GetNext());
+    std::snprintf(name_o, sizeof name_o, "%s%08x%08x", kTemporaryFilePrefix, random.GetNext(),
+                  random.GetNext());
     int const file = Uninterrupted(
-        [&] { return openat(folder_i, name_o, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFilePermissions); });
+        [&] { return openat(folder_i, name_o, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kFilePermissions); });
     if (file != -1 || errno != EEXIST) return file;
   }
   return -1;
@@ -110,7 +124,7 @@ bool StoreTemporaryFile(int folder_i, int file_i, char const* replaced_i, PLXUIn
 }  // namespace
 
 bool PLXFile::WriteWhole(PLXFileSpecification const& file_i, PLXUInt32 count_i, void const* content_i,
-                         ExistingFile existing_i) {
+                         ExistingFile existing_i, PLXFile* held_o) {
   if (*file_i.GetSystemPath() == 0 || count_i > kLongestFile) return false;
   PLXFolderSpecification const parent = file_i.GetParentFolder();
   PLXString const fileName = file_i.GetName();
@@ -125,8 +139,10 @@ bool PLXFile::WriteWhole(PLXFileSpecification const& file_i, PLXUInt32 count_i, 
   }
 
   char temporaryName[kTemporaryNameSize];
-  Descriptor const temporary(CreateTemporaryFile(folder.Get(), temporaryName));
+  Descriptor temporary(CreateTemporaryFile(folder.Get(), temporaryName));
   if (!temporary.IsValid()) return false;
+  // A file system without locks holds none; the file is good all the same.
+  if (held_o) SetLock(temporary.Get(), F_OFD_SETLK, F_WRLCK);
   bool const isNamed = StoreTemporaryFile(folder.Get(), temporary.Get(), name, count_i, content_i) &&
                        (isKept ? RenameInFolder(folder.Get(), temporaryName, name)
                                : renameat(folder.Get(), temporaryName, folder.Get(), name) == 0);
@@ -134,7 +150,38 @@ bool PLXFile::WriteWhole(PLXFileSpecification const& file_i, PLXUInt32 count_i, 
     unlinkat(folder.Get(), temporaryName, 0);
     return false;
   }
-  return SynchronizeFolder(folder.Get());
+  if (!SynchronizeDescriptor(folder.Get())) {
+    // A name that may be gone after a loss of power was not given; that of a file that was there stays.
+    if (isKept) unlinkat(folder.Get(), name, 0);
+    return false;
+  }
+  if (held_o) {
+    held_o->SetSpecification(file_i);
+    held_o->myReference = temporary.Release();
+  }
+  return true;
+}
+
+void PLXFile::RemoveLeftovers(PLXFolderSpecification const& folder_i) {
+  std::unique_ptr<DIR, int (*)(DIR*)> const folder(opendir(folder_i.GetSystemPath()), closedir);
+  if (folder == nullptr) return;
+  time_t const oldest = time(nullptr) - kLeftoverAge;
+  while (dirent const* const entry = readdir(folder.get())) {
+    struct stat status;
+    bool const isOurs =
+        std::strlen(entry->d_name) == kTemporaryNameSize - 1 &&
+        std::strncmp(entry->d_name, kTemporaryFilePrefix, sizeof kTemporaryFilePrefix - 1) == 0;
+    if (isOurs && fstatat(dirfd(folder.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISREG(status.st_mode) && status.st_mtime < oldest) {
+      unlinkat(dirfd(folder.get()), entry->d_name, 0);
+    }
+  }
+}
+
+bool PLXFile::SynchronizeFolder(PLXFolderSpecification const& folder_i) {
+  Descriptor const folder(
+      Uninterrupted([&] { return open(folder_i.GetSystemPath(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  return folder.IsValid() && SynchronizeDescriptor(folder.Get());
 }
 
 PLXFile::~PLXFile() { Close(); }
@@ -252,18 +299,37 @@ bool PLXFile::SetFilePosition(PLXUInt32 position_i) {
 
 // ---- Locks and the disk ----
 
-bool PLXFile::Lock() {
+bool PLXFile::Lock() { return LockBy(F_OFD_SETLKW); }
+
+bool PLXFile::TryLock() { return LockBy(F_OFD_SETLK); }
+
+bool PLXFile::LockBy(int command_i) {
   if (!IsOpen()) return false;
   Flush();
-  if (!SetWholeFileLock(myReference, F_WRLCK)) return false;
+  if (!SetLock(myReference, command_i, F_WRLCK)) return false;
   ForgetReadAhead();
   return true;
+}
+
+bool PLXFile::HasItsName() const {
+  struct stat open;
+  struct stat named;
+  return IsOpen() && fstat(myReference, &open) == 0 && stat(mySpecification.GetSystemPath(), &named) == 0 &&
+         open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
 
 bool PLXFile::UnLock() {
   if (!IsOpen()) return false;
   bool const isFlushed = Flush();
-  return SetWholeFileLock(myReference, F_UNLCK) && isFlushed;
+  return SetLock(myReference, F_OFD_SETLKW, F_UNLCK) && isFlushed;
+}
+
+bool PLXFile::TryLockByte(std::uint64_t position_i) {
+  return IsOpen() && SetLock(myReference, F_OFD_SETLK, F_WRLCK, LockPosition(position_i), 1);
+}
+
+bool PLXFile::UnLockByte(std::uint64_t position_i) {
+  return IsOpen() && SetLock(myReference, F_OFD_SETLK, F_UNLCK, LockPosition(position_i), 1);
 }
 
 bool PLXFile::Synchronize() {

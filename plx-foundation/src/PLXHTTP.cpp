@@ -127,6 +127,7 @@ bool PLXHTTP::ProcessOnce(bool followRedirects_i, bool& redirected_o) {
   {
     std::unique_ptr<PLXNetworkingStream> const stream(PLXNetworkingStream::Open(address, port, true, false));
     if (stream == nullptr) return false;
+    stream->SetAnswerLimits(kLongestAnswer);
     stream->Write(request);
     ReadAnswer(*stream, answer);
   }  // the stream's last response shares storage with the answer, which is cut next

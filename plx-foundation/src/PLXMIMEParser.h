@@ -13,8 +13,8 @@
 class PLXMIMEParser : public PLXObject {
  public:
   PLXMIMEParser(PLXString const& folder_i, PLXTokenizedString const& patterns_i, PLXUInt32 maximumSize_i,
-                PLXStringUtility::MessagePartList* results_io)
-      : myFolder(folder_i, patterns_i, maximumSize_i), myResults(results_io) {}
+                PLXStringUtility::MessagePartList* results_io, bool isRepeated_i = false)
+      : myFolder(folder_i, patterns_i, maximumSize_i, isRepeated_i), myResults(results_io) {}
 
   // These are the functions of PLXStringUtility, with `body_o`, which may be null, as the view that becomes
   // their body.
@@ -25,6 +25,9 @@ class PLXMIMEParser : public PLXObject {
 
   // Adds what was found to the list of results: once, since a list moves all it has whenever it grows.
   void FillResults();
+
+  // See PLXAttachmentFolder::Finish.
+  bool FinishFiles() { return myFolder.Finish(); }
 
  private:
   struct HeaderFields;

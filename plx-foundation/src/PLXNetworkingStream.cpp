@@ -19,6 +19,7 @@ constexpr int kSilence = 500;                  // milliseconds: what ends a resp
 constexpr int kWithoutLimit = -1;              // poll's own word for it
 constexpr std::size_t kPieceSize = 4096;       // bytes handed to one send
 constexpr std::size_t kReceiveSize = 32768;    // bytes asked of one recv; small enough for any thread's stack
+constexpr PLXUInt32 kBytesPerSecond = 128;     // of an answer that gets more time
 constexpr PLXUInt32 kCrackedPrefix = 15;       // characters in which a reply code is looked for
 constexpr PLXUInt32 kMaximumNameLength = 255;  // RFC 1035, section 2.3.4
 constexpr std::size_t kNameBufferSize = 256;
@@ -165,10 +166,16 @@ bool PLXNetworkingStream::Connect(PLXIPAddress const& address_i, PLXUInt16 port_
 bool PLXNetworkingStream::Write(PLXString const& text_i) {
   char const* position = text_i.GetCStringAccess();
   std::size_t left = myIsConnected ? text_i.GetLength() : 0;
+  myAnswerLength = 0;
   while (left > 0) {
     ssize_t const sent = send(mySocket, position, std::min(left, kPieceSize), MSG_NOSIGNAL);
     if (sent == -1 && errno == EINTR) continue;
-    if (sent == -1) break;
+    if (sent == -1) {
+      // What the peer said before can still be read. What it was to hear it never will, so nothing more is
+      // waited for.
+      shutdown(mySocket, SHUT_RDWR);
+      break;
+    }
     position += sent;
     left -= static_cast<std::size_t>(sent);
   }
@@ -197,6 +204,7 @@ bool PLXNetworkingStream::Receive(PLXString& text_io, PLXString const& end_i) {
     if (received > 0) {
       text_io.ReserveToAppend(static_cast<PLXUInt32>(received));
       text_io.Append(buffer, static_cast<PLXUInt32>(received));
+      if (!IsWithinLimits(static_cast<PLXUInt32>(received))) return false;
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
       if (end_i.IsNotEmpty() && text_io.EndsWith(end_i)) return true;
       if (Wait(mySocket, POLLIN, text_io.IsEmpty() ? kWithoutLimit : kSilence) != 1) return true;
@@ -204,6 +212,22 @@ bool PLXNetworkingStream::Receive(PLXString& text_io, PLXString const& end_i) {
       return false;
     }
   }
+}
+
+void PLXNetworkingStream::SetAnswerLimits(PLXUInt32 longest_i, PLXUInt32 milliseconds_i) noexcept {
+  myLongestAnswer = longest_i;
+  myAnswerTime = std::chrono::milliseconds(milliseconds_i);
+}
+
+bool PLXNetworkingStream::IsWithinLimits(PLXUInt32 received_i) noexcept {
+  auto const now = std::chrono::steady_clock::now();
+  if (myAnswerLength == 0) myAnswerStart = now;
+  myAnswerLength += std::min(received_i, kMaximumResponseLength - myAnswerLength);
+  auto const time = myAnswerTime + std::chrono::seconds(myAnswerLength / kBytesPerSecond);
+  if (myAnswerLength <= myLongestAnswer && now - myAnswerStart <= time) return true;
+  shutdown(mySocket, SHUT_RDWR);
+  myIsConnected = false;
+  return false;
 }
 
 void PLXNetworkingStream::CrackResponse() {

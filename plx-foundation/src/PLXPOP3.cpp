@@ -1,9 +1,7 @@
 #include "PLXPOP3.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "PLXNetworkingStream.h"
+#include "PLXPOP3Answer.h"
 
 //   S: +OK ready        as soon as the connection stands
 //   C: USER ada         S: +OK
@@ -17,13 +15,6 @@ constexpr PLXUInt16 kPOP3Port = 110;
 constexpr unsigned int kThisMachine = 0x7F000001;
 constexpr PLXUInt16 kMaximumBurstCount = 65535;  // of one answer
 constexpr char kLineEnd[] = "\r\n";
-constexpr char kLoneDot[] = "\r\n.\r\n";
-
-bool BeginsWith(PLXString const& text_i, char const* word_i) {
-  return text_i.BeginsWith(word_i, kPLXOption_IgnoreCase);
-}
-
-bool IsPositive(PLXString const& answer_i) { return BeginsWith(answer_i, "+OK"); }
 
 // Any line end within would begin a command of its own.
 PLXString GetCommandLine(PLXString const& command_i) {
@@ -31,6 +22,17 @@ PLXString GetCommandLine(PLXString const& command_i) {
   line.ReplaceAll("\r", PLXString());
   line.ReplaceAll("\n", PLXString());
   return line + kLineEnd;
+}
+
+PLXUInt32 LongestAnswerTo(PLXString const& line_i) {
+  switch (PLXPOP3Answer::OfAnswerTo(line_i)) {
+    case PLXPOP3Answer::End::Listing:
+      return PLXPOP3::kLongestAnswer_Listing;
+    case PLXPOP3Answer::End::Message:
+      return PLXPOP3::kLongestAnswer_Message;
+    default:
+      return PLXPOP3::kLongestAnswer_Line;
+  }
 }
 
 }  // namespace
@@ -52,7 +54,9 @@ PLXUInt32 PLXPOP3::Connect() {
     return kPOP3Result_UnableToConnect;
   }
   myStream.reset(PLXNetworkingStream::Open(myAddress, myPort, true, false));
-  if (myStream == nullptr || !myStream->IsConnected() || IsRefused()) return kPOP3Result_UnableToConnect;
+  if (myStream == nullptr) return kPOP3Result_UnableToConnect;
+  myStream->SetAnswerLimits(kLongestAnswer_Line);
+  if (!myStream->IsConnected() || IsRefused()) return kPOP3Result_UnableToConnect;
   if (!LogIn("USER " + myUsername)) return kPOP3Result_UnknownUser;
   if (!LogIn("PASS " + myPassword)) return kPOP3Result_InvalidPassword;
   return kPOP3Result_Success;
@@ -64,52 +68,37 @@ bool PLXPOP3::LogIn(PLXString const& command_i) {
 }
 
 bool PLXPOP3::IsRefused() {
-  PLXString const answer = ReadAnswer(AnswerEnd::Line);
-  return answer.IsNotEmpty() && !IsPositive(answer);
+  PLXPOP3Answer const answer = ReadAnswer(PLXString());
+  return answer.GetText().IsNotEmpty() && !answer.IsPositive();
 }
 
 PLXString PLXPOP3::SendPOPCommand(PLXString const& command_i) {
   if (myStream == nullptr) return PLXString();
   PLXString const line = GetCommandLine(command_i);
+  myStream->SetAnswerLimits(LongestAnswerTo(line));
   myStream->Write(line);
-  return ReadAnswer(EndOfAnswerTo(line));
+  return ReadAnswer(line).GetText();
 }
 
 void PLXPOP3::Disconnect() {
   if (myStream == nullptr) return;
+  myStream->SetAnswerLimits(kLongestAnswer_Line);
   myStream->Write(GetCommandLine("QUIT"));
-  if (myStream->WaitForPeer(mySilenceLimit_Goodbye)) ReadAnswer(AnswerEnd::Line);
+  if (myStream->WaitForPeer(mySilenceLimit_Goodbye)) ReadAnswer(PLXString());
   myStream.reset();
 }
 
-PLXPOP3::AnswerEnd PLXPOP3::EndOfAnswerTo(PLXString const& line_i) {
-  if (BeginsWith(line_i, "RETR")) return AnswerEnd::Message;
-  // With a number behind them, the first two are answered with one line.
-  constexpr char const* kListings[] = {"UIDL\r\n", "LIST\r\n", "CAPA\r\n", "TOP "};
-  bool const isListing = std::any_of(std::begin(kListings), std::end(kListings),
-                                     [&line_i](char const* start_i) { return BeginsWith(line_i, start_i); });
-  return isListing ? AnswerEnd::Listing : AnswerEnd::Line;
-}
-
-// Joins bursts until the answer is complete.
-PLXString PLXPOP3::ReadAnswer(AnswerEnd end_i) {
-  PLXString const end = end_i == AnswerEnd::Line ? "\n" : kLoneDot;
+// Joins bursts until the answer is complete. What came before a failure counts.
+PLXPOP3Answer PLXPOP3::ReadAnswer(PLXString const& line_i) {
+  PLXPOP3Answer answer(PLXPOP3Answer::OfAnswerTo(line_i));
+  PLXString const end = answer.GetEndText();
   bool isIntact = myStream->ReadResponse(end);
-  PLXString answer = myStream->GetWholeResponse();  // what came before a failure counts
-  auto const isComplete = [&answer, end_i] {
-    bool const isStatus = answer.IsNotEmpty() && (answer[0] == '+' || answer[0] == '-');
-    bool const isLine = end_i == AnswerEnd::Line || !IsPositive(answer);
-    return !isStatus || answer.EndsWith(isLine ? "\n" : kLoneDot);
-  };
-  for (PLXUInt16 left = kMaximumBurstCount; isIntact && !isComplete() && --left > 0;) {
-    bool const isPatient = end_i == AnswerEnd::Message && IsPositive(answer);
-    if (!isPatient && !myStream->WaitForPeer(mySilenceLimit_Answer)) break;
+  answer.Append(myStream->GetWholeResponse());
+  for (PLXUInt16 left = kMaximumBurstCount; isIntact && !answer.IsComplete() && --left > 0;) {
+    if (!answer.IsUnhurried() && !myStream->WaitForPeer(mySilenceLimit_Answer)) break;
     myStream->SetResponsePossibleFlag(true);
     isIntact = myStream->ReadResponse(end);
-    PLXString const burst = myStream->GetWholeResponse();
-    if (burst.GetLength() > PLXNetworkingStream::kMaximumResponseLength - answer.GetLength()) break;
-    answer.ReserveToAppend(burst.GetLength());
-    answer += burst;
+    if (!answer.Append(myStream->GetWholeResponse())) break;
   }
   return answer;
 }

@@ -200,7 +200,7 @@ bool PLXRegExpMatch::GetGroup(PLXUInt32 index_i, PLXUInt32& start_o, PLXUInt32& 
 
 // ---- PLXRegExp ----
 
-PLXRegExp::PLXRegExp() noexcept = default;
+PLXRegExp::PLXRegExp() = default;
 
 PLXRegExp::PLXRegExp(PLXString const& expression_i) { SetExpression(expression_i); }
 

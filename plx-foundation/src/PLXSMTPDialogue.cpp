@@ -1,9 +1,9 @@
 #include "PLXSMTPDialogue.h"
 
 #include <algorithm>
-#include <string_view>
 
 #include "PLXHeaderText.h"
+#include "PLXSMTPReply.h"
 #include "PLXStringUtility.h"
 
 // The dialogue as a state machine: each round looks at the last reply first, then does what the state says.
@@ -25,8 +25,8 @@ constexpr PLXUInt16 kSMTPPort = 25;
 constexpr PLXUInt32 kReadyReply = 220;
 constexpr PLXUInt32 kNoHundred = 10;            // of which no reply is
 constexpr PLXUInt32 kPieceSize = 32768;         // bytes of the message handed over at once
+constexpr PLXUInt32 kLongestAnswer = 131072;    // bytes; a reply and what else comes with it
 constexpr PLXUInt32 kRestOfReplyLimit = 60000;  // milliseconds that a reply which has begun may pause
-constexpr PLXUInt32 kLongestReply = 65536;      // bytes; what goes on beyond them is no reply any more
 constexpr unsigned kMaximumQuitCount = 2;       // a server that complains about QUIT is asked no third time
 
 // |%param%| is replaced by the argument. Only five of them are ever sent.
@@ -66,15 +66,6 @@ char const* FindComplaint(PLXUInt32 code_i) noexcept {
   return found == std::end(kComplaints) ? nullptr : found->text;
 }
 
-// A reply is over with a line that ends and whose code is not followed by a hyphen.
-bool IsComplete(PLXString const& reply_i) {
-  std::string_view text(reply_i.GetCStringAccess(), reply_i.GetLength());
-  if (!text.ends_with('\n')) return false;
-  text.remove_suffix(1);
-  text.remove_prefix(text.rfind('\n') + 1);  // of no position, 0
-  return text.size() < 4 || text[3] != '-';
-}
-
 }  // namespace
 
 PLXSMTPDialogue::PLXSMTPDialogue(PLXString const& server_i, PLXString const& sender_i,
@@ -92,7 +83,11 @@ PLXString PLXSMTPDialogue::Run() {
     return "DNS lookup failed (" + myServer + ")";
   }
   myStream.reset(PLXNetworkingStream::Open(address, myPort, true, false, &myGroup));
-  if (myStream == nullptr) myState = kEnd;
+  if (myStream == nullptr) {
+    myState = kEnd;
+  } else {
+    myStream->SetAnswerLimits(kLongestAnswer);
+  }
   while (myState != kEnd) myState = Act();
   myStream.reset();
   if (myErrors.IsNotEmpty() || myMessageIsAccepted) return myErrors;
@@ -157,6 +152,12 @@ PLXSMTPDialogue::State PLXSMTPDialogue::SendMessage() {
     if (!myStream->Write(piece)) return kEnd;
     piece.ReserveLength(0);
   }
+  if (myStream->WaitForPeer(0)) {
+    // An answer before the end of the message is none to the message, whatever it says.
+    myStream->SetResponsePossibleFlag(true);
+    if (ReadReply()) IsReply(kNoHundred);
+    return kEnd;
+  }
   if (!myStream->Write(piece)) return kEnd;
   myMessageIsOut = true;
   return kQuit;
@@ -186,15 +187,14 @@ bool PLXSMTPDialogue::AskAgain() { return myStream->Write(myCommand) && ReadRepl
 bool PLXSMTPDialogue::ReadReply() {
   myReplyCode = 0;
   if (!myStream->ReadResponse()) return false;
-  PLXString reply = myStream->GetWholeResponse();
-  while (!IsComplete(reply) && reply.GetLength() < kLongestReply &&
-         myStream->WaitForPeer(kRestOfReplyLimit)) {
+  PLXSMTPReply reply;
+  reply.Append(myStream->GetWholeResponse());
+  while (!reply.IsComplete() && !reply.IsTooLong() && myStream->WaitForPeer(kRestOfReplyLimit)) {
     myStream->SetResponsePossibleFlag(true);
     if (!myStream->ReadResponse()) break;
-    reply += myStream->GetWholeResponse();
+    reply.Append(myStream->GetWholeResponse());
   }
-  char const* cursor = reply.GetCStringAccess();
-  myReplyCode = CrackNum(&cursor);
+  myReplyCode = reply.GetCode();
   return true;
 }
 

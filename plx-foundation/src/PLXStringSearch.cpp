@@ -21,7 +21,7 @@ constexpr CasePair kCasePairs[] = {{0x87, 0xE7}, {0x88, 0xCB}, {0x89, 0xE5}, {0x
                                    {0x9B, 0xCD}, {0x9C, 0xF2}, {0x9D, 0xF4}, {0x9E, 0xF3}, {0x9F, 0x86},
                                    {0xBE, 0xAE}, {0xBF, 0xAF}, {0xCF, 0xCE}, {0xD8, 0xD9}};
 
-constexpr std::array<unsigned char, 256> MakeCharacterMap(bool upper_i) {
+consteval std::array<unsigned char, 256> MakeCharacterMap(bool upper_i) {
   std::array<unsigned char, 256> map{};
   for (unsigned index = 0; index < 256; ++index) map[index] = static_cast<unsigned char>(index);
   for (unsigned char letter = 0; letter < 26; ++letter) {

@@ -39,7 +39,7 @@ struct URLByte {
   unsigned char length;
 };
 
-constexpr std::array<URLByte, 256> EncodeURLBytes(std::string_view encoded_i) {
+consteval std::array<URLByte, 256> EncodeURLBytes(std::string_view encoded_i) {
   std::array<URLByte, 256> bytes{};
   for (std::size_t byte = 0; byte < bytes.size(); ++byte) bytes[byte] = {{static_cast<char>(byte)}, 1};
   for (char const character : encoded_i) {

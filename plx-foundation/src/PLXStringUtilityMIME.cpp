@@ -234,12 +234,15 @@ bool PLXStringUtility::ParseMultipartMessage_ReturnBody(PLXString const& message
                                                         PLXUInt32 length_i, PLXString const& folder_i,
                                                         PLXTokenizedString const& patterns_i,
                                                         PLXUInt32 maximumSize_i, MessagePartList* results_io,
-                                                        PLXString& body_o) {
-  PLXMIMEParser parser(folder_i, patterns_i, maximumSize_i, results_io);
+                                                        PLXString& body_o, FileStoring* storing_io) {
+  PLXMIMEParser parser(folder_i, patterns_i, maximumSize_i, results_io,
+                       storing_io != nullptr && storing_io->isRepeated);
   std::string_view body;
   std::optional<bool> const result =
       parser.ParseMultipart(View(boundary_i), Range(message_i, start_i, length_i), &body);
   parser.FillResults();
+  bool const isStored = parser.FinishFiles();
+  if (storing_io != nullptr) storing_io->hasFailed = !isStored;
   body_o.Assign(body.data(), static_cast<PLXUInt32>(body.size()));
   return result.value_or(false);
 }

@@ -2,18 +2,18 @@
 
 bool PLXTokenizedString::Tokenize(PLXString const& source_i, PLXString const& delimiter_i, unsigned flags_i) {
   if (source_i.IsEmpty() || delimiter_i.IsEmpty()) return false;
-  mySource = source_i;
-  myDelimiter = delimiter_i;
   unsigned const options = (flags_i & kIgnoreCase) != 0 ? kPLXOption_IgnoreCase : 0;
 
   // Two walks over the text, the first only counting, so that the array is made once.
   PLXUInt32 position = 0;
   PLXUInt32 count = 1;
-  for (PLXUInt32 start = 0; mySource.Find(myDelimiter, start, kPLXWholeLength, options, position); ++count) {
-    start = position + myDelimiter.GetLength();
+  for (PLXUInt32 start = 0; source_i.Find(delimiter_i, start, kPLXWholeLength, options, position); ++count) {
+    start = position + delimiter_i.GetLength();
   }
   PLXUInt32 index = myTokenStarts.GetElementCount();
   myTokenStarts.ResizeToHold(index + count);
+  mySource = source_i;  // nothing throws from here on
+  myDelimiter = delimiter_i;
   PLXUInt32 start = 0;
   while (true) {
     myTokenStarts[index] = start;

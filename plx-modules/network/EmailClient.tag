@@ -12,32 +12,38 @@ static constexpr char kEmailClientContactRemedy[] = "Please contact the webmaste
 // The page's own text: the server does not look for tags in it.
 static constexpr char kEmailClientTextStart[] = "<plxDoNotProcess>";
 static constexpr char kEmailClientTextEnd[] = "</plxDoNotProcess>";
-static constexpr PLXUInt32 kEmailClientFewestFields = 2;  // of a database that has been built
-
 struct EmailClient_Field {
   PLXString const& name;
   PLXUInt32 type;
 };
 
+static constexpr PLXUInt32 kEmailClientFieldCount = 14;
+
+// Adds the fields that are not there yet, up to the first that cannot be added. True when all are there.
 static bool EmailClient_BuildEmailClientDatabase(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i) {
   constexpr PLXUInt32 kUsernameType =
       kPLXFieldAttribute_Unique | kPLXFieldAttribute_Indexed | kPLXFieldType_Text | 50;
-  EmailClient_Field const fields[] = {{kEmailClientField_Username, kUsernameType},
-                                      {kEmailClientField_Password, kPLXFieldType_LongText},
-                                      {kEmailClientField_Names, kPLXFieldType_LongText},
-                                      {kEmailClientField_EmailAddresses, kPLXFieldType_LongText},
-                                      {kEmailClientField_POPUsernames, kPLXFieldType_LongText},
-                                      {kEmailClientField_POPPasswords, kPLXFieldType_LongText},
-                                      {kEmailClientField_POPServers, kPLXFieldType_LongText},
-                                      {kEmailClientField_SMTPServers, kPLXFieldType_LongText},
-                                      {kEmailClientField_AssignedSignatures, kPLXFieldType_LongText},
-                                      {kEmailClientField_ActivePersonality, kPLXFieldType_Integer},
-                                      {kEmailClientField_SignatureNames, kPLXFieldType_LongText},
-                                      {kEmailClientField_Signatures, kPLXFieldType_LongText},
-                                      {kEmailClientField_SkinNumber, kPLXFieldType_Integer},
-                                      {kEmailClientField_CustomSkin, kPLXFieldType_LongText}};
+  EmailClient_Field const fields[kEmailClientFieldCount] = {
+      {kEmailClientField_Username, kUsernameType},
+      {kEmailClientField_Password, kPLXFieldType_LongText},
+      {kEmailClientField_Names, kPLXFieldType_LongText},
+      {kEmailClientField_EmailAddresses, kPLXFieldType_LongText},
+      {kEmailClientField_POPUsernames, kPLXFieldType_LongText},
+      {kEmailClientField_POPPasswords, kPLXFieldType_LongText},
+      {kEmailClientField_POPServers, kPLXFieldType_LongText},
+      {kEmailClientField_SMTPServers, kPLXFieldType_LongText},
+      {kEmailClientField_AssignedSignatures, kPLXFieldType_LongText},
+      {kEmailClientField_ActivePersonality, kPLXFieldType_Integer},
+      {kEmailClientField_SignatureNames, kPLXFieldType_LongText},
+      {kEmailClientField_Signatures, kPLXFieldType_LongText},
+      {kEmailClientField_SkinNumber, kPLXFieldType_Integer},
+      {kEmailClientField_CustomSkin, kPLXFieldType_LongText}};
   for (EmailClient_Field const& field : fields) {
-    if (PLXGlueDBAddField(info_i, database_i, field.name, field.type) != 0) return false;
+    PLXUInt32 type = 0;
+    if (PLXGlueDBGetFieldInfo(info_i, database_i, field.name, type) != 0 &&
+        PLXGlueDBAddField(info_i, database_i, field.name, field.type) != 0) {
+      return false;
+    }
   }
   return true;
 }
@@ -64,7 +70,8 @@ class EmailClient_Database {
     myIsInitialized = PLXGlueDBInitialize(myInfo, source, username, password) == 0;
     if (!myIsInitialized) return Report("The database system could not be initialized.");
     if (!Open(kPLXOpenMode_Shared)) return Report("The database could not be opened.");
-    if (PLXGlueDBGetFieldCount(myInfo, myDatabase) >= kEmailClientFewestFields) return true;
+    // One of fewer fields is new, or what a server left that died while it built it.
+    if (PLXGlueDBGetFieldCount(myInfo, myDatabase) >= kEmailClientFieldCount) return true;
     return Build() || Report("The database could not be created.");
   }
   PLXUInt32 GetDatabase() const noexcept { return myDatabase; }
@@ -78,9 +85,7 @@ class EmailClient_Database {
   bool Build() {
     PLXGlueDBCloseDatabase(myInfo, myDatabase);
     myIsOpen = false;
-    return Open(kPLXOpenMode_Exclusive) &&
-           (PLXGlueDBGetFieldCount(myInfo, myDatabase) >= kEmailClientFewestFields ||
-            EmailClient_BuildEmailClientDatabase(myInfo, myDatabase));
+    return Open(kPLXOpenMode_Exclusive) && EmailClient_BuildEmailClientDatabase(myInfo, myDatabase);
   }
   bool Report(char const* problem_i) {
     PLXString const reason = PLXGlueDBGetErrorInfo(myInfo, myDatabase);

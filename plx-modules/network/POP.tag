@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "PLXFile.h"
+#include "PLXFolderSpecification.h"
 #include "PLXPOP3.h"
 #include "PLXStringUtility.h"
 #include "PLXTokenizedString.h"
@@ -11,6 +13,44 @@
 
 static constexpr PLXUInt32 kPOPDefaultMaximumAttachmentSize = 3072;  // kilobytes
 static constexpr PLXUInt32 kPOPLongestUniqueID = 1024;  // bytes; servers are to give 70 (RFC 1939, section 7)
+
+// Who is collecting which message right now: a byte of a file of the region's for each, by a number made of
+// the database's name and the unique ID. Two runs share a mailbox that way, and no message is fetched by
+// both. Where the file cannot be had, nobody is kept apart.
+class POP_MessageLocks {
+ public:
+  explicit POP_MessageLocks(_PLXAPI_ModuleProcessingInfo* info_i) {
+    PLXGlueGetTagParameter(info_i, kPOPParameter_DatabaseName, 0, myDatabaseName, PLXString());
+    PLXFolderSpecification const folder(PLXGlueGetRegionDataFolderPath(info_i, "POP"));
+    if (folder.GetOperatingSystemPathname().IsEmpty()) return;
+    myFile.SetSpecification(PLXFileSpecification(folder, "Locks"));
+    myFile.Create();
+    myFile.Open(kPLXFilePermission_ReadWrite);
+  }
+
+  bool Take(PLXString const& uniqueID_i) {
+    myPosition = GetNumber(uniqueID_i);
+    return !myFile.IsOpen() || myFile.TryLockByte(myPosition);
+  }
+  void Release() { myFile.UnLockByte(myPosition); }
+
+ private:
+  // FNV-1a.
+  std::uint64_t GetNumber(PLXString const& uniqueID_i) const {
+    std::uint64_t number = 0xCBF29CE484222325;
+    for (PLXString const& text : {myDatabaseName, uniqueID_i}) {
+      char const* const bytes = text.GetCStringAccess();
+      for (PLXUInt32 index = 0; index <= text.GetLength(); ++index) {
+        number = (number ^ static_cast<unsigned char>(bytes[index])) * 0x100000001B3;
+      }
+    }
+    return number;
+  }
+
+  PLXString myDatabaseName;
+  PLXFile myFile;
+  std::uint64_t myPosition = 0;
+};
 
 // One run over a mailbox. The client is connected and the database open for as long as this lives.
 //
@@ -21,7 +61,7 @@ class POP_Collector {
  public:
   POP_Collector(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i, PLXPOP3& client_i,
                 PLXString const& folder_i)
-      : myInfo(info_i), myDatabase(database_i), myClient(client_i), myFolder(folder_i) {
+      : myInfo(info_i), myDatabase(database_i), myClient(client_i), myFolder(folder_i), myLocks(info_i) {
     PLXGlueGetTagParameter(myInfo, kPOPParameter_DeleteMessagesOnServer, 0, myIsDeleting, false);
     PLXGlueGetTagParameter(myInfo, kPOPParameter_MaximumAttachmentSize, 0, myMaximumSize,
                            kPOPDefaultMaximumAttachmentSize);
@@ -37,8 +77,11 @@ class POP_Collector {
       PLXTokenizedString const words(line, " ");
       PLXString const number = words.GetToken(0);
       PLXString const uniqueID = words.GetToken(1);
-      if (number.IsEmpty() || !IsUniqueID(uniqueID) || !IsNew(uniqueID)) continue;
-      if (!CollectMessage(number)) return;
+      // What another run is collecting now, that run collects.
+      if (number.IsEmpty() || !IsUniqueID(uniqueID) || !myLocks.Take(uniqueID)) continue;
+      bool const goesOn = !IsNew(uniqueID) || CollectMessage(number);
+      myLocks.Release();
+      if (!goesOn) return;
     }
   }
 
@@ -61,13 +104,14 @@ class POP_Collector {
     if (myStatus != 0) return false;
     myStatus = PLXGlueDBSetTextFieldValue(myInfo, myDatabase, kPOPDatabaseField_UniqueID, uniqueID_i);
     if (myStatus != 0) return false;
-    bool const isAdded = PLXGlueDBAddRecord(myInfo, myDatabase) == 0;
+    myIsRepeated = PLXGlueDBAddRecord(myInfo, myDatabase) != 0;
     PLXString value(uniqueID_i);
     value.ReplaceAll("'", "''");
     myStatus = PLXGlueDBExecuteSearch(myInfo, myDatabase, kPOPDatabaseField_UniqueID + "='" + value + "'");
     if (myStatus == 0) myStatus = PLXGlueDBMoveFirstRecord(myInfo, myDatabase);
     if (myStatus != 0) return false;
-    return isAdded || PLXGlueDBGetLongTextFieldValue(myInfo, myDatabase, kPOPDatabaseField_Header).IsEmpty();
+    return !myIsRepeated ||
+           PLXGlueDBGetLongTextFieldValue(myInfo, myDatabase, kPOPDatabaseField_Header).IsEmpty();
   }
 
   // False when the connection broke.
@@ -81,7 +125,11 @@ class POP_Collector {
     }
     POP_Message message = POP_SplitAnswer(answer);
     answer.Empty();
-    POP_TakeParts(message, myFolder, myMaximumSize);
+    if (!POP_TakeParts(message, myFolder, myMaximumSize, myIsRepeated)) {
+      PLXGlueAddErrorToServerLog(myInfo, "plxPOP: an attachment of message " + number_i +
+                                             " cannot be saved; the message is left to the next run.");
+      return true;
+    }
     message.text.RemoveSubstring(kPOPLongestMessage, kPLXWholeLength);
     Fill(message);
     if (myStatus != 0) return true;
@@ -131,6 +179,8 @@ class POP_Collector {
   PLXUInt32 const myDatabase;
   PLXPOP3& myClient;
   PLXString const& myFolder;
+  POP_MessageLocks myLocks;
+  bool myIsRepeated = false;  // the current message has a record, without its text, of an earlier run
   bool myIsDeleting = false;
   unsigned int myMaximumSize = 0;  // of an attachment in kilobytes; 0 is no limit
   PLXUInt32 myNewMessageCount = 0;
@@ -177,6 +227,8 @@ static PLXUInt32 POP_CollectMail(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32
   if (POP_IsPositive(listing)) collector.Collect(listing);
   client.Disconnect();
   newMessageCount_o = collector.GetNewMessageCount();
+  // Reads the whole folder, so not for a look into an empty mailbox.
+  if (newMessageCount_o > 0) PLXFile::RemoveLeftovers(PLXFolderSpecification(attachmentFolder_i));
   return collector.GetStatus();
 }
 

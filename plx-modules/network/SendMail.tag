@@ -275,6 +275,7 @@ static PLXUInt32 ProcessSendMail(_PLXAPI_ModuleProcessingInfo* info_i, PLXString
   }
   SendMail_Log log(info_i);
   if (!log.Open()) return kNetworkResult_OperationFailed;
+  SendMail_SettleAbandoned(info_i, log.GetDatabase(), places.failedMailFolder);
   if (isAdministration) return SendMail_Admin(info_i, output_o, log.GetDatabase());
   PLXEmail(places.failedMailFolder, kSendMailFailedMessageID, places.callbackURL).Send();
   return kPLXResult_Success;

@@ -124,6 +124,30 @@ std::int64_t NextPosition(PLXSQLConnection& connection_io, PLXRecordDefinition c
   return AskInteger(connection_io, "SELECT next_field FROM plx_databases WHERE number = ?", number);
 }
 
+// Inside a transaction that has the definitions locked.
+void CreateField(PLXSQLConnection& connection_io, PLXRecordDefinition const& definition_i,
+                 std::string_view name_i, std::uint32_t word_i) {
+  std::string const key = PLXRecordNameKey(name_i);
+  PLXRecordField field;
+  field.word = word_i;
+  field.position = NextPosition(connection_io, definition_i);
+  field.column = PlainPart(name_i) + std::to_string(field.position);
+  bool const needsKey = field.IsText() && field.IsIndexed() && !IsSQLite(connection_io.GetDialect());
+  if (needsKey) field.keyColumn = field.column + "_key";
+  PLXSQLParameter const values[] = {definition_i.number,
+                                    field.position,
+                                    name_i,
+                                    std::string_view(key),
+                                    std::string_view(field.column),
+                                    std::string_view(field.keyColumn),
+                                    std::int64_t{word_i}};
+  connection_io.Run(
+      "INSERT INTO plx_fields (database_number, position, name, name_key, column_name, key_column, type)"
+      " VALUES (?, ?, ?, ?, ?, ?, ?)",
+      values);
+  CreateColumn(connection_io, definition_i, field);
+}
+
 PLXRecordField const& IdentifierField() {
   static PLXRecordField const ourField{std::string(kPLXRecord_IDField), "id", "", 0x20000, 0};
   return ourField;
@@ -258,41 +282,32 @@ void Delete(PLXSQLConnection& connection_io, PLXRecordDefinition const& definiti
   transaction.Commit();
 }
 
-void AddField(PLXSQLConnection& connection_io, PLXRecordDefinition const& definition_i,
-              std::string_view name_i, std::uint32_t word_i) {
-  CheckFieldName(name_i);
-  if (!PLXRecordField::IsType(word_i)) {
-    throw PLXRecordError(Kind::kValue, "There is no field type " + std::to_string(word_i) + ".");
+void AddFields(PLXSQLConnection& connection_io, PLXRecordDefinition const& definition_i,
+               std::span<NewField const> fields_i) {
+  std::string_view current;
+  auto const failAsExisting = [&] {
+    throw PLXRecordError(Kind::kExists, "The database \"" + definition_i.name + "\" has a field \"" +
+                                            std::string(current) + "\" already.");
+  };
+  for (auto const& [name, word] : fields_i) {
+    current = name;
+    CheckFieldName(name);
+    if (!PLXRecordField::IsType(word)) {
+      throw PLXRecordError(Kind::kValue, "There is no field type " + std::to_string(word) + ".");
+    }
+    if (definition_i.Find(name) != nullptr) failAsExisting();
   }
-  std::string const exists =
-      "The database \"" + definition_i.name + "\" has a field \"" + std::string(name_i) + "\" already.";
-  if (definition_i.Find(name_i) != nullptr) throw PLXRecordError(Kind::kExists, exists);
-  std::string const key = PLXRecordNameKey(name_i);
   try {
     PLXSQLTransaction transaction(connection_io);
     LockDefinitions(connection_io);
-    PLXRecordField field;
-    field.word = word_i;
-    field.position = NextPosition(connection_io, definition_i);
-    field.column = PlainPart(name_i) + std::to_string(field.position);
-    bool const needsKey = field.IsText() && field.IsIndexed() && !IsSQLite(connection_io.GetDialect());
-    if (needsKey) field.keyColumn = field.column + "_key";
-    PLXSQLParameter const values[] = {definition_i.number,
-                                      field.position,
-                                      name_i,
-                                      std::string_view(key),
-                                      std::string_view(field.column),
-                                      std::string_view(field.keyColumn),
-                                      std::int64_t{word_i}};
-    connection_io.Run(
-        "INSERT INTO plx_fields (database_number, position, name, name_key, column_name, key_column, type)"
-        " VALUES (?, ?, ?, ?, ?, ?, ?)",
-        values);
-    CreateColumn(connection_io, definition_i, field);
+    for (auto const& [name, word] : fields_i) {
+      current = name;
+      CreateField(connection_io, definition_i, name, word);
+    }
     transaction.Commit();
   } catch (PLXSQLError const& error) {
     if (error.GetKind() != PLXSQLError::Kind::kNotUnique) throw;
-    throw PLXRecordError(Kind::kExists, exists);
+    failAsExisting();
   }
   connection_io.ForgetStatements();
 }

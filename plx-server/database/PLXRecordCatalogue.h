@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "PLXRecordField.h"
@@ -47,9 +49,10 @@ std::vector<std::string> Names(PLXSQLConnection& connection_io);
 // just now.
 bool Create(PLXSQLConnection& connection_io, std::string_view name_i);
 void Delete(PLXSQLConnection& connection_io, PLXRecordDefinition const& definition_i);
-// Adds a field of this type word. Existing records have it unset.
-void AddField(PLXSQLConnection& connection_io, PLXRecordDefinition const& definition_i,
-              std::string_view name_i, std::uint32_t word_i);
+// Adds fields, each with its type word: all or none. Existing records have them unset.
+using NewField = std::pair<std::string_view, std::uint32_t>;
+void AddFields(PLXSQLConnection& connection_io, PLXRecordDefinition const& definition_i,
+               std::span<NewField const> fields_i);
 void DeleteField(PLXSQLConnection& connection_io, PLXRecordDefinition const& definition_i,
                  PLXRecordField const& field_i);
 

@@ -112,10 +112,10 @@ PLXRecordField const& PLXRecordCursor::FieldAt(std::int64_t position_i) const {
   throw PLXRecordError(Kind::kNotFound, "A field that was changed was deleted meanwhile.");
 }
 
-void PLXRecordCursor::AddField(std::string_view name_i, std::uint32_t word_i) {
+void PLXRecordCursor::AddFields(std::span<PLXRecordCatalogue::NewField const> fields_i) {
   Reload();
   Change([&](PLXSQLConnection& connection_io) {
-    PLXRecordCatalogue::AddField(connection_io, myDefinition, name_i, word_i);
+    PLXRecordCatalogue::AddFields(connection_io, myDefinition, fields_i);
   });
   Reload();
 }

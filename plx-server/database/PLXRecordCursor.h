@@ -50,7 +50,12 @@ class PLXRecordCursor {
   PLXRecordField const& Field(std::string_view name_i);
   // Whether there is one, as far as was looked.
   bool HasField(std::string_view name_i) const { return myDefinition.Find(name_i) != nullptr; }
-  void AddField(std::string_view name_i, std::uint32_t word_i);
+  // All of them or none.
+  void AddFields(std::span<PLXRecordCatalogue::NewField const> fields_i);
+  void AddField(std::string_view name_i, std::uint32_t word_i) {
+    PLXRecordCatalogue::NewField const fields[] = {{name_i, word_i}};
+    AddFields(fields);
+  }
   void DeleteField(std::string_view name_i);
 
   // Finds the records that an expression (PLXSearchExpression) describes. kSearch; the found set is empty

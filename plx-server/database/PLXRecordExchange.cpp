@@ -8,6 +8,7 @@
 #include "PLXDelimitedText.h"
 #include "PLXRecordCursor.h"
 #include "PLXRecordQuery.h"
+#include "PLXUninterrupted.h"
 
 // Export and import of PLXRecordCursor.
 
@@ -62,8 +63,9 @@ class WholeFile {
     errno = 0;
     myStream.close();
     if (!myStream) FailFile(myFile, errno == 0 ? EIO : errno);
-    int const descriptor = ::open(myTemporary.c_str(), O_RDONLY | O_CLOEXEC);
-    bool const isSynced = descriptor >= 0 && ::fsync(descriptor) == 0;
+    int const descriptor =
+        PLXUninterrupted([&] { return ::open(myTemporary.c_str(), O_RDONLY | O_CLOEXEC); });
+    bool const isSynced = descriptor >= 0 && PLXUninterrupted([&] { return ::fsync(descriptor); }) == 0;
     int const error = errno;
     if (descriptor >= 0) ::close(descriptor);
     if (!isSynced) FailFile(myFile, error);

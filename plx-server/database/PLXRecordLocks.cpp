@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "PLXRecordError.h"
+#include "PLXUninterrupted.h"
 
 namespace {
 
@@ -25,7 +26,9 @@ std::int64_t KeyOf(std::string_view name_i) {
 }  // namespace
 
 PLXFileLocks::PLXFileLocks(std::filesystem::path const& file_i)
-    : myFile(file_i), myDescriptor(::open(file_i.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    : myFile(file_i),
+      myDescriptor(
+          PLXUninterrupted([&] { return ::open(file_i.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600); })) {
   if (myDescriptor < 0) {
     throw PLXSQLError(PLXSQLError::Kind::kOther, myFile.string() + ": " + std::strerror(errno));
   }

@@ -21,6 +21,9 @@ PLXSQLError::Kind KindOf(int code_i) {
       break;
   }
   int const family = code_i & 0xFF;
+  // A file that could not be opened for writing at some moment was opened for reading; a new connection asks
+  // again.
+  if (family == SQLITE_READONLY) return PLXSQLError::Kind::kLost;
   return family == SQLITE_BUSY || family == SQLITE_LOCKED ? PLXSQLError::Kind::kBusy
                                                           : PLXSQLError::Kind::kOther;
 }

@@ -132,12 +132,11 @@ class Reader {
     if (name.empty()) return Fail(myAt, "has no field before the operator");
     condition_o.myField = name;
     condition_o.myFieldPosition = start + 1;
-    for (auto const& [sign, comparison] : kSigns) {
-      if (!Rest().starts_with(sign)) continue;
-      condition_o.myComparison = comparison;
-      myAt += sign.size();
-      break;
-    }
+    auto const* const found = std::find_if(std::begin(kSigns), std::end(kSigns), [this](auto const& row_i) {
+      return Rest().starts_with(row_i.first);
+    });
+    condition_o.myComparison = found->second;
+    myAt += found->first.size();
     SkipBlanks();
     if (AtEnd()) return Fail(myAt, "has no value for " + Shown(name));
     return myText[myAt] == '\'' ? ReadQuoted(condition_o.myValue) : ReadNumber(condition_o.myValue);
@@ -221,8 +220,7 @@ std::string FormatSearchExpression(PLXSearchExpression const& expression_i) {
 }
 
 std::string_view SignOf(PLXSearchCondition::Comparison comparison_i) {
-  for (auto const& [sign, comparison] : kSigns) {
-    if (comparison == comparison_i) return sign;
-  }
-  return "=";
+  return std::find_if(std::begin(kSigns), std::end(kSigns),
+                      [comparison_i](auto const& row_i) { return row_i.second == comparison_i; })
+      ->first;
 }

@@ -21,13 +21,25 @@ void PLXActiveRequests::End(std::uint64_t id_i) {
   auto const found = myEntries.find(id_i);
   if (found == myEntries.end()) return;
   Forget(found->second);
-  found->second.stage = Stage::kSending;
+  if (found->second.stage == Stage::kGivenUp) {
+    myEntries.erase(found);
+  } else {
+    found->second.stage = Stage::kSending;
+  }
+}
+
+void PLXActiveRequests::GiveUp(std::uint64_t id_i) {
+  std::lock_guard const lock(myMutex);
+  auto const found = myEntries.find(id_i);
+  if (found != myEntries.end() && found->second.stage == Stage::kRunning) {
+    found->second.stage = Stage::kGivenUp;
+  }
 }
 
 void PLXActiveRequests::Remove(std::uint64_t id_i) {
   std::lock_guard const lock(myMutex);
   auto const found = myEntries.find(id_i);
-  if (found == myEntries.end()) return;
+  if (found == myEntries.end() || found->second.stage == Stage::kGivenUp) return;
   Forget(found->second);
   myEntries.erase(found);
 }
@@ -50,7 +62,7 @@ bool PLXActiveRequests::DepthOf(std::string const& url_i, unsigned& depth_o) con
 }
 
 void PLXActiveRequests::Forget(Entry const& entry_i) {
-  if (entry_i.stage != Stage::kRunning) return;
+  if (!IsRunning(entry_i)) return;
   auto const [first, last] = myIDsByURL.equal_range(entry_i.url);
   for (auto at = first; at != last; ++at) {
     if (at->second == entry_i.id) {

@@ -11,7 +11,7 @@
 // Any thread. Costs a look-up per call; DepthOf is linear in the pages in flight at one URL.
 class PLXActiveRequests {
  public:
-  enum class Stage { kWaiting, kRunning, kSending };
+  enum class Stage { kWaiting, kRunning, kSending, kGivenUp };
 
   struct Entry {
     std::uint64_t id = 0;
@@ -26,6 +26,10 @@ class PLXActiveRequests {
   void Begin(std::uint64_t id_i);
   // The page has ended and is on its way to the client, who may take long: it waits for no include any more.
   void End(std::uint64_t id_i);
+  // Nobody waits for the page any more, which goes on: it stays in the list until it ends. Nothing for one
+  // that does not run.
+  void GiveUp(std::uint64_t id_i);
+  // The request is over, but for a page that was given up.
   void Remove(std::uint64_t id_i);
   // Oldest first.
   std::vector<Entry> List() const;
@@ -33,6 +37,9 @@ class PLXActiveRequests {
   bool DepthOf(std::string const& url_i, unsigned& depth_o) const;
 
  private:
+  static bool IsRunning(Entry const& entry_i) {
+    return entry_i.stage == Stage::kRunning || entry_i.stage == Stage::kGivenUp;
+  }
   void Forget(Entry const& entry_i);
 
   mutable std::mutex myMutex;

@@ -6,6 +6,7 @@
 
 #include "PLXAdministrationHTML.h"
 #include "PLXLog.h"
+#include "PLXRequestOrigin.h"
 #include "PLXServerPages.h"
 
 namespace {
@@ -55,6 +56,8 @@ std::string_view StageName(PLXActiveRequests::Stage stage_i) {
       return "running";
     case PLXActiveRequests::Stage::kSending:
       return "sending";
+    case PLXActiveRequests::Stage::kGivenUp:
+      return "given up";
   }
   return "";
 }
@@ -62,21 +65,6 @@ std::string_view StageName(PLXActiveRequests::Stage stage_i) {
 std::string PreferencesAddress(std::string_view region_i, std::string_view module_i) {
   return std::string(kPreferencesPath) + "?region=" + EncodeArgument(region_i) +
          "&module=" + EncodeArgument(module_i);
-}
-
-// "host:port" of "http://host:port/path", in lower case, without a port that the scheme implies.
-std::string AuthorityOf(std::string_view address_i) {
-  auto const slashes = address_i.find("://");
-  std::string_view rest = slashes == std::string_view::npos ? address_i : address_i.substr(slashes + 3);
-  rest = rest.substr(0, rest.find_first_of("/?#"));
-  std::string authority(rest);
-  for (char& character : authority) {
-    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
-  }
-  for (std::string_view const port : {":80", ":443"}) {
-    if (authority.ends_with(port)) authority.resize(authority.size() - port.size());
-  }
-  return authority;
 }
 
 PLXResponse Unauthorized() {
@@ -106,6 +94,9 @@ void SetAdministrationHeaders(PLXResponse& response_io) {
                         "frame-ancestors 'none'; base-uri 'none'");
   response_io.SetHeader("X-Frame-Options", "DENY");
   response_io.SetHeader("X-Content-Type-Options", "nosniff");
+  response_io.SetHeader("Cross-Origin-Opener-Policy", "same-origin");
+  response_io.SetHeader("Cross-Origin-Resource-Policy", "same-origin");
+  // Not "no-referrer": browsers then say "null" for the origin of the administration's own posts.
   response_io.SetHeader("Referrer-Policy", "same-origin");
 }
 
@@ -124,17 +115,6 @@ PLXAdministration::Route const PLXAdministration::kRoutes[] = {
     {"sites", "Sites", &PLXAdministration::Sites},
     {"databases", "Databases", nullptr},
     {"log", "Log", &PLXAdministration::Log}};
-
-bool IsFromOwnPage(PLXRequest const& request_i) {
-  std::string_view const site = request_i.Header("Sec-Fetch-Site");
-  if (!site.empty() && site != "same-origin" && site != "none") return false;
-  std::string_view const origin = request_i.Header("Origin");
-  std::string_view const source = origin.empty() ? request_i.Header("Referer") : origin;
-  if (source.find("://") == std::string_view::npos) return false;
-  std::string const authority = AuthorityOf(source);
-  return !authority.empty() &&
-         (authority == AuthorityOf(request_i.Header("Host")) || authority == AuthorityOf(request_i.host));
-}
 
 PLXAdministration::PLXAdministration(PLXModuleHost& modules_i, PLXLoginStore& logins_i,
                                      PLXActiveRequests const& active_i, PLXRecordEngine& records_i,
@@ -198,7 +178,11 @@ bool PLXAdministration::MayEnter(PLXRequest const& request_i, PLXResponse& refus
   if (request_i.method == "POST" && !IsFromOwnPage(request_i)) {
     PLXLog::Warning("a change to the administration was refused: it came from another site's page, client " +
                     request_i.remoteAddress);
-    refusal_o = ErrorPage(403, "Changes are taken from the administration's own pages only.");
+    refusal_o =
+        ErrorPage(403,
+                  "Changes are taken from the administration's own pages only, and this request does not "
+                  "say that it comes from one. A program that posts here sends the header Origin with "
+                  "this server's address.");
     return false;
   }
   return true;
@@ -236,6 +220,8 @@ PLXAdministration::Page PLXAdministration::Status(PLXRequest const&, PLXSites co
                                          std::to_string(configuration.limits.pageThreads));
   page.body += Pair("Pages waiting", std::to_string(status.waitingPages) + " of " +
                                          std::to_string(configuration.limits.waitingPages));
+  page.body += Pair("Pages given up", std::to_string(status.overduePages) + " of " +
+                                          std::to_string(configuration.limits.overduePages));
   page.body += Pair("Threads", std::to_string(process.threads));
   page.body += Pair("Memory", std::to_string(process.memory >> 20) + " MB");
   page.body += Pair("Process", std::to_string(::getpid()));
@@ -335,7 +321,8 @@ PLXResponse PLXAdministration::Metrics() const {
       "plxserver_uptime_seconds " + std::to_string(uptime.count()) + "\nplxserver_requests_total " +
       std::to_string(status.requests) + "\nplxserver_connections " + std::to_string(status.connections) +
       "\nplxserver_pages_running " + std::to_string(status.busyPageThreads) + "\nplxserver_pages_waiting " +
-      std::to_string(status.waitingPages) + "\nplxserver_threads " + std::to_string(process.threads) +
+      std::to_string(status.waitingPages) + "\nplxserver_pages_given_up " +
+      std::to_string(status.overduePages) + "\nplxserver_threads " + std::to_string(process.threads) +
       "\nplxserver_memory_bytes " + std::to_string(process.memory) + "\n";
   return response;
 }

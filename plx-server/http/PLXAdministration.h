@@ -55,8 +55,3 @@ class PLXAdministration {
   std::chrono::steady_clock::time_point const myStart = std::chrono::steady_clock::now();
   PLXLoginThrottle myThrottle;
 };
-
-// Whether a POST comes from a page of the host that it is sent to: Origin (else Referer) names the host that
-// Host names, and Sec-Fetch-Site, where a browser sends it, does not contradict. Without either there is no
-// proof.
-bool IsFromOwnPage(PLXRequest const& request_i);

@@ -61,6 +61,17 @@ std::vector<std::string> Hops(PLXRequest const& request_i) {
   return result;
 }
 
+// A request that passed through a proxy which does not say for whom came from anybody.
+bool IsForwardedForNobody(PLXRequest const& request_i) {
+  bool isForwarded = false;
+  for (PLXNameValue const& header : request_i.headers) {
+    if (EqualIgnoringCase(header.name, "X-Forwarded-For")) return false;
+    isForwarded = isForwarded || BeginsIgnoringCase(header.name, "X-Forwarded-") ||
+                  EqualIgnoringCase(header.name, "X-Real-IP") || EqualIgnoringCase(header.name, "Via");
+  }
+  return isForwarded;
+}
+
 }  // namespace
 
 std::string CanonicalAddress(std::string_view text_i) {
@@ -91,7 +102,7 @@ PLXClientAddress::PLXClientAddress(std::vector<std::string> const& proxies_i) {
 void PLXClientAddress::Fill(PLXRequest& request_io) {
   request_io.remoteAddress = request_io.peerAddress;
   bool const peerIsProxy = myProxies.contains(request_io.peerAddress);
-  bool ownAllTheWay = peerIsProxy || IsOwn(request_io.peerAddress);
+  bool ownAllTheWay = (peerIsProxy || IsOwn(request_io.peerAddress)) && !IsForwardedForNobody(request_io);
   for (PLXNameValue const& header : request_io.headers) {
     if (EqualIgnoringCase(header.name, "Forwarded")) ownAllTheWay = false;
   }

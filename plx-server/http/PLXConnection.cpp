@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "PLXClientAddress.h"
+#include "PLXUninterrupted.h"
 
 // g++ 12 may destroy a temporary of a co_await expression twice, so no lambda with captures and no
 // conditional operator stands inside one.
@@ -45,7 +46,8 @@ std::string AddressText(asio::ip::address const& address_i) {
 // A link is not followed: whoever found the path has resolved it. O_NONBLOCK keeps a pipe in its place from
 // waiting.
 PLXOpenFile::PLXOpenFile(std::filesystem::path const& path_i)
-    : myDescriptor(::open(path_i.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)) {}
+    : myDescriptor(PLXUninterrupted(
+          [&] { return ::open(path_i.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK); })) {}
 
 PLXOpenFile::~PLXOpenFile() {
   if (myDescriptor >= 0) ::close(myDescriptor);
@@ -59,8 +61,15 @@ bool PLXOpenFile::Holds(std::uint64_t bytes_i) const {
 
 bool PLXOpenFile::Read(std::uint64_t offset_i, std::size_t length_i, std::string& bytes_o) const {
   bytes_o.resize(length_i);
-  return ::pread(myDescriptor, bytes_o.data(), length_i, static_cast<off_t>(offset_i)) ==
-         static_cast<ssize_t>(length_i);
+  for (std::size_t done = 0; done < length_i;) {
+    ssize_t const got = PLXUninterrupted([&] {
+      return ::pread(myDescriptor, bytes_o.data() + done, length_i - done,
+                     static_cast<off_t>(offset_i + done));
+    });
+    if (got <= 0) return false;
+    done += static_cast<std::size_t>(got);
+  }
+  return true;
 }
 
 PLXConnection::PLXConnection(Socket socket_i, PLXLimits const& limits_i)

@@ -50,9 +50,9 @@ std::string_view Trimmed(std::string_view text_i) {
 
 bool IsControl(char c_i) { return static_cast<unsigned char>(c_i) < 0x20 || c_i == 0x7f; }
 
-// Where `what_i` begins in `text_i` at or after `from_i`. memmem is linear, whatever the text repeats.
+// Where `what_i` begins in `text_i` at or after `from_i`, which is not beyond its end. memmem is linear,
+// whatever the text repeats.
 std::size_t Find(std::string_view text_i, std::string_view what_i, std::size_t from_i) {
-  if (from_i > text_i.size()) return text_i.npos;
   void const* const found =
       memmem(text_i.data() + from_i, text_i.size() - from_i, what_i.data(), what_i.size());
   return found ? static_cast<std::size_t>(static_cast<char const*>(found) - text_i.data()) : text_i.npos;

@@ -190,7 +190,15 @@ void AppendHeader(std::string& head_io, std::string_view name_i, std::string_vie
 }  // namespace
 
 struct PLXRequestParser::Library {
+  // Between quotes in a chunk's extension the library lets a line feed pass, where another reader could see
+  // the line's end and the chunk begin.
+  struct ExtensionCheck {
+    void operator()(std::uint64_t, boost::beast::string_view extension_i, error_code& error_o) const {
+      if (std::ranges::any_of(View(extension_i), IsControl)) error_o = http::error::bad_chunk_extension;
+    }
+  };
   http::request_parser<ForwardedBody> parser;
+  ExtensionCheck checkExtension;
 };
 
 PLXRequestParser::PLXRequestParser() : myLibrary(std::make_unique<Library>()) {
@@ -199,6 +207,7 @@ PLXRequestParser::PLXRequestParser() : myLibrary(std::make_unique<Library>()) {
   myLibrary->parser.header_limit(UINT32_MAX);
   myLibrary->parser.body_limit(UINT64_MAX);
   myLibrary->parser.eager(true);
+  myLibrary->parser.on_chunk_header(myLibrary->checkExtension);
 }
 
 PLXRequestParser::~PLXRequestParser() = default;

@@ -14,12 +14,13 @@
 #include "PLXConnection.h"
 #include "PLXHTTPMessage.h"
 #include "PLXLog.h"
+#include "PLXPagePool.h"
 #include "PLXRequestBody.h"
 #include "PLXStaticFile.h"
 
 // One coroutine per connection runs on the I/O thread (Serve) and reads in the order in which things happen.
-// It leaves that thread only to let a page run (RunJob), and waits for it there. So everything but the
-// counts, which are atomic, belongs to the I/O thread and needs no lock.
+// A page runs on a thread of a pool, and the coroutine waits for it here, but not for ever (RunWork). So
+// everything but the counts, which are atomic, belongs to the I/O thread and needs no lock.
 //
 // g++ 12 may destroy a temporary of a co_await expression twice, so no lambda with captures and no
 // conditional operator stands inside one.
@@ -50,25 +51,13 @@ constexpr char kRetryAfter_Seconds[] = "2";
 
 std::atomic<std::uint64_t> ourLastRequestID = 0;
 
-// The threads of one kind and how many requests have been given to them.
-struct Pool {
-  Pool(unsigned threads_i, unsigned waiting_i) : threads(threads_i), waiting(waiting_i) {}
-  bool HasThread() const { return admitted < threads; }
-  bool HasRoom() const { return admitted < threads + waiting; }
-
-  unsigned const threads;
-  unsigned const waiting;
-  std::atomic<unsigned> admitted = 0;  // running and waiting; changed on the I/O thread
-  std::optional<asio::thread_pool> pool;
-};
-
-// What a page thread gets and gives back. The coroutine that waits for it owns everything it refers to.
-struct Job {
+// What a page thread gets and gives back. Holds all it needs: whoever waits for it may give it up.
+struct Work {
   PLXRequestHandler& handler;
-  PLXRequest& request;
-  PLXRequestBody& body;
-  std::shared_ptr<void> const& state;
-  std::size_t formFields;
+  PLXRequest request;
+  std::unique_ptr<PLXRequestBody> const body;
+  std::shared_ptr<void> const state;
+  std::size_t const formFields;
   PLXResponse response;
 
   void Run() noexcept;
@@ -87,9 +76,9 @@ PLXResponse ErrorAnswer(PLXRequestHandler& handler_i, int status_i, std::string 
   return response;
 }
 
-void Job::Run() noexcept {
+void Work::Run() noexcept {
   try {
-    PLXHTTPProblem const problem = ReadForm(body, formFields, request);
+    PLXHTTPProblem const problem = ReadForm(*body, formFields, request);
     if (problem.status) {
       response = ErrorAnswer(handler, problem.status, problem.sentence);
     } else {
@@ -104,14 +93,10 @@ void Job::Run() noexcept {
   response = ErrorAnswer(handler, 500, "The server could not answer this request.");
 }
 
-awaitable<void> RunJob(Job* job_i) {
-  job_i->Run();
-  co_return;
-}
-
 // Each connection may hold a socket and a file, each page some of its module's.
 void RaiseFileLimit(PLXLimits const& limits_i) {
-  rlim_t const wanted = limits_i.connections * 2ul + limits_i.pageThreads * 4ul + 256;
+  rlim_t const wanted =
+      limits_i.connections * 2ul + (limits_i.pageThreads + limits_i.overduePages) * 4ul + 256;
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted) return;
   limit.rlim_cur = std::min(wanted, limit.rlim_max);
@@ -149,12 +134,15 @@ class PLXListener::Implementation {
   std::uint16_t Port() const { return myPort; }
   PLXListenerStatus Status() const;
   bool HasStuckPages() const {
-    return myPages.admitted > 0 || myAdministration.admitted > 0 || myLeaving == Leaving::kRuns;
+    return myPages.IsStuck() || myAdministration.IsStuck() || myLeaving == Leaving::kRuns;
   }
 
  private:
   class Registration;
 
+  PLXPagePool::Post GetPost() {
+    return [this](std::function<void()> function_i) { asio::post(myContext, std::move(function_i)); };
+  }
   void Bind(std::string const& address_i, std::uint16_t port_i);
   void BeginStop();
   void EndIfDone();
@@ -162,7 +150,6 @@ class PLXListener::Implementation {
   void EndOfLeaving();
   void CloseDoor();
   bool IsOver() const { return myLeaving == Leaving::kIsOver && myConnections.empty(); }
-  bool EndPools();
   void Admit(tcp::socket socket_i);
   bool MayEnter(std::string const& address_i);
   std::string const& Date();
@@ -177,6 +164,8 @@ class PLXListener::Implementation {
   awaitable<bool> ServeOne(PLXConnection& connection_i, bool isLate_i);
   awaitable<void> AnswerOnThread(PLXConnection& connection_i, PLXExchange& exchange_i,
                                  PLXDisposition& disposition_i);
+  awaitable<PLXResponse> RunWork(PLXExchange& exchange_i, PLXDisposition& disposition_i,
+                                 std::shared_ptr<Work> work_i);
   awaitable<void> Refuse(PLXConnection& connection_i, PLXExchange& exchange_i);
   awaitable<void> Write(PLXConnection& connection_i, PLXExchange& exchange_i, PLXResponse response_i);
   awaitable<void> WriteFile(PLXConnection& connection_i, PLXExchange& exchange_i, PLXFileAnswer answer_i);
@@ -203,8 +192,8 @@ class PLXListener::Implementation {
   std::chrono::sys_seconds myDateTime;
   std::atomic<std::uint64_t> myRequests = 0;
   std::atomic<unsigned> myServed = 0;
-  Pool myPages;
-  Pool myAdministration;
+  PLXPagePool myPages;
+  PLXPagePool myAdministration;
 
   // Last: its end takes the coroutines along, whose registrations use what stands above.
   asio::io_context myContext{1};
@@ -222,6 +211,7 @@ class PLXListener::Implementation::Registration {
   Registration(Implementation& owner_i, PLXConnection& connection_i, bool isServed_i)
       : myOwner(owner_i), myConnection(connection_i), myIsServed(isServed_i) {
     myOwner.myConnections.insert(&myConnection);
+    if (myOwner.myConnections.size() == 1) myOwner.mySweepTimer.cancel();
     if (myIsServed) {
       ++myOwner.myServed;
       ++myOwner.myConnectionsByAddress[myConnection.PeerAddress()];
@@ -257,8 +247,9 @@ PLXListener::Implementation::Implementation(std::string const& address_i, std::u
       myTemporaryFolder(std::move(temporaryFolder_i)),
       myHandler(handler_i),
       myClientAddress(proxies_i),
-      myPages(limits_i.pageThreads, limits_i.waitingPages),
-      myAdministration(limits_i.administrationThreads, kAdministration_Waiting) {
+      myPages(limits_i.pageThreads, limits_i.waitingPages, limits_i.overduePages, GetPost()),
+      myAdministration(limits_i.administrationThreads, kAdministration_Waiting,
+                       limits_i.administrationThreads, GetPost()) {
   RaiseFileLimit(limits_i);
   Bind(address_i, port_i);
   // From here on the address is known, and whoever knows it may ask for a stop or a reload: Run hears of it.
@@ -284,8 +275,6 @@ bool PLXListener::Implementation::Run(std::function<void()> const& reload_i,
   myLeave = leave_i;
   // Sending a file to a client that left would raise it, and no flag of sendfile holds it back.
   std::signal(SIGPIPE, SIG_IGN);
-  myPages.pool.emplace(myPages.threads);
-  myAdministration.pool.emplace(myAdministration.threads);
   asio::co_spawn(myContext, WatchSignals(reload_i), LogEnd);
   asio::co_spawn(myContext, Accept(), LogEnd);
   asio::co_spawn(myContext, Sweep(), LogEnd);
@@ -305,29 +294,20 @@ bool PLXListener::Implementation::Run(std::function<void()> const& reload_i,
       myLeavingThread.join();
     }
   }
-  return EndPools();
-}
-
-// A page that never ends must not keep the listener; what waits for a thread then does not begin any more.
-bool PLXListener::Implementation::EndPools() {
-  bool const isStuck = HasStuckPages();
-  for (Pool* pool : {&myPages, &myAdministration}) {
-    if (isStuck) {
-      pool->pool->stop();
-    } else {
-      pool->pool->join();
-    }
-  }
-  return !isStuck;
+  // A page that never ends must not keep the listener.
+  bool const arePagesOver = myPages.End();
+  bool const isAdministrationOver = myAdministration.End();
+  return arePagesOver && isAdministrationOver && !HasStuckPages();
 }
 
 PLXListenerStatus PLXListener::Implementation::Status() const {
-  unsigned const admitted = myPages.admitted;
+  PLXPagePool::Status const pages = myPages.GetStatus();
   PLXListenerStatus status;
   status.requests = myRequests;
   status.connections = myServed;
-  status.busyPageThreads = std::min(admitted, myPages.threads);
-  status.waitingPages = admitted - status.busyPageThreads;
+  status.busyPageThreads = pages.running;
+  status.waitingPages = pages.waiting;
+  status.overduePages = pages.overdue;
   return status;
 }
 
@@ -428,10 +408,15 @@ awaitable<void> PLXListener::Implementation::WatchSignals(std::function<void()> 
   }
 }
 
+// With nobody there, there is nothing to look at: an idle server sleeps.
 awaitable<void> PLXListener::Implementation::Sweep() {
   while (!IsOver()) {
     error_code error;
-    mySweepTimer.expires_after(kSweep_Interval);
+    if (myConnections.empty()) {
+      mySweepTimer.expires_at(steady_clock::time_point::max());
+    } else {
+      mySweepTimer.expires_after(kSweep_Interval);
+    }
     co_await mySweepTimer.async_wait(redirect_error(use_awaitable, error));
     auto const now = steady_clock::now();
     for (PLXConnection* connection : myConnections) {
@@ -553,9 +538,9 @@ PLXDisposition PLXListener::Implementation::Dispose(PLXRequest& request_io) {
 awaitable<void> PLXListener::Implementation::AnswerOnThread(PLXConnection& connection_i,
                                                             PLXExchange& exchange_i,
                                                             PLXDisposition& disposition_i) {
-  PLXRequestBody body(myTemporaryFolder, myLimits.bodyInMemoryBytes);
+  auto body = std::make_unique<PLXRequestBody>(myTemporaryFolder, myLimits.bodyInMemoryBytes);
   bool isComplete = true;
-  if (!exchange_i.parser.IsDone()) isComplete = co_await connection_i.ReadBody(exchange_i, body);
+  if (!exchange_i.parser.IsDone()) isComplete = co_await connection_i.ReadBody(exchange_i, *body);
   if (!isComplete) {
     PLXResponse none;
     Finish(connection_i, exchange_i, none, 0);
@@ -565,28 +550,53 @@ awaitable<void> PLXListener::Implementation::AnswerOnThread(PLXConnection& conne
     co_await Refuse(connection_i, exchange_i);
     co_return;
   }
-  bool const isPage = disposition_i.kind == PLXDisposition::Kind::kPage;
-  Pool& pool = isPage ? myPages : myAdministration;
-  bool const isAdmitted = disposition_i.neverQueued ? pool.HasThread() : pool.HasRoom();
-  Job job{myHandler, exchange_i.request, body, disposition_i.state, myLimits.formFields, {}};
-  if (isAdmitted) {
-    connection_i.StopDeadline();
-    ++pool.admitted;
-    co_await asio::co_spawn(pool.pool->get_executor(), RunJob(&job), use_awaitable);
-    --pool.admitted;
-  } else {
-    job.response = ErrorAnswer(myHandler, 503, "The server is busy at the moment.");
-  }
-  if (job.response.file.empty()) {
-    co_await Write(connection_i, exchange_i, std::move(job.response));
+  connection_i.StopDeadline();
+  std::shared_ptr<Work> const work(
+      new Work{myHandler, exchange_i.request, std::move(body), disposition_i.state, myLimits.formFields, {}});
+  PLXResponse response = co_await RunWork(exchange_i, disposition_i, work);
+  if (response.file.empty()) {
+    co_await Write(connection_i, exchange_i, std::move(response));
     co_return;
   }
   PLXFileAnswer answer;
-  answer.file = std::move(job.response.file);
-  answer.offset = job.response.fileOffset;
-  answer.length = job.response.fileLength;
-  answer.response = std::move(job.response);
+  answer.file = std::move(response.file);
+  answer.offset = response.fileOffset;
+  answer.length = response.fileLength;
+  answer.response = std::move(response);
   co_await WriteFile(connection_i, exchange_i, std::move(answer));
+}
+
+awaitable<PLXResponse> PLXListener::Implementation::RunWork(PLXExchange& exchange_i,
+                                                            PLXDisposition& disposition_i,
+                                                            std::shared_ptr<Work> work_i) {
+  PLXRequest& request = exchange_i.request;
+  bool const isPage = disposition_i.kind == PLXDisposition::Kind::kPage;
+  PLXPagePool& pool = isPage ? myPages : myAdministration;
+  asio::steady_timer deadline(myContext, steady_clock::time_point::max());
+  if (myLimits.pageTime.count() > 0) deadline.expires_after(myLimits.pageTime);
+  auto const job = std::make_shared<PLXPageJob>();
+  job->place = request.host + request.path;
+  job->run = [work_i] { work_i->Run(); };
+  job->ended = [&deadline] { deadline.cancel(); };
+  if (pool.IsTired(job->place)) {
+    co_return ErrorAnswer(myHandler, 503,
+                          "Earlier visits to this page still wait for something. "
+                          "The page takes new ones when they have ended.");
+  }
+  if (!pool.Add(job, disposition_i.neverQueued)) {
+    co_return ErrorAnswer(myHandler, 503, "The server is busy at the moment.");
+  }
+  error_code ignored;
+  co_await deadline.async_wait(redirect_error(use_awaitable, ignored));
+  if (job->stage == PLXPageJob::Stage::kDone) {
+    request = std::move(work_i->request);
+    co_return std::move(work_i->response);
+  }
+  if (pool.GiveUp(job)) co_return ErrorAnswer(myHandler, 503, "The server is busy at the moment.");
+  myHandler.GivenUp(request);
+  co_return ErrorAnswer(myHandler, 504,
+                        "The page waits for something that does not come. It was given up after " +
+                            std::to_string(myLimits.pageTime.count()) + " s.");
 }
 
 awaitable<void> PLXListener::Implementation::Refuse(PLXConnection& connection_i, PLXExchange& exchange_i) {

@@ -49,7 +49,10 @@ class PLXRequestHandler {
   virtual void Finished(PLXRequest const& request_i, PLXResponse const& response_i, std::uint64_t bytesSent_i,
                         std::chrono::microseconds took_i) = 0;
 
-  // An error answer in the server's own style (400, 408, 413, 431, 500, 503). Any thread.
+  // On the I/O thread: the page did not end in time, the client gets 504, and Answer goes on.
+  virtual void GivenUp(PLXRequest const& request_i) = 0;
+
+  // An error answer in the server's own style (400, 408, 413, 431, 500, 503, 504). Any thread.
   virtual PLXResponse ErrorAnswer(int status_i, std::string const& sentence_i) = 0;
 };
 
@@ -58,6 +61,7 @@ struct PLXListenerStatus {
   unsigned connections = 0;
   unsigned busyPageThreads = 0;
   unsigned waitingPages = 0;
+  unsigned overduePages = 0;  // given up, and still on a thread
 };
 
 // HTTP/1.0 and 1.1 on one address: one I/O thread with a coroutine per connection, a bounded pool of page

@@ -6,6 +6,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "PLXUninterrupted.h"
+
 PLXRequestBody::~PLXRequestBody() {
   if (myMapping) ::munmap(myMapping, mySize);
   if (myFile >= 0) ::close(myFile);
@@ -40,7 +42,7 @@ bool PLXRequestBody::View(std::string_view& bytes_o) {
 }
 
 bool PLXRequestBody::OpenFile() {
-  myFile = ::open(myFolder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  myFile = PLXUninterrupted([&] { return ::open(myFolder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600); });
   if (myFile >= 0) return true;
   // Some file systems (overlays, NFS) know no file without a name: make one and take its name off at once.
   std::string name = (myFolder / "body-XXXXXX").string();
@@ -52,8 +54,7 @@ bool PLXRequestBody::OpenFile() {
 
 bool PLXRequestBody::WriteOut(std::string_view bytes_i) {
   while (!bytes_i.empty()) {
-    ssize_t const written = ::write(myFile, bytes_i.data(), bytes_i.size());
-    if (written < 0 && errno == EINTR) continue;
+    ssize_t const written = PLXUninterrupted([&] { return ::write(myFile, bytes_i.data(), bytes_i.size()); });
     if (written <= 0) return false;
     bytes_i.remove_prefix(static_cast<std::size_t>(written));
   }

@@ -1,5 +1,6 @@
 #include "PLXServer.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -9,9 +10,11 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "PLXASCII.h"
 #include "PLXAdministration.h"
 #include "PLXLog.h"
 #include "PLXServerPlan.h"
+#include "PLXUninterrupted.h"
 
 namespace fs = std::filesystem;
 
@@ -74,9 +77,11 @@ std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration cons
       {"records-source", old_i.recordsSource != new_i.recordsSource},
       {"records-user", old_i.recordsUser != new_i.recordsUser},
       {"records-password", old_i.recordsPassword != new_i.recordsPassword},
+      {"core-dumps", old_i.coreDumps != new_i.coreDumps},
       {"trace (switched off)", old_i.trace && !new_i.trace},
       {"page-threads", a.pageThreads != b.pageThreads},
       {"waiting-pages", a.waitingPages != b.waitingPages},
+      {"overdue-pages", a.overduePages != b.overduePages},
       {"administration-threads", a.administrationThreads != b.administrationThreads},
       {"connections", a.connections != b.connections},
       {"connections-per-address", a.connectionsPerAddress != b.connectionsPerAddress},
@@ -86,6 +91,7 @@ std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration cons
       {"form-fields", a.formFields != b.formFields},
       {"header-time", a.headerTime != b.headerTime},
       {"body-time", a.bodyTime != b.bodyTime},
+      {"page-time", a.pageTime != b.pageTime},
       {"write-time", a.writeTime != b.writeTime},
       {"stop-time", a.stopTime != b.stopTime}};
   std::string keys;
@@ -113,10 +119,43 @@ PLXServer::Generation::Generation(PLXConfiguration configuration_i) : sites(std:
   }
 }
 
-void PLXServer::Generation::AddHeaders(PLXResponse& response_io) const {
-  for (PLXNameValue const& header : headers) {
-    if (!response_io.HasHeader(header.name)) response_io.SetHeader(header.name, header.value);
+void PLXServer::Generation::AddHeaders(PLXResponse& response_io, PLXRegion const* region_i,
+                                       Privacy privacy_i) const {
+  struct Row {
+    Privacy least;
+    std::string_view name;
+    std::string_view value;
+  };
+  // Pages for people that a module has looked at, web mail above all. Their own styles and pictures are
+  // shown, a script never runs, and other sites neither frame nor read them. Not "no-referrer": browsers then
+  // say "null" for the origin of the page's own posts.
+  static constexpr Row kRows[] = {
+      {Privacy::kPersonal, "Cache-Control", "no-store"},
+      {Privacy::kPassword, "Content-Security-Policy",
+       "default-src 'self'; script-src 'none'; object-src 'none'; style-src 'self' 'unsafe-inline'; "
+       "img-src 'self' data:; form-action 'self'; frame-ancestors 'self'; base-uri 'none'"},
+      {Privacy::kPassword, "Referrer-Policy", "same-origin"},
+      {Privacy::kPassword, "X-Content-Type-Options", "nosniff"},
+      {Privacy::kPassword, "Cross-Origin-Opener-Policy", "same-origin"},
+      {Privacy::kPassword, "Cross-Origin-Resource-Policy", "same-origin"}};
+
+  auto const isRegions = [&](std::string_view name_i) {
+    return region_i != nullptr && std::ranges::any_of(region_i->Headers(), [&](auto const& header) {
+             return EqualIgnoringCase(header.first, name_i);
+           });
+  };
+  if (region_i != nullptr) {
+    for (auto const& [name, value] : region_i->Headers()) {
+      if (!value.empty() && !response_io.HasHeader(name)) response_io.SetHeader(name, value);
+    }
   }
+  auto const add = [&](std::string_view name_i, std::string_view value_i) {
+    if (!response_io.HasHeader(name_i) && !isRegions(name_i)) response_io.SetHeader(name_i, value_i);
+  };
+  for (Row const& row : kRows) {
+    if (privacy_i >= row.least) add(row.name, row.value);
+  }
+  for (PLXNameValue const& header : headers) add(header.name, header.value);
 }
 
 // ---- Start and stop
@@ -136,7 +175,7 @@ void PrepareStateFolder(fs::path const& state_i) {
 fs::path ServerLoginsFile(fs::path const& state_i) { return state_i / "logins" / "server.logins"; }
 
 std::optional<std::string> StateUser(fs::path const& state_i) {
-  int const lock = ::open((state_i / "lock").c_str(), O_RDONLY | O_CLOEXEC);
+  int const lock = PLXUninterrupted([&] { return ::open((state_i / "lock").c_str(), O_RDONLY | O_CLOEXEC); });
   if (lock < 0) return std::nullopt;
   std::optional<std::string> user;
   if (::flock(lock, LOCK_SH | LOCK_NB) != 0) user = LockOwner(lock);
@@ -187,7 +226,7 @@ PLXServer::~PLXServer() {
 // A lock of the open file, so it falls with the process however that ends; the number in it is for people.
 void PLXServer::TakeLock() {
   fs::path const file = myState / "lock";
-  myLock = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  myLock = PLXUninterrupted([&] { return ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600); });
   if (myLock < 0) {
     throw std::runtime_error(file.string() + ": the file cannot be opened (" + std::strerror(errno) +
                              "). Make it writable for this user.");
@@ -199,7 +238,8 @@ void PLXServer::TakeLock() {
                         "). Stop it, or give this one a folder of its own with the key \"state\".");
   }
   std::string const text = std::to_string(::getpid()) + "\n";
-  if (::ftruncate(myLock, 0) != 0 || ::pwrite(myLock, text.data(), text.size(), 0) < 0) {
+  if (PLXUninterrupted([&] { return ::ftruncate(myLock, 0); }) != 0 ||
+      PLXUninterrupted([&] { return ::pwrite(myLock, text.data(), text.size(), 0); }) < 0) {
     std::string const reason = std::strerror(errno);
     ::close(myLock);
     throw std::runtime_error(file.string() + ": the file cannot be written (" + reason + ").");
@@ -310,12 +350,13 @@ PLXResponse PLXServer::Render(std::string const& path_i, std::vector<PLXNameValu
   request.serverPort = configuration.listenPort;
   request.isFromThisMachine = true;
 
+  Privacy privacy = Privacy::kOpen;
   plan->region = &plan->site->RegionOf(request.path);
   plan->scriptName = EncodePath(request.path);
   PlanPath(request, *plan);
   switch (plan->what) {
     case Plan::What::kPage:
-      return AnswerPage(request, *plan);
+      return AnswerPage(request, *plan, privacy);
     case Plan::What::kAnswer:
       return plan->answer;
     default:

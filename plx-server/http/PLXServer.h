@@ -83,11 +83,13 @@ class PLXServer : public PLXRequestHandler {
   PLXResponse Answer(PLXRequest& request_io, std::shared_ptr<void> const& state_i) override;
   void Finished(PLXRequest const& request_i, PLXResponse const& response_i, std::uint64_t bytesSent_i,
                 std::chrono::microseconds took_i) override;
+  void GivenUp(PLXRequest const& request_i) override;
   PLXResponse ErrorAnswer(int status_i, std::string const& sentence_i) override;
 
  private:
   struct Generation;  // one configuration and what follows from it, shared by the requests that began with it
   struct Plan;        // how one request is to be answered
+  enum class Privacy;
 
   void TakeLock();
   std::shared_ptr<Generation const> Current() const;
@@ -99,14 +101,15 @@ class PLXServer : public PLXRequestHandler {
   void PlanPath(PLXRequest const& request_i, Plan& plan_io) const;
   void PlanFolder(PLXRequest const& request_i, Plan& plan_io) const;
   void PlanFile(PLXRequest const& request_i, Plan& plan_io) const;
+  void PlanPost(PLXRequest const& request_i, Plan& plan_io) const;
   void PlanMissing(PLXRequest const& request_i, Plan& plan_io) const;
   PLXDisposition DisposePlan(PLXRequest& request_io, std::shared_ptr<Plan> const& plan_i);
   void AddActive(PLXRequest const& request_i, Plan const& plan_i);
 
   // Answer, step by step.
-  PLXResponse AnswerPlan(PLXRequest& request_io, Plan const& plan_i);
+  PLXResponse AnswerPlan(PLXRequest& request_io, Plan const& plan_i, Privacy& privacy_io);
   bool MayEnter(PLXRequest const& request_i, Plan const& plan_i, PLXResponse& refusal_o);
-  PLXResponse AnswerPage(PLXRequest const& request_i, Plan const& plan_i);
+  PLXResponse AnswerPage(PLXRequest const& request_i, Plan const& plan_i, Privacy& privacy_io);
   void CountPageLogin(PLXLoginThrottle::Attempt const& attempt_i, PLXPageContext const& context_i);
   PLXResponse AnswerAction(PLXRequest const& request_i, Plan const& plan_i);
   PLXLoginStore& LoginsOf(PLXRegion const& region_i);

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <ctime>
 #include <system_error>
 
 #include "PLXAdministration.h"
 #include "PLXLog.h"
+#include "PLXRequestOrigin.h"
 #include "PLXServer.h"
 #include "PLXServerPlan.h"
 #include "PLXStaticFile.h"
@@ -16,6 +18,14 @@ namespace {
 
 // Never looked for on the disk, so that no file of a site can stand in for it.
 constexpr std::string_view kAdministrationPath = "/plx-admin";
+
+// A module may put a user's name into a search, where an apostrophe makes a condition of it: one user then
+// has as many names as a guesser likes. They count as one name, of which no success clears the failures.
+constexpr std::string_view kNamesWithApostrophes = "'";
+
+std::string_view CountedUser(std::string_view user_i) {
+  return user_i.find('\'') == std::string_view::npos ? user_i : kNamesWithApostrophes;
+}
 
 bool IsKnownMethod(std::string_view method_i) {
   for (char const* name : {"GET", "HEAD", "POST", "PUT", "DELETE", "PATCH", "OPTIONS", "TRACE", "CONNECT"}) {
@@ -234,10 +244,24 @@ void PLXServer::PlanFolder(PLXRequest const& request_i, Plan& plan_io) const {
 
 void PLXServer::PlanFile(PLXRequest const& request_i, Plan& plan_io) const {
   bool const isPage = !plan_io.isDownload && plan_io.site->IsPage(plan_io.file);
+  if (!plan_io.isDownload && plan_io.site->IsCopyOfPage(plan_io.file)) return PlanMissing(request_i, plan_io);
   plan_io.what = isPage ? Plan::What::kPage : Plan::What::kFile;
-  if (IsReading(request_i.method) || (isPage && request_i.method == "POST")) return;
+  if (isPage && request_i.method == "POST") return PlanPost(request_i, plan_io);
+  if (IsReading(request_i.method)) return;
   plan_io.Refuse(405, isPage ? "A page answers GET, HEAD and POST." : "A file answers GET and HEAD.");
   plan_io.answer.SetHeader("Allow", isPage ? "GET, HEAD, POST" : "GET, HEAD");
+}
+
+void PLXServer::PlanPost(PLXRequest const& request_i, Plan& plan_io) const {
+  if (MayPost(request_i, *plan_io.region)) return;
+  plan_io.Refuse(
+      403,
+      "This form was sent by a page of another site, and could do something with the login or the "
+      "cookies that your browser keeps for this one. It was not taken. Open the page here and send it "
+      "from there.");
+  PLXLog::Warning("a post to " + plan_io.scriptName + " of region " + plan_io.region->Key() +
+                  " was refused: it came from another site's page (" + Quoted(request_i.Header("Origin")) +
+                  "), client " + request_i.remoteAddress + ". The region's key \"foreign-posts\" allows it.");
 }
 
 void PLXServer::PlanMissing(PLXRequest const& request_i, Plan& plan_io) const {
@@ -248,6 +272,9 @@ void PLXServer::PlanMissing(PLXRequest const& request_i, Plan& plan_io) const {
   if (!request_i.isFromThisMachine) {
     return plan_io.Refuse(403,
                           "Actions are for this server itself: they are accepted from its own machine only.");
+  }
+  if (!MayCallAction(request_i, *plan_io.site)) {
+    return plan_io.Refuse(403, "Actions are for this server itself: no page in a browser may call one.");
   }
   if (!IsReading(request_i.method) && request_i.method != "POST") {
     plan_io.Refuse(405, "An action answers GET, HEAD and POST.");
@@ -278,11 +305,11 @@ PLXDisposition PLXServer::DisposePlan(PLXRequest& request_io, std::shared_ptr<Pl
   }
   if (disposition.kind == PLXDisposition::Kind::kAnswer) {
     if (plan.what == Plan::What::kAnswer) disposition.answer = std::move(plan.answer);
-    plan.generation->AddHeaders(disposition.answer);
+    plan.generation->AddHeaders(disposition.answer, plan.region);
     return disposition;
   }
   if (disposition.kind == PLXDisposition::Kind::kFile)
-    plan.generation->AddHeaders(disposition.fileAnswer.response);
+    plan.generation->AddHeaders(disposition.fileAnswer.response, plan.region);
   disposition.neverQueued = plan.isIncluded;
   disposition.isForModules = plan.what == Plan::What::kAction;
   disposition.state = plan_i;
@@ -311,28 +338,31 @@ void PLXServer::AddActive(PLXRequest const& request_i, Plan const& plan_i) {
 PLXResponse PLXServer::Answer(PLXRequest& request_io, std::shared_ptr<void> const& state_i) {
   Plan const& plan = *static_cast<Plan const*>(state_i.get());
   PLXResponse response;
+  Privacy privacy = Privacy::kOpen;
   try {
     RunningPage const running(myActive, request_io.id);
-    response = AnswerPlan(request_io, plan);
+    response = AnswerPlan(request_io, plan, privacy);
   } catch (std::exception const& error) {
     PLXLog::Error("request " + std::to_string(request_io.id) + " (" + request_io.method + " " +
                   plan.scriptName + "): " + error.what());
     response = ErrorPage(500, "Something went wrong on the server while it made this page.", request_io.id);
   }
-  plan.generation->AddHeaders(response);
+  if (response.HasHeader("Set-Cookie")) privacy = std::max(privacy, Privacy::kPersonal);
+  plan.generation->AddHeaders(response, plan.region, privacy);
   return response;
 }
 
-PLXResponse PLXServer::AnswerPlan(PLXRequest& request_io, Plan const& plan_i) {
+PLXResponse PLXServer::AnswerPlan(PLXRequest& request_io, Plan const& plan_i, Privacy& privacy_io) {
   PLXResponse response;
   if (plan_i.what == Plan::What::kAdministration) {
     return myAdministration->Answer(request_io, plan_i.generation->sites);
   }
   if (plan_i.what == Plan::What::kAction) return AnswerAction(request_io, plan_i);
   if (!MayEnter(request_io, plan_i, response)) return response;
+  if (plan_i.region->RequiresLogin()) privacy_io = Privacy::kPersonal;
   switch (plan_i.what) {
     case Plan::What::kPage:
-      return AnswerPage(request_io, plan_i);
+      return AnswerPage(request_io, plan_i, privacy_io);
     case Plan::What::kFile: {
       PLXDisposition const disposition = AnswerFile(request_io, plan_i.file, plan_i.isDownload);
       if (disposition.kind == PLXDisposition::Kind::kAnswer) return disposition.answer;
@@ -340,6 +370,7 @@ PLXResponse PLXServer::AnswerPlan(PLXRequest& request_io, Plan const& plan_i) {
       response.file = disposition.fileAnswer.file;
       response.fileOffset = disposition.fileAnswer.offset;
       response.fileLength = disposition.fileAnswer.length;
+      response.RemoveHeader("Cache-Control");  // an open file's
       return response;
     }
     default:
@@ -373,10 +404,10 @@ PLXLoginStore& PLXServer::LoginsOf(PLXRegion const& region_i) {
   return *store;
 }
 
-PLXResponse PLXServer::AnswerPage(PLXRequest const& request_i, Plan const& plan_i) {
+PLXResponse PLXServer::AnswerPage(PLXRequest const& request_i, Plan const& plan_i, Privacy& privacy_io) {
   // Users of modules are others than those of the region's logins, even where the names are equal.
   std::string const realm = plan_i.region->Key() + " pages";
-  PLXLoginThrottle::Attempt const attempt{request_i.remoteAddress, realm, request_i.user};
+  PLXLoginThrottle::Attempt const attempt{request_i.remoteAddress, realm, CountedUser(request_i.user)};
   if (request_i.hasCredentials) {
     if (auto const wait = myThrottle.Wait(attempt); wait.count() > 0) return TooManyLogins(wait);
   }
@@ -396,6 +427,8 @@ PLXResponse PLXServer::AnswerPage(PLXRequest const& request_i, Plan const& plan_
                          {},           trace,          myRecords.get()};
   response.body = RenderPage(*page, *myModules, context);
   if (request_i.hasCredentials) CountPageLogin(attempt, context);
+  if (context.isPersonal) privacy_io = std::max(privacy_io, Privacy::kPersonal);
+  if (context.passwordWasRead) privacy_io = Privacy::kPassword;
   if (!response.HasHeader("Content-Type")) response.SetHeader("Content-Type", "text/html");
   return response;
 }
@@ -404,7 +437,7 @@ PLXResponse PLXServer::AnswerPage(PLXRequest const& request_i, Plan const& plan_
 // seen. A page on which nobody looked at the password proves no user, or it would clear a guesser's failures.
 void PLXServer::CountPageLogin(PLXLoginThrottle::Attempt const& attempt_i, PLXPageContext const& context_i) {
   if (context_i.response.status != 401) {
-    if (context_i.passwordWasRead) myThrottle.Succeeded(attempt_i);
+    if (context_i.passwordWasRead && attempt_i.user != kNamesWithApostrophes) myThrottle.Succeeded(attempt_i);
     return;
   }
   myThrottle.Failed(attempt_i);
@@ -421,18 +454,26 @@ PLXResponse PLXServer::AnswerAction(PLXRequest const& request_i, Plan const& pla
   PLXTagOutcome const outcome = myModules->RunAction(plan_i.action, context);
   response.body = outcome.hasProblem ? ProblemBox(outcome.problem, outcome.remedy) : outcome.html;
   if (!response.HasHeader("Content-Type")) response.SetHeader("Content-Type", "text/html");
+  // Whoever sent it is to try again, unless the module has said otherwise.
+  if (outcome.result != 0 && response.status == 200) response.status = 503;
   return response;
 }
 
 PLXResponse PLXServer::ErrorAnswer(int status_i, std::string const& sentence_i) {
   PLXResponse response = ErrorPage(status_i, sentence_i);
   if (status_i == 503) response.SetHeader("Retry-After", "2");
-  Current()->AddHeaders(response);
+  Current()->AddHeaders(response, nullptr);
   return response;
 }
 
 // ---- Finished
 // ------------------------------------------------------------------------------------------------
+
+void PLXServer::GivenUp(PLXRequest const& request_i) {
+  myActive.GiveUp(request_i.id);
+  PLXLog::Warning("request " + std::to_string(request_i.id) + " (" + request_i.method + " " + request_i.path +
+                  "): the page did not end in time and was given up; it holds its thread");
+}
 
 // The combined format, which every log reader knows, then microseconds and the request's id. 499 is what log
 // readers know for a client that left before its answer.

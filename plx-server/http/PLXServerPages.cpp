@@ -85,6 +85,7 @@ PLXResponse ErrorPage(int status_i, std::string_view sentence_i, std::uint64_t r
   response.status = status_i;
   response.SetHeader("Content-Type", "text/html; charset=utf-8");
   response.SetHeader("Cache-Control", "no-store");
+  response.SetHeader("Content-Security-Policy", "default-src 'none'; style-src 'unsafe-inline'");
   response.body = ServerPage(title, body);
   return response;
 }
@@ -117,6 +118,7 @@ std::string_view StatusPhrase(int status_i) {
                                         {500, "Internal Server Error"},
                                         {501, "Not Implemented"},
                                         {503, "Service Unavailable"},
+                                        {504, "Gateway Timeout"},
                                         {505, "HTTP Version Not Supported"},
                                         {508, "Loop Detected"}};
   for (Phrase const& phrase : kPhrases) {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "PLXServer.h"
@@ -10,12 +11,22 @@
 
 // What PLXServer's sources share among themselves.
 
+// Whom an answer is for, from everybody on.
+enum class PLXServer::Privacy {
+  kOpen,
+  kPersonal,  // for the visitor whose cookie, name or login it was made with: no cache keeps it
+  kPassword   // made by a module that looked at the visitor's password: nothing foreign runs in it or frames
+              // it
+};
+
 struct PLXServer::Generation {
   explicit Generation(PLXConfiguration configuration_i);
 
   PLXConfiguration const& Configuration() const { return sites.Configuration(); }
-  // Adds the configuration's headers where the answer has none of that name.
-  void AddHeaders(PLXResponse& response_io) const;
+  // Adds headers where the answer has none of that name: the region's, where it has one, then those that what
+  // is shown asks for, then the server's. A name that the region mentions is the region's to say.
+  void AddHeaders(PLXResponse& response_io, PLXRegion const* region_i,
+                  Privacy privacy_i = Privacy::kOpen) const;
 
   PLXSites sites;
   std::vector<PLXNameValue> headers;

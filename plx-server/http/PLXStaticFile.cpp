@@ -318,6 +318,7 @@ void SetContentHeaders(PLXResponse& response_io, std::filesystem::path const& fi
   if (!download_i) return;
   response_io.SetHeader("Content-Disposition", AttachmentHeader(name));
   response_io.SetHeader("X-Content-Type-Options", "nosniff");
+  response_io.SetHeader("Content-Security-Policy", "default-src 'none'; sandbox");
 }
 
 }  // namespace

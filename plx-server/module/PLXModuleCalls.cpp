@@ -313,8 +313,8 @@ PLXUInt32 PLXModuleHost::Connection::GetPostArgumentCount(Call& call_io) {
 PLXUInt32 PLXModuleHost::Connection::GetCGIVariable(Call& call_io) {
   // A module finds the password of Basic credentials here and checks it with 'MVDL'; a page never sees it.
   if (EqualIgnoringCase(call_io.in[0], "AUTH_TYPE")) {
-    if (!myEvent.context->request.hasCredentials) return kPLXResult_NotFound;
     myEvent.context->passwordWasRead = true;
+    if (!myEvent.context->request.hasCredentials) return kPLXResult_NotFound;
     call_io.out[0] = myEvent.context->request.password;
     return kPLXResult_Success;
   }
@@ -346,6 +346,7 @@ PLXUInt32 PLXModuleHost::Connection::GetPageVariableCount(Call& call_io) {
 }
 
 PLXUInt32 PLXModuleHost::Connection::GetCookie(Call& call_io) {
+  myEvent.context->isPersonal = true;
   return AnswerByName(myEvent.context->request.cookies, false, call_io);
 }
 
@@ -464,6 +465,7 @@ PLXUInt32 PLXModuleHost::Connection::SetPreference(Call& call_io) {
   if (call_io.in[0].empty()) return kPLXResult_InvalidCall;
   bool const isSet = myHost.myPreferences.Set(myEvent.context->region.Key(), myModule.description.name,
                                               call_io.in[0], call_io.in[1]);
+  if (!isSet) ReportPreferences();
   return isSet ? kPLXResult_Success : kPLXResult_GeneralError;
 }
 
@@ -476,5 +478,14 @@ PLXUInt32 PLXModuleHost::Connection::GetPreference(Call& call_io) {
 PLXUInt32 PLXModuleHost::Connection::RemovePreference(Call& call_io) {
   bool const isGone =
       myHost.myPreferences.Remove(myEvent.context->region.Key(), myModule.description.name, call_io.in[0]);
+  if (!isGone) ReportPreferences();
   return isGone ? kPLXResult_Success : kPLXResult_GeneralError;
+}
+
+// Whoever saves preferences is told that they were not kept, whether or not the module looks at the answer.
+void PLXModuleHost::Connection::ReportPreferences() {
+  if (myEvent.code != kPLXEvent_SetPreferences || myOutcome.hasProblem) return;
+  myOutcome.hasProblem = true;
+  myOutcome.problem = "Not every preference could be kept.";
+  myOutcome.remedy = "Look into the server's log for the reason, and save them again.";
 }

@@ -152,6 +152,7 @@ class PLXModuleHost::Connection {
   PLXUInt32 ValidateServerLogin(Call& call_io);
   PLXUInt32 ValidateDomainLogin(Call& call_io);
   PLXUInt32 SetPreference(Call& call_io);
+  void ReportPreferences();
   PLXUInt32 GetPreference(Call& call_io);
   PLXUInt32 RemovePreference(Call& call_io);
 

@@ -6,6 +6,7 @@
 
 #include "PLXASCII.h"
 #include "PLXCodeText.h"
+#include "PLXLog.h"
 #include "PLXModuleConnection.h"
 #include "PLXModuleWords.h"
 
@@ -69,11 +70,19 @@ FieldType const& TypeAt(std::size_t index_i) {
   throw PLXRecordError(Kind::kNotFound, "There is no such field type.");
 }
 
-// A value of the words type, size and address. Texts are terminated, numbers have the size of their type.
-PLXRecordValue ReadValue(void const* bytes_i, PLXUInt32 type_i, PLXUInt32 size_i) {
+// A value of the words type, size and address. Texts are terminated, numbers have the size of their type. A
+// text may be what strangers sent, in a form or a mail, and no database keeps zero bytes: they become blanks,
+// or a message would be lost for one. `kept_o` holds such a text.
+PLXRecordValue ReadValue(void const* bytes_i, PLXUInt32 type_i, PLXUInt32 size_i, std::string& kept_o) {
+  auto const* const text = static_cast<char const*>(bytes_i);
   if (type_i == kPLXValueType_Text) {
-    std::string_view text;
-    if (ReadInText(static_cast<char const*>(bytes_i), size_i, true, text)) return text;
+    if (text != nullptr && size_i > 0 && text[size_i - 1] == '\0') {
+      std::string_view const value(text, size_i - 1);
+      if (value.find('\0') == value.npos) return value;
+      kept_o = value;
+      std::replace(kept_o.begin(), kept_o.end(), '\0', ' ');
+      return std::string_view(kept_o);
+    }
   } else if (bytes_i != nullptr && type_i == kPLXValueType_Unsigned && size_i == sizeof(PLXUInt32)) {
     return std::int64_t{LoadWord(bytes_i)};
   } else if (bytes_i != nullptr && type_i == kPLXValueType_Signed && size_i == sizeof(PLXSInt32)) {
@@ -154,7 +163,7 @@ struct PLXModuleDatabase::Call {
   void* outWordAddress = nullptr;
   void* numberAddress = nullptr;
 
-  PLXRecordValue Value() const { return ReadValue(bytes, type, size); }
+  PLXRecordValue Value() { return ReadValue(bytes, type, size, kept); }
   void Answer(std::string text_i) {
     kept = std::move(text_i);
     out = kept;
@@ -285,9 +294,13 @@ PLXUInt32 PLXModuleDatabase::Run(Request const& request_i, Call& call_io) {
     (this->*request_i.answer)(call_io);
   } catch (PLXRecordError const& error) {
     mySession.SetError(call_io.reference, error.what());
-    return ResultOf(error.GetKind());
+    PLXUInt32 const result = ResultOf(error.GetKind());
+    // A full disk concerns whoever runs the server; modules may keep it to themselves.
+    if (result == kPLXResult_DatabaseEngine) PLXLog::Error(std::string("Record databases: ") + error.what());
+    return result;
   } catch (PLXSQLError const& error) {
     mySession.SetError(call_io.reference, error.what());
+    PLXLog::Error(std::string("Record databases: ") + error.what());
     return kPLXResult_DatabaseEngine;
   }
   if (call_io.outText.size == nullptr) return kPLXResult_Success;

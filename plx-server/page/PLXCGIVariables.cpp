@@ -78,10 +78,13 @@ Value HeaderVariable(std::string_view name_i, PLXRequest const& request_i) {
 
 }  // namespace
 
-std::optional<std::string> CGIVariable(std::string_view name_i, PLXPageContext const& context_i) {
-  if (BeginsIgnoringCase(name_i, "HTTP_")) return HeaderVariable(name_i.substr(5), context_i.request);
+std::optional<std::string> CGIVariable(std::string_view name_i, PLXPageContext& context_io) {
+  for (std::string_view const personal : {"AUTH_TYPE", "REMOTE_USER", "HTTP_COOKIE"}) {
+    if (EqualIgnoringCase(name_i, personal)) context_io.isPersonal = true;
+  }
+  if (BeginsIgnoringCase(name_i, "HTTP_")) return HeaderVariable(name_i.substr(5), context_io.request);
   for (Variable const& variable : ourVariables) {
-    if (EqualIgnoringCase(name_i, variable.name)) return variable.value(context_i);
+    if (EqualIgnoringCase(name_i, variable.name)) return variable.value(context_io);
   }
   return std::nullopt;
 }

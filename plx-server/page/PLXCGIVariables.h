@@ -9,5 +9,5 @@
 // The CGI variable of a request (RFC 3875), found ignoring letter case; none when the request has no such
 // one. Headers are HTTP_NAME with "-" as "_", repeated ones joined; the credentials are never among them.
 // AUTH_TYPE is "Basic" when the client sent credentials: what else a module learns is the module host's
-// business.
-std::optional<std::string> CGIVariable(std::string_view name_i, PLXPageContext const& context_i);
+// business. A name that tells who the visitor is makes the page personal.
+std::optional<std::string> CGIVariable(std::string_view name_i, PLXPageContext& context_io);

@@ -42,8 +42,11 @@ class PLXPage {
 // with problem and remedy. What a tag wrote is never scanned again. Never throws but std::bad_alloc.
 std::string RenderPage(PLXPage const& page_i, PLXTagProcessor& tags_i, PLXPageContext& context_io);
 
-// The box that stands for a tag that reported a problem; both texts are HTML.
-std::string ProblemBox(std::string_view problem_i, std::string_view remedy_i);
+// A problem stands in the place of what the tag would show, or above what it shows all the same.
+enum class PLXProblemBoxPlace { kInstead, kAbove };
+// The box of a tag that reported a problem; both texts are HTML.
+std::string ProblemBox(std::string_view problem_i, std::string_view remedy_i,
+                       PLXProblemBoxPlace place_i = PLXProblemBoxPlace::kInstead);
 
 // Text to HTML: & < > " and ' as entities, everything else as it is.
 std::string EncodeHTML(std::string_view text_i);

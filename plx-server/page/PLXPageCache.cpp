@@ -9,6 +9,7 @@
 #include "PLXLog.h"
 #include "PLXPage.h"
 #include "PLXPagePieces.h"
+#include "PLXUninterrupted.h"
 
 namespace {
 
@@ -46,7 +47,8 @@ class Descriptor {
  public:
   // Does not wait for a writer when the name is a pipe's.
   explicit Descriptor(std::string const& file_i)
-      : myDescriptor(open(file_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
+      : myDescriptor(
+            PLXUninterrupted([&] { return open(file_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); })) {}
   ~Descriptor() {
     if (myDescriptor >= 0) close(myDescriptor);
   }
@@ -62,8 +64,8 @@ bool ReadAll(int descriptor_i, std::size_t size_i, std::string& text_o) {
   text_o.resize(size_i);
   std::size_t length = 0;
   while (length < size_i) {
-    ssize_t const got = read(descriptor_i, text_o.data() + length, size_i - length);
-    if (got < 0 && errno == EINTR) continue;
+    ssize_t const got =
+        PLXUninterrupted([&] { return read(descriptor_i, text_o.data() + length, size_i - length); });
     if (got < 0) return false;
     if (got == 0) break;  // the file has become shorter since it was looked at
     length += static_cast<std::size_t>(got);

@@ -20,8 +20,8 @@ std::string_view const kProblemBox_Begin =
     "<div role=\"alert\" style=\"all:initial;display:block;box-sizing:border-box;max-width:48em;margin:1em 0;"
     "padding:.75em 1em;border:1px solid #b3261e;border-left-width:6px;border-radius:4px;background:#fdeceb;"
     "color:#410e0b;font:16px/1.5 system-ui,sans-serif;text-align:left;overflow-wrap:anywhere\">"
-    "<div style=\"all:unset;display:block;font-weight:bold\">This part of the page cannot be shown</div>"
-    "<div style=\"all:unset;display:block\">";
+    "<div style=\"all:unset;display:block;font-weight:bold\">";
+std::string_view const kProblemBox_Problem = "</div><div style=\"all:unset;display:block\">";
 std::string_view const kProblemBox_Remedy =
     "</div><div style=\"all:unset;display:block\"><span style=\"all:unset;font-weight:bold\">Remedy: </span>";
 std::string_view const kProblemBox_End = "</div></div>";
@@ -63,8 +63,13 @@ void DoubleApostrophes(std::size_t begin_i, std::string& text_io) {
   text_io.replace(begin_i, std::string::npos, doubled);
 }
 
-void AppendProblemBox(std::string_view problem_i, std::string_view remedy_i, std::string& html_io) {
-  html_io.append(kProblemBox_Begin).append(problem_i);
+void AppendProblemBox(std::string_view problem_i, std::string_view remedy_i, std::string& html_io,
+                      PLXProblemBoxPlace place_i = PLXProblemBoxPlace::kInstead) {
+  html_io.append(kProblemBox_Begin)
+      .append(place_i == PLXProblemBoxPlace::kInstead ? "This part of the page cannot be shown"
+                                                      : "This part of the page has a problem")
+      .append(kProblemBox_Problem)
+      .append(problem_i);
   if (!remedy_i.empty()) html_io.append(kProblemBox_Remedy).append(remedy_i);
   html_io.append(kProblemBox_End);
 }
@@ -124,6 +129,7 @@ class Renderer {
       case PLXValueKind::kVariable:
         return text(myContext.variables, true);
       case PLXValueKind::kCookie:
+        myContext.isPersonal = true;
         return text(myContext.request.cookies, false);
       case PLXValueKind::kCGI:
         return kept_o = CGIVariable(value_i.name, myContext).value_or("");
@@ -204,10 +210,15 @@ class Renderer {
 
   void Finish(PLXTagOccurrence const& tag_i, std::string& html_io) {
     PLXTagOutcome const outcome = myTags.Process(tag_i, myContext);
-    if (outcome.hasProblem) AppendProblemBox(outcome.problem, outcome.remedy, html_io);
+    std::string_view const html = WithoutMarks(outcome.html);
     // A tag that succeeded in spite of a problem has both to show.
-    if (outcome.hasProblem && outcome.result != 0) return;
-    html_io.append(WithoutMarks(outcome.html));
+    bool const isShown = !outcome.hasProblem || outcome.result == 0;
+    if (outcome.hasProblem) {
+      AppendProblemBox(outcome.problem, outcome.remedy, html_io,
+                       isShown && !html.empty() ? PLXProblemBoxPlace::kAbove : PLXProblemBoxPlace::kInstead);
+    }
+    if (!isShown) return;
+    html_io.append(html);
     if (outcome.result != 0) {
       PLXLog::Warning("<" + tag_i.name + "> returned " + PLXCodeText(outcome.result) +
                       " without a reason at " + myContext.file.native() + ":" + std::to_string(tag_i.line));
@@ -231,9 +242,9 @@ std::string RenderPage(PLXPage const& page_i, PLXTagProcessor& tags_i, PLXPageCo
   return html;
 }
 
-std::string ProblemBox(std::string_view problem_i, std::string_view remedy_i) {
+std::string ProblemBox(std::string_view problem_i, std::string_view remedy_i, PLXProblemBoxPlace place_i) {
   std::string html;
-  AppendProblemBox(problem_i, remedy_i, html);
+  AppendProblemBox(problem_i, remedy_i, html, place_i);
   return html;
 }
 

@@ -36,14 +36,15 @@ bool PLXResponse::SetHeader(std::string_view name_i, std::string_view value_i) {
   if (!IsToken(name_i) || value_i.find_first_of("\r\n\0"sv) != std::string_view::npos) return false;
 
   // Every cookie is a header of its own; two lines of any other name would contradict each other.
-  if (!EqualIgnoringCase(name_i, "Set-Cookie")) {
-    std::erase_if(headers,
-                  [&](PLXNameValue const& header) { return EqualIgnoringCase(header.name, name_i); });
-  }
+  if (!EqualIgnoringCase(name_i, "Set-Cookie")) RemoveHeader(name_i);
   headers.push_back({std::string(name_i), std::string(value_i)});
   return true;
 }
 
 bool PLXResponse::HasHeader(std::string_view name_i) const {
   return FindNameValue(headers, name_i, 0, true) != nullptr;
+}
+
+void PLXResponse::RemoveHeader(std::string_view name_i) {
+  std::erase_if(headers, [&](PLXNameValue const& header) { return EqualIgnoringCase(header.name, name_i); });
 }

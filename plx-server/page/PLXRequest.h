@@ -67,4 +67,5 @@ struct PLXResponse {
   // when the name is no token or a byte of the value is CR, LF or NUL.
   bool SetHeader(std::string_view name_i, std::string_view value_i);
   bool HasHeader(std::string_view name_i) const;
+  void RemoveHeader(std::string_view name_i);
 };

@@ -25,6 +25,7 @@ struct PLXPageContext {
   bool trace = false;
   PLXRecordEngine* records = nullptr;  // what <plxRecords> shows
   bool passwordWasRead = false;        // a module has asked for the visitor's password
+  bool isPersonal = false;             // made with the visitor's name or cookies: nobody else's to see
 };
 
 // One tag as it stands in a page, its values already put in.

@@ -11,6 +11,7 @@
 
 #include "PLXConfigurationKeys.h"
 #include "PLXConfigurationText.h"
+#include "PLXUninterrupted.h"
 
 namespace {
 
@@ -25,11 +26,12 @@ std::vector<std::string> StandardSecurityHeaders() {
 // The file's bytes; nothing, with errno telling why, when it cannot be read or is too large to be what it
 // should.
 bool ReadFile(std::filesystem::path const& file_i, std::string& text_o) {
-  int const file = ::open(file_i.c_str(), O_RDONLY | O_CLOEXEC);
+  int const file = PLXUninterrupted([&] { return ::open(file_i.c_str(), O_RDONLY | O_CLOEXEC); });
   if (file < 0) return false;
   char part[16384];
   ssize_t count;
-  while ((count = ::read(file, part, sizeof part)) > 0 && text_o.size() <= kLargestFile) {
+  while ((count = PLXUninterrupted([&] { return ::read(file, part, sizeof part); })) > 0 &&
+         text_o.size() <= kLargestFile) {
     text_o.append(part, static_cast<std::size_t>(count));
   }
   int const error = count > 0 ? EFBIG : errno;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct PLXRegionConfiguration {
@@ -12,6 +13,10 @@ struct PLXRegionConfiguration {
   std::string path = "/";      // path prefix on the site, begins and ends with "/"
   bool requiresLogin = false;  // every request needs a login of the region
   int line = 0;
+  bool takesForeignPosts = false;  // from other sites' pages, with the visitor's login or cookies
+  // Name and value, sent where an answer has none of that name; one without a value keeps the server's own
+  // from being sent.
+  std::vector<std::pair<std::string, std::string>> headers{};
 };
 
 struct PLXSiteConfiguration {
@@ -28,7 +33,8 @@ struct PLXSiteConfiguration {
 // What one client may take. Sizes are bytes.
 struct PLXLimits {
   unsigned pageThreads = 256;
-  unsigned waitingPages = 1024;        // beyond it 503
+  unsigned waitingPages = 1024;  // beyond it 503
+  unsigned overduePages = 64;    // pages that were given up and still hold a thread, on top of pageThreads
   unsigned administrationThreads = 4;  // of their own, so that a full house can still be looked at
   unsigned connections = 1024;
   unsigned connectionsPerAddress = 64;  // 0 means no limit, for a server behind a proxy
@@ -38,6 +44,7 @@ struct PLXLimits {
   unsigned formFields = 1000;
   std::chrono::seconds headerTime{15};  // for the whole header, and how long an idle connection is kept
   std::chrono::seconds bodyTime{15};    // plus a second for every 16 KiB
+  std::chrono::seconds pageTime{300};   // until a page is given up with 504; 0 means never
   std::chrono::seconds writeTime{60};   // plus a second for every 16 KiB
   std::chrono::seconds stopTime{30};    // for pages in flight when the server is asked to stop
   unsigned includeDepth = 10;           // pages of this server that include each other, 508 beyond
@@ -55,6 +62,7 @@ struct PLXConfiguration {
   std::string recordsUser;
   std::string recordsPassword;
   bool trace = false;
+  bool coreDumps = false;  // memory may be written to disk after a crash, and debuggers may look at it
   std::size_t logBytes = 10u << 20;
   std::size_t logFiles = 5;
   PLXLimits limits;

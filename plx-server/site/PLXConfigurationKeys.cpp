@@ -151,33 +151,49 @@ Complaint StoreProxies(Value const& value_i, Target& target_io) {
   return {};
 }
 
+std::string_view Trimmed(std::string_view text_i) {
+  auto const first = text_i.find_first_not_of(' ');
+  if (first == std::string_view::npos) return {};
+  return text_i.substr(first, text_i.find_last_not_of(' ') - first + 1);
+}
+
+// Name and value of a header line that a configuration may add to answers.
+Complaint ReadHeaderLine(std::string const& line_i, bool mayLackValue_i,
+                         std::pair<std::string, std::string>& header_o) {
+  std::size_t const colon = line_i.find(':');
+  header_o.first = line_i.substr(0, colon);
+  header_o.second = colon == std::string::npos ? "" : Trimmed(std::string_view(line_i).substr(colon + 1));
+  bool const isToken = !header_o.first.empty() && std::ranges::all_of(header_o.first, [](char character) {
+    return IsLetterOrDigit(character) ||
+           std::string_view("!#$%&'*+-.^_`|~").find(character) != std::string::npos;
+  });
+  bool const hasValue = !header_o.second.empty() || (mayLackValue_i && colon != std::string::npos);
+  if (!isToken || !hasValue || std::any_of(line_i.begin(), line_i.end(), IsControl)) {
+    return PLXConfigurationComplaint{QuotedForPeople(line_i) + " is no header line",
+                                     "Write \"Name: value\", such as \"X-Frame-Options: DENY\"."};
+  }
+  for (char const* const own :
+       {"content-length", "transfer-encoding", "connection", "content-type", "date"}) {
+    if (Lower(header_o.first) == own) {
+      return PLXConfigurationComplaint{
+          "the header " + QuotedForPeople(header_o.first) + " is the server's own", "Remove it."};
+    }
+  }
+  return {};
+}
+
 Complaint StoreSecurityHeaders(Value const& value_i, Target& target_io) {
+  std::pair<std::string, std::string> header;
   for (std::string const& line : value_i.texts) {
-    std::string_view const name = std::string_view(line).substr(0, line.find(':'));
-    bool const isToken = !name.empty() && std::all_of(name.begin(), name.end(), [](char character) {
-      return IsLetterOrDigit(character) ||
-             std::string_view("!#$%&'*+-.^_`|~").find(character) != std::string::npos;
-    });
-    bool const hasValue =
-        name.size() < line.size() && line.find_first_not_of(' ', name.size() + 1) != std::string::npos;
-    if (!isToken || !hasValue || std::any_of(line.begin(), line.end(), IsControl)) {
-      return PLXConfigurationComplaint{QuotedForPeople(line) + " is no header line",
-                                       "Write \"Name: value\", such as \"X-Frame-Options: DENY\"."};
-    }
-    for (char const* const own :
-         {"content-length", "transfer-encoding", "connection", "content-type", "date"}) {
-      if (Lower(std::string(name)) == own) {
-        return PLXConfigurationComplaint{"the header " + QuotedForPeople(name) + " is the server's own",
-                                         "Remove it."};
-      }
-    }
+    if (Complaint complaint = ReadHeaderLine(line, false, header)) return complaint;
   }
   target_io.configuration.securityHeaders = value_i.texts;
   return {};
 }
 
-Complaint StoreTrace(Value const& value_i, Target& target_io) {
-  target_io.configuration.trace = value_i.flag;
+template <auto kMember>
+Complaint StoreSwitch(Value const& value_i, Target& target_io) {
+  target_io.configuration.*kMember = value_i.flag;
   return {};
 }
 
@@ -250,8 +266,18 @@ Complaint StoreRegionPath(Value const& value_i, Target& target_io) {
   return {};
 }
 
-Complaint StoreRegionLogin(Value const& value_i, Target& target_io) {
-  target_io.region->region.requiresLogin = value_i.flag;
+template <auto kMember>
+Complaint StoreRegionSwitch(Value const& value_i, Target& target_io) {
+  target_io.region->region.*kMember = value_i.flag;
+  return {};
+}
+
+Complaint StoreRegionHeaders(Value const& value_i, Target& target_io) {
+  decltype(PLXRegionConfiguration::headers) headers;
+  for (std::string const& line : value_i.texts) {
+    if (Complaint complaint = ReadHeaderLine(line, true, headers.emplace_back())) return complaint;
+  }
+  target_io.region->region.headers = std::move(headers);
   return {};
 }
 
@@ -269,6 +295,9 @@ constexpr Key ourKeys[] = {
     {"", "waiting-pages", Form::kNumber, 0, 1000000, "1024",
      "pages that wait for a thread, by default four for each; beyond it the answer is 503",
      StoreLimit<&PLXLimits::waitingPages>},
+    {"", "overdue-pages", Form::kNumber, 0, 1024, "64",
+     "pages that were given up and still hold a thread, on top of page-threads; a quarter for one page",
+     StoreLimit<&PLXLimits::overduePages>},
     {"", "administration-threads", Form::kNumber, 1, 64, "4", "threads kept for the administration",
      StoreLimit<&PLXLimits::administrationThreads>},
     {"", "connections", Form::kNumber, 1, 1000000, "1024", "connections held at the same time",
@@ -288,6 +317,9 @@ constexpr Key ourKeys[] = {
      StoreLimit<&PLXLimits::headerTime>},
     {"", "body-time", Form::kSeconds, 1, 3600, "15",
      "time for a whole body, and a second more for every 16K of it", StoreLimit<&PLXLimits::bodyTime>},
+    {"", "page-time", Form::kSeconds, 0, 86400, "300",
+     "time until a page that does not end is given up with 504; 0 waits for ever",
+     StoreLimit<&PLXLimits::pageTime>},
     {"", "write-time", Form::kSeconds, 1, 3600, "60",
      "time to send an answer, and a second more for every 16K of it", StoreLimit<&PLXLimits::writeTime>},
     {"", "stop-time", Form::kSeconds, 0, 3600, "30", "time for running pages when the server stops",
@@ -308,7 +340,10 @@ constexpr Key ourKeys[] = {
     {"", "records-password", Form::kText, 0, 0, "none", "password of that user",
      StoreText<&PLXConfiguration::recordsPassword>},
     {"", "trace", Form::kSwitch, 0, 0, "false", "write every event and call of the modules to trace.log",
-     StoreTrace},
+     StoreSwitch<&PLXConfiguration::trace>},
+    {"", "core-dumps", Form::kSwitch, 0, 0, "false",
+     "let a crash write memory to disk, and debuggers look at it: passwords are in it",
+     StoreSwitch<&PLXConfiguration::coreDumps>},
     {"", "log-bytes", Form::kSize, 4 * kKibi, 64 * kGibi, "10M", "size at which a log file is rotated",
      StoreNumber<&PLXConfiguration::logBytes>},
     {"", "log-files", Form::kNumber, 1, 1000, "5", "rotated files kept of each log",
@@ -327,7 +362,13 @@ constexpr Key ourKeys[] = {
     {"region", "path", Form::kText, 0, 0, "none",
      "the folder on the site that it covers; \"/\" is the region main", StoreRegionPath},
     {"region", "login", Form::kSwitch, 0, 0, "false", "whether every request needs a login of the region",
-     StoreRegionLogin},
+     StoreRegionSwitch<&PLXRegionConfiguration::requiresLogin>},
+    {"region", "foreign-posts", Form::kSwitch, 0, 0, "false",
+     "whether pages of other sites may post here with the visitor's login or cookies",
+     StoreRegionSwitch<&PLXRegionConfiguration::takesForeignPosts>},
+    {"region", "headers", Form::kTexts, 0, 0, "[]",
+     "headers added to answers that do not set them, in place of the server's; \"Name:\" leaves one out",
+     StoreRegionHeaders},
 };
 
 // ---- Forms
@@ -346,27 +387,18 @@ std::string RangeText(Key const& key_i) {
          (isSize ? SizeText(key_i.most) : std::to_string(key_i.most));
 }
 
-char const* FormText(Form form_i) {
-  switch (form_i) {
-    case Form::kNumber:
-      return "a whole number";
-    case Form::kSize:
-      return "a size in bytes, or with K, M or G behind it,";
-    case Form::kSeconds:
-      return "a whole number of seconds";
-    case Form::kSwitch:
-      return "true or false";
-    case Form::kText:
-      return "a text";
-    case Form::kTexts:
-      return "a list of texts";
-  }
-  return "";
-}
+// In the order of the forms.
+constexpr char const* kFormTexts[] = {"a whole number",
+                                      "a size in bytes, or with K, M or G behind it,",
+                                      "a whole number of seconds",
+                                      "true or false",
+                                      "a text",
+                                      "a list of texts"};
+static_assert(std::size(kFormTexts) == static_cast<std::size_t>(Form::kTexts) + 1);
 
 std::string RemedyForForm(Key const& key_i) {
   std::string const range = key_i.most != 0 ? " from " + RangeText(key_i) : "";
-  return std::string("Write ") + FormText(key_i.form) + range + ".";
+  return std::string("Write ") + kFormTexts[static_cast<std::size_t>(key_i.form)] + range + ".";
 }
 
 PLXConfigurationComplaint WrongForm(Key const& key_i, std::string_view text_i) {
@@ -470,8 +502,6 @@ PLXConfigurationKey::Complaint PLXConfigurationKey::Read(PLXConfigurationValue c
   }
   return complaint ? complaint : store(value, target_io);
 }
-
-std::span<PLXConfigurationKey const> ConfigurationKeys() { return ourKeys; }
 
 PLXConfigurationKey const* FindConfigurationKey(std::string_view section_i, std::string_view name_i) {
   for (Key const& key : ourKeys) {

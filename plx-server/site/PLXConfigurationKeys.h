@@ -56,7 +56,6 @@ struct PLXConfigurationKey {
   Complaint Read(PLXConfigurationValue const& value_i, PLXConfigurationTarget& target_io) const;
 };
 
-std::span<PLXConfigurationKey const> ConfigurationKeys();
 PLXConfigurationKey const* FindConfigurationKey(std::string_view section_i, std::string_view name_i);
 
 // What to say of a key that no section of this kind has: the nearest name, or where it belongs.

@@ -1,6 +1,9 @@
 #include "PLXLog.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -10,6 +13,8 @@
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 #include <stdexcept>
+#include <stop_token>
+#include <thread>
 
 namespace {
 
@@ -90,13 +95,54 @@ void Replace(std::shared_ptr<Loggers const> loggers_i) {
   State& state = OurState();
   std::unique_lock const lock(state.mutex);
   state.loggers.swap(loggers_i);
-  // The registry's thread flushes what is registered; the server log needs none.
-  for (auto const& logger : {state.loggers->access, state.loggers->trace}) {
-    spdlog::drop(logger->name());
-    spdlog::register_logger(logger);
-  }
   loggers_i->access->flush();
   loggers_i->trace->flush();
+}
+
+// Brings the lines of the access and trace logs to the disk a second after the first that waits. Sleeps while
+// nothing is written.
+class Flusher {
+ public:
+  void Start() {
+    std::lock_guard const lock(myMutex);
+    if (!myThread.joinable()) myThread = std::jthread([this](std::stop_token const& stop) { Run(stop); });
+  }
+  void Stop() {
+    std::jthread thread;
+    {
+      std::lock_guard const lock(myMutex);
+      thread.swap(myThread);
+    }
+    thread.request_stop();
+    Mark();
+  }
+  void Mark() {
+    if (!myHasLines.load(std::memory_order_relaxed) && !myHasLines.exchange(true)) myHasLines.notify_one();
+  }
+
+ private:
+  void Run(std::stop_token const& stop_i) {
+    std::mutex mutex;
+    std::condition_variable_any stopped;
+    while (!stop_i.stop_requested()) {
+      myHasLines.wait(false);
+      std::unique_lock lock(mutex);
+      stopped.wait_for(lock, stop_i, std::chrono::seconds(1), [] { return false; });
+      myHasLines = false;
+      auto const loggers = CurrentLoggers();
+      loggers->access->flush();
+      loggers->trace->flush();
+    }
+  }
+
+  std::mutex myMutex;
+  std::jthread myThread;
+  std::atomic<bool> myHasLines = false;
+};
+
+Flusher& OurFlusher() {
+  static Flusher* const flusher = new Flusher;
+  return *flusher;
 }
 
 bool IsControl(char character_i) {
@@ -143,12 +189,12 @@ void PLXLog::Open(PLXLogOptions const& options_i) {
     throw std::runtime_error("The logs cannot be written to " + options_i.folder.string() + ": " +
                              error.what());
   }
-  spdlog::flush_every(std::chrono::seconds(1));
+  OurFlusher().Start();
 }
 
 void PLXLog::Close() {
+  OurFlusher().Stop();
   Replace(MakeConsoleLoggers(OurState().recent, true));
-  spdlog::flush_every(std::chrono::seconds(0));
 }
 
 void PLXLog::Write(PLXLogLevel level_i, std::string_view text_i) {
@@ -165,9 +211,15 @@ void PLXLog::Write(PLXLogLevel level_i, std::string_view text_i) {
   CurrentLoggers()->server->log(level.level, spdlog::string_view_t(line));
 }
 
-void PLXLog::Access(std::string_view line_i) { WriteEscaped(*CurrentLoggers()->access, line_i); }
+void PLXLog::Access(std::string_view line_i) {
+  WriteEscaped(*CurrentLoggers()->access, line_i);
+  OurFlusher().Mark();
+}
 
-void PLXLog::Trace(std::string_view line_i) { WriteEscaped(*CurrentLoggers()->trace, line_i); }
+void PLXLog::Trace(std::string_view line_i) {
+  WriteEscaped(*CurrentLoggers()->trace, line_i);
+  OurFlusher().Mark();
+}
 
 std::vector<std::string> PLXLog::Recent(std::size_t count_i) {
   if (count_i == 0) return {};

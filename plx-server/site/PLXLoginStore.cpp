@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "PLXLog.h"
+#include "PLXUninterrupted.h"
 
 namespace {
 
@@ -27,6 +28,7 @@ constexpr std::size_t kLongestPassword = CRYPT_MAX_PASSPHRASE_SIZE - 1;
 constexpr long long kRememberedSeconds = 300;
 constexpr std::size_t kRememberedPairs = 4096;
 constexpr std::size_t kLargestFile = 16u << 20;
+constexpr std::string_view kTemporarySuffix = ".XXXXXX";  // of a file that takes another's place
 
 using Lines = std::vector<std::string>;
 
@@ -119,7 +121,8 @@ std::string StateOf(struct stat const& status_i) {
 // The lines of the file, none when there is no file. Nothing when it cannot be read, with errno telling why.
 std::optional<Lines> ReadLines(std::filesystem::path const& file_i, std::string& state_o) {
   state_o.clear();
-  Descriptor const file(::open(file_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  Descriptor const file(
+      PLXUninterrupted([&] { return ::open(file_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
   if (!file.IsOpen())
     return errno == ENOENT || errno == ENOTDIR ? std::optional<Lines>(Lines()) : std::nullopt;
   struct stat status {};
@@ -128,7 +131,8 @@ std::optional<Lines> ReadLines(std::filesystem::path const& file_i, std::string&
   std::string text;
   char part[16384];
   ssize_t count;
-  while ((count = ::read(file.Get(), part, sizeof part)) > 0 && text.size() <= kLargestFile) {
+  while ((count = PLXUninterrupted([&] { return ::read(file.Get(), part, sizeof part); })) > 0 &&
+         text.size() <= kLargestFile) {
     text.append(part, static_cast<std::size_t>(count));
   }
   if (count != 0) {
@@ -147,8 +151,7 @@ std::optional<Lines> ReadLines(std::filesystem::path const& file_i, std::string&
 
 bool WriteAll(int file_i, std::string_view text_i) {
   while (!text_i.empty()) {
-    ssize_t const count = ::write(file_i, text_i.data(), text_i.size());
-    if (count < 0 && errno == EINTR) continue;
+    ssize_t const count = PLXUninterrupted([&] { return ::write(file_i, text_i.data(), text_i.size()); });
     if (count < 0) return false;
     text_i.remove_prefix(static_cast<std::size_t>(count));
   }
@@ -160,17 +163,32 @@ bool WriteAll(int file_i, std::string_view text_i) {
 bool ReplaceFile(std::filesystem::path const& file_i, int folder_i, Lines const& lines_i) {
   std::string text;
   for (std::string const& line : lines_i) text.append(line).push_back('\n');
-  std::string temporary = file_i.string() + ".XXXXXX";
+  std::string temporary = file_i.string().append(kTemporarySuffix);
   Descriptor const file(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
   if (!file.IsOpen()) return false;
-  if (WriteAll(file.Get(), text) && ::fsync(file.Get()) == 0 &&
+  if (WriteAll(file.Get(), text) && PLXUninterrupted([&] { return ::fsync(file.Get()); }) == 0 &&
       ::rename(temporary.c_str(), file_i.c_str()) == 0) {
-    return ::fsync(folder_i) == 0;
+    return PLXUninterrupted([&] { return ::fsync(folder_i); }) == 0;
   }
   int const error = errno;
   ::unlink(temporary.c_str());
   errno = error;
   return false;
+}
+
+// What a process that died while it replaced the file left of the new one. Requires: the folder locked, so
+// that nobody is replacing it now.
+void RemoveLeftovers(std::filesystem::path const& file_i) {
+  std::string const beginning = file_i.filename().string() + ".";
+  std::error_code error;
+  for (std::filesystem::directory_iterator at(file_i.parent_path(), error), end; !error && at != end;
+       at.increment(error)) {
+    std::string const name = at->path().filename().string();
+    std::error_code ignored;
+    if (name.size() == beginning.size() + kTemporarySuffix.size() - 1 && name.starts_with(beginning)) {
+      std::filesystem::remove(at->path(), ignored);
+    }
+  }
 }
 
 // One change of the file at a time, also among processes: `change_i` gets the lines as they are and says
@@ -185,8 +203,12 @@ bool ChangeFile(std::filesystem::path const& file_i, std::string& problem_o, Cha
   std::filesystem::path const folderPath = file_i.has_parent_path() ? file_i.parent_path() : ".";
   std::error_code ignored;  // what goes wrong here shows in the next step
   std::filesystem::create_directories(folderPath, ignored);
-  Descriptor const folder(::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder.IsOpen() || ::flock(folder.Get(), LOCK_EX) != 0) return refused("Cannot use the folder of");
+  Descriptor const folder(
+      PLXUninterrupted([&] { return ::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  if (!folder.IsOpen() || PLXUninterrupted([&] { return ::flock(folder.Get(), LOCK_EX); }) != 0) {
+    return refused("Cannot use the folder of");
+  }
+  RemoveLeftovers(file_i);
   std::string state;
   std::optional<Lines> lines = ReadLines(file_i, state);
   if (!lines) return refused("Cannot read");

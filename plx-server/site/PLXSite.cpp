@@ -163,19 +163,15 @@ std::string HostKey(std::string_view host_i) {
 
 PLXRegion::PLXRegion(PLXSite const& site_i, PLXRegionConfiguration const& configuration_i,
                      std::filesystem::path const& state_i)
-    : mySite(site_i),
-      myName(configuration_i.name),
-      myPath(configuration_i.path),
-      myKey(site_i.Name() + "/" + configuration_i.name),
-      myRequiresLogin(configuration_i.requiresLogin) {
+    : mySite(site_i), myConfiguration(configuration_i), myKey(site_i.Name() + "/" + configuration_i.name) {
   std::error_code ignored;
   std::filesystem::path const state = std::filesystem::absolute(state_i, ignored).lexically_normal();
-  myDataRoot = state / "regions" / site_i.Name() / myName;
-  myLoginsFile = state / "logins" / site_i.Name() / myName;
+  myDataRoot = state / "regions" / site_i.Name() / Name();
+  myLoginsFile = state / "logins" / site_i.Name() / Name();
 }
 
 std::filesystem::path PLXRegion::Folder() const {
-  return mySite.MapPath(myPath).value_or(mySite.Root() / std::string_view(myPath).substr(1));
+  return mySite.MapPath(Path()).value_or(mySite.Root() / std::string_view(Path()).substr(1));
 }
 
 std::optional<std::filesystem::path> PLXRegion::DataFolder(std::string_view name_i) const {
@@ -187,7 +183,7 @@ std::optional<std::filesystem::path> PLXRegion::DataFolder(std::string_view name
 
 std::optional<std::filesystem::path> PLXRegion::Contain(std::string_view path_i) const {
   if (HasControl(path_i) || path_i.size() >= PATH_MAX) return std::nullopt;
-  std::optional<std::filesystem::path> const mapped = mySite.MapPath(myPath);
+  std::optional<std::filesystem::path> const mapped = mySite.MapPath(Path());
   if (!mapped) return std::nullopt;  // the region itself leads out of the site
   std::string const& folder = mapped->native();
   // Modules hand back the absolute paths that they were given.
@@ -252,6 +248,21 @@ bool PLXSite::IsPage(std::filesystem::path const& file_i) const {
                        return name.size() > ending.size() &&
                               AreEqualIgnoringCase(name.substr(name.size() - ending.size()), ending);
                      });
+}
+
+bool PLXSite::IsCopyOfPage(std::filesystem::path const& file_i) const {
+  std::string_view const name = file_i.native();
+  if (name.ends_with('~')) {
+    std::size_t const number = name.rfind(".~");  // "page.html.~2~"
+    return IsPage(name.substr(0, number == std::string_view::npos ? name.find_last_not_of('~') + 1 : number));
+  }
+  std::size_t const dot = name.rfind('.');
+  if (dot == std::string_view::npos) return false;
+  std::string_view const ending = name.substr(dot);
+  for (std::string_view const copy : {".bak", ".old", ".orig", ".save", ".swp", ".tmp"}) {
+    if (AreEqualIgnoringCase(ending, copy)) return IsPage(name.substr(0, dot));
+  }
+  return false;
 }
 
 bool PLXSite::IsDownload(std::string_view path_i) const {

@@ -19,11 +19,14 @@ class PLXRegion {
   PLXRegion(PLXSite const& site_i, PLXRegionConfiguration const& configuration_i,
             std::filesystem::path const& state_i);
 
-  std::string const& Name() const { return myName; }
-  std::string const& Path() const { return myPath; }  // "/mail/"
+  std::string const& Name() const { return myConfiguration.name; }
+  std::string const& Path() const { return myConfiguration.path; }  // "/mail/"
   // "site/region": names the region in preferences and on the administration's addresses.
   std::string const& Key() const { return myKey; }
-  bool RequiresLogin() const { return myRequiresLogin; }
+  bool RequiresLogin() const { return myConfiguration.requiresLogin; }
+  bool TakesForeignPosts() const { return myConfiguration.takesForeignPosts; }
+  // Name and value of what its answers carry; without a value: what they do not.
+  auto const& Headers() const { return myConfiguration.headers; }
   PLXSite const& Site() const { return mySite; }
 
   // The disk folder that the region's path names, without links, ending in "/". A path that leads out of the
@@ -44,10 +47,8 @@ class PLXRegion {
 
  private:
   PLXSite const& mySite;
-  std::string myName;
-  std::string myPath;
+  PLXRegionConfiguration myConfiguration;
   std::string myKey;
-  bool myRequiresLogin;
   std::filesystem::path myDataRoot;
   std::filesystem::path myLoginsFile;
 };
@@ -78,6 +79,9 @@ class PLXSite {
   // Whether a file of this name is a page, and whether this path is served as a download only: it is below
   // one of the folders that are configured so, or below a region's own folder "Attachments".
   bool IsPage(std::filesystem::path const& file_i) const;
+  // Whether it is what an editor left of a page ("page.html~", "page.plx.bak"): the page's source, with the
+  // passwords of its tags, under a name that is none of a page.
+  bool IsCopyOfPage(std::filesystem::path const& file_i) const;
   bool IsDownload(std::string_view path_i) const;
 
  private:

@@ -37,9 +37,9 @@ def free_port():
 
 
 class Server:
-    """One plxserver on a free port, with a site of its own in a temporary folder."""
+    """One plxserver on a free port, with a site of its own in a temporary folder, of the user with the number `user`."""
 
-    def __init__(self, pages=None, settings="", sections="", login=None):
+    def __init__(self, pages=None, settings="", sections="", login=None, user=None):
         self.folder = Path(tempfile.mkdtemp(prefix="plx-e2e."))
         self.folder.chmod(0o755)
         self.root = self.folder / "site"
@@ -52,8 +52,11 @@ class Server:
         if login:
             self.command("user", "set", login[0], input=login[1] + "\n")
         self.output = open(self.folder / "output", "wb")
-        self.process = subprocess.Popen([SERVER, "serve", "--config", str(self.config)], stdout=self.output,
-                                        stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
+        if user is not None:
+            for file in [self.folder, *self.folder.rglob("*")]:
+                os.chown(file, user, user)
+        self.process = subprocess.Popen([SERVER, "serve", "--config", str(self.config)], stdout=self.output, cwd=self.folder,
+                                        stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL, user=user, group=user)
         self.port = self.wait_for_port()
         self.host = f"127.0.0.1:{self.port}"
         self.url = f"http://{self.host}"

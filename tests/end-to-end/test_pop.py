@@ -66,8 +66,11 @@ class PopCase(ServerCase):
 
     def collect(self, more="", port=None):
         """Runs the tag; the page's text with the number of new messages in brackets at its end."""
-        self.server.write("collect.html", f'<plxPOP username="{self.name}" password="secret" databaseName="{self.name}" '
-                          f'mailServer="127.0.0.1:{port or self.mail.pop3_port}" {more}>[&plxVariable.plxPOP_ResultCount;]')
+        page = (f'<plxPOP username="{self.name}" password="secret" databaseName="{self.name}" '
+                f'mailServer="127.0.0.1:{port or self.mail.pop3_port}" {more}>[&plxVariable.plxPOP_ResultCount;]')
+        file = self.server.root / "collect.html"
+        if not file.exists() or file.read_text() != page:  # one that is being written is no page
+            file.write_text(page)
         answer = self.server.get("/collect.html")
         self.assertEqual(answer.status, 200)
         return answer.text
@@ -240,6 +243,26 @@ class Mailboxes(PopCase):
             thread.join()
         record, = self.records()
         self.assertEqual((len(record), record["Subject"]), (20, "number 1"))
+
+    def test_runs_at_once_share_what_there_is(self):
+        self.assertEqual(self.collect(), "[0]")
+        self.put(*(attached([(f"{number}.txt", b"%d" % number)]) for number in range(30)))
+        texts = []
+        threads = [threading.Thread(target=lambda: texts.append(self.collect())) for _ in range(6)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual(sum(int(text[1:-1]) for text in texts), 30, texts)
+        self.assertEqual((len(self.records()), self.files()), (30, {f"{number}.txt": b"%d" % number for number in range(30)}))
+
+    def test_stay_where_they_are_until_their_files_are_saved(self):
+        self.put(attached([("a.txt", b"a")]))
+        self.server.write("Attachments", b"in the way")
+        self.assertEqual((self.collect('deleteMessagesOnServer="yes"'), self.left()), ("[0]", 1))
+        self.assertIn("an attachment of message 1 cannot be saved", self.server.log())
+        self.folder.unlink()
+        self.assertEqual((self.collect('deleteMessagesOnServer="yes"'), self.left(), self.files()), ("[1]", 0, {"a.txt": b"a"}))
 
     def test_other_places(self):
         self.put(attached([("a.txt", b"a")]))

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <random>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "MIMEForms.h"
 #include "PLXCryptor.h"
@@ -60,7 +62,7 @@ class MIMEParser : public testing::Test {
     std::filesystem::remove_all(myFolder / "files");
     MIMEOutcome const outcome = ParseMultipart(message_i, "B", rules_i, body_o);
     std::filesystem::remove_all(myFolder / "files");
-    EXPECT_EQ(ParseMultipartStream(message_i, "B", rules_i), outcome);
+    EXPECT_EQ(ParseMultipartStream({message_i}, "B", rules_i), outcome);
     return outcome;
   }
 
@@ -334,3 +336,27 @@ TEST_F(MIMEParser, ReadsAStreamNoFurtherThanItsRange) {
 }
 
 }  // namespace
+
+// A stream too long for memory, and no file to be had for it, or none that takes it all.
+TEST(MIMEStream, ThatCannotBeCollectedHasNoResult) {
+  std::string const message =
+      "--B\r\nContent-Disposition: form-data; name=a\r\n\r\n" + std::string(3 << 20, 'x') + "\r\n--B--";
+  ASSERT_TRUE(ParseMultipartStream({message}, "B", {}).entries.size() == 1);
+  for (rlimit const& limit : {rlimit{0, 0}, rlimit{2 << 20, 2 << 20}}) {
+    pid_t const child = fork();
+    if (child == 0) {
+      signal(SIGXFSZ, SIG_IGN);
+      setrlimit(limit.rlim_cur == 0 ? RLIMIT_NOFILE : RLIMIT_FSIZE, &limit);
+      MIMEOutcome const outcome = ParseMultipartStream({message}, "B", {});
+      PLXStringUtility::MessagePartList list;
+      MessageSource source{message};
+      bool const isPart = PLXStringUtility::ParseMessagePartStream(MessageSource::Read, &source,
+                                                                   "Content-Disposition: form-data; name=a",
+                                                                   0, kPLXWholeLength, "", {}, 0, &list);
+      _exit(outcome.result || isPart || !outcome.entries.empty() || !Entries(list).empty() ? 1 : 7);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+  }
+}

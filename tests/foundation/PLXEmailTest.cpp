@@ -77,13 +77,19 @@ std::string Received(void (*setUp_i)(PLXEmailFields&)) {
   return peer.Message();
 }
 
-std::set<std::string> NamesIn(TemporaryFolder const& folder_i) {
+// The files of the folder for failed mail, those of its outbox as "outbox/NAME".
+std::set<std::string> NamesIn(std::filesystem::path const& folder_i) {
   std::set<std::string> names;
-  for (auto const& entry : std::filesystem::directory_iterator(folder_i.Path())) {
+  std::error_code none;
+  for (auto const& entry : std::filesystem::directory_iterator(folder_i, none)) {
     names.insert(entry.path().filename());
+  }
+  for (auto const& entry : std::filesystem::directory_iterator(folder_i.string() + ".outbox", none)) {
+    names.insert("outbox" / entry.path().filename());
   }
   return names;
 }
+std::set<std::string> NamesIn(TemporaryFolder const& folder_i) { return NamesIn(folder_i / "FM"); }
 
 TEST(PLXEmailMessage, IsHeaderEmptyLineAndBody) {
   EXPECT_EQ(Received([](PLXEmailFields&) {}),
@@ -195,7 +201,7 @@ TEST(PLXEmailDialogue, ReadsRepliesInPieces) {
   peer.Hears("DATA").Says("354 go on").HearsThrough("\r\n.\r\n").Hears("QUIT").Says("250 taken");
   TemporaryFolder const folder;
   PLXEmailFields fields = Fields(peer.Address());
-  fields.failedMailFolder = String(folder.Path());
+  fields.failedMailFolder = String(folder / "FM");
   fields.callbackURL = "http://127.0.0.1:1/";
   Send(fields);
   EXPECT_EQ(NamesIn(folder).size(), 0u);
@@ -211,12 +217,12 @@ void ExpectFailure(MailPeer& peer_i, std::string reason_i) {
   }
   report.Hears("&Info=" + Encoded(reason_i));
   PLXEmailFields fields = Fields(address);
-  fields.failedMailFolder = String(folder.Path());
+  fields.failedMailFolder = String(folder / "FM");
   fields.callbackURL = report.URL();
   Send(fields);
   std::set<std::string> const names = NamesIn(folder);
   ASSERT_EQ(names.size(), 1u);
-  std::string const stored = folder.Read(*names.begin());
+  std::string const stored = folder.Read("FM/" + *names.begin());
   EXPECT_THAT(stored, HasSubstr("\nTo: bob@test.org\nContent-Type: text/plain\n\nHello\n.\n"));
   EXPECT_THAT(report.Heard(), HasSubstr("\r\n\r\nMessageID=" + *names.begin() + "&Status=F&SMTPServer=" +
                                         Encoded(address) + "&From=ada%40test.org&ReplyTo=&To=bob"));
@@ -306,13 +312,61 @@ TEST(PLXEmailFailures, HaveNamesOfTheirOwn) {
     ASSERT_TRUE(thread->Start());
   }
   ASSERT_TRUE(PLXEmailSendThread::WaitUntilAllEnded(60000));
-  std::size_t count = 0;
-  for (auto const& entry : std::filesystem::directory_iterator(folder / "new" / "FM")) {
-    EXPECT_THAT(entry.path().filename().string(), testing::MatchesRegex("msg[0-9]+"));
-    EXPECT_LE(entry.path().filename().string().size(), 25u);
-    ++count;
+  std::set<std::string> const names = NamesIn(folder / "new" / "FM");
+  EXPECT_EQ(names.size(), 80u) << "each message, and in the outbox that nobody heard of it";
+  for (std::string const& name : names) {
+    EXPECT_THAT(name, testing::MatchesRegex("(outbox/)?msg[0-9]+"));
+    EXPECT_LE(name.size(), 25u + std::string_view("outbox/").size());
+    EXPECT_EQ(names.count(name.starts_with('o') ? name.substr(7) : "outbox/" + name), 1u);
   }
-  EXPECT_EQ(count, 40u);
+}
+
+// ---- What is not settled ----
+
+// Entries as another process would find them.
+std::vector<std::string> Abandoned(TemporaryFolder const& folder_i, bool isSettled_i) {
+  std::vector<std::string> entries;
+  PLXOutbox(String(folder_i / "FM")).SettleAbandoned([&](PLXOutbox::Entry const& entry) {
+    entries.push_back(Text(entry.name) + ' ' + Text(entry.outcome) + ' ' + Text(entry.message));
+    return isSettled_i;
+  });
+  return entries;
+}
+
+TEST(PLXOutbox, HoldsAMessageFromTheHandoverToTheReport) {
+  TemporaryFolder const folder;
+  MailPeer peer;
+  peer.TakesMessage();
+  PLXEmailFields fields = Fields(peer.Address());
+  fields.message = ".Hello";
+  fields.failedMailFolder = String(folder / "FM");
+  fields.callbackURL = "http://127.0.0.1:9/";
+  auto thread = std::make_unique<PLXEmailSendThread>(fields);
+  EXPECT_TRUE(thread->Keep());
+  EXPECT_EQ(NamesIn(folder).size(), 1u);
+  EXPECT_TRUE(Abandoned(folder, true).empty()) << "somebody holds it";
+  thread.reset();  // as if its process had died
+  std::vector<std::string> entries = Abandoned(folder, false);
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_THAT(entries[0],
+              testing::MatchesRegex("msg[0-9]+ Status=F&SMTPServer=.*&From=ada.*Info=Interrupted.*"));
+  EXPECT_THAT(entries[0], testing::EndsWith("To: bob@test.org\nContent-Type: text/plain\n\n..Hello\n.\n"));
+  EXPECT_EQ(Abandoned(folder, true), entries);
+  EXPECT_TRUE(NamesIn(folder).empty());
+
+  Send(fields);
+  EXPECT_THAT(peer.Message(), HasSubstr("\r\n\r\n..Hello\r\n.\r\n"));
+  EXPECT_TRUE(NamesIn(folder).empty()) << "what was delivered leaves no trace";
+}
+
+TEST(PLXOutbox, ForgetsHalfAnEntryAndKeepsWhatItCannotRead) {
+  TemporaryFolder const folder;
+  std::filesystem::create_directory(folder / "FM.outbox");
+  folder.Write("FM.outbox/.plx-0123456789abcdef", "Status=F");
+  folder.Write("FM.outbox/msg1", "no end of a line");
+  folder.Write("FM.outbox/notes", "a=b\n");
+  EXPECT_TRUE(Abandoned(folder, true).empty());
+  EXPECT_EQ(NamesIn(folder), (std::set<std::string>{"outbox/msg1", "outbox/notes"}));
 }
 
 TEST(PLXEmailFailures, AreReportedUntilSomebodyListens) {
@@ -323,7 +377,7 @@ TEST(PLXEmailFailures, AreReportedUntilSomebodyListens) {
   report.AcceptsNext();
   report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"));
   PLXEmailFields fields = Fields("no.such.host.invalid");
-  fields.failedMailFolder = String(folder.Path());
+  fields.failedMailFolder = String(folder / "FM");
   fields.callbackURL = report.URL();
   Send(fields);
   EXPECT_EQ(NamesIn(folder).size(), 1u);
@@ -339,14 +393,14 @@ constexpr char kSentAgain[] =
 
 TEST(PLXEmailResend, SendsTheBodyUnderAFreshHeader) {
   TemporaryFolder const folder;
-  folder.Write("msg1", std::string(kStored, sizeof kStored - 1));
+  folder.Write("FM/msg1", std::string(kStored, sizeof kStored - 1));
   MailPeer peer;
   ReportPeer report;
   peer.TakesMessage();
   report.Hears("MessageID=msg1&Status=S");
   PLXEmailFields fields = Fields(peer.Address());
   fields.message.Empty();
-  fields.failedMailFolder = String(folder.Path());
+  fields.failedMailFolder = String(folder / "FM");
   fields.messageID = "msg1";
   fields.callbackURL = report.URL();
   Send(fields);
@@ -356,7 +410,7 @@ TEST(PLXEmailResend, SendsTheBodyUnderAFreshHeader) {
 
 TEST(PLXEmailResend, KeepsTheMessageUntilItIsTaken) {
   TemporaryFolder const folder;
-  folder.Write("msg1", std::string(kStored, sizeof kStored - 1));
+  folder.Write("FM/msg1", std::string(kStored, sizeof kStored - 1));
   RefusedPort const nobody;
   std::string first;
   for (int attempt = 0; attempt < 10; ++attempt) {
@@ -364,34 +418,34 @@ TEST(PLXEmailResend, KeepsTheMessageUntilItIsTaken) {
     report.Hears("&Info=" +
                  Encoded("Unable to connect to server (127.0.0.1:" + std::to_string(nobody.Port()) + ")"));
     PLXEmailFields fields = Fields(nobody.Address());
-    fields.failedMailFolder = String(folder.Path());
+    fields.failedMailFolder = String(folder / "FM");
     fields.messageID = "msg1";
     fields.callbackURL = report.URL();
     Send(fields);
-    std::string const stored = folder.Read("msg1");
+    std::string const stored = folder.Read("FM/msg1");
     std::string const body = stored.substr(stored.find("\n\n"));
     if (attempt == 0) first = body;
     EXPECT_EQ(body, first) << "dots do not grow";
   }
   std::string const stored(kStored, sizeof kStored - 1);
   EXPECT_EQ(first, stored.substr(stored.find("\n\n")));
-  EXPECT_THAT(folder.Read("msg1"), HasSubstr("From: ada@test.org\nTo: bob@test.org\nContent-Type"));
+  EXPECT_THAT(folder.Read("FM/msg1"), HasSubstr("From: ada@test.org\nTo: bob@test.org\nContent-Type"));
 }
 
 TEST(PLXEmailResend, NeverReplacesWhatItCouldNotRead) {
   TemporaryFolder const folder;
-  folder.Write("msg1", "Subject: cut\n\nno end");
+  folder.Write("FM/msg1", "Subject: cut\n\nno end");
   RefusedPort const nobody;
   MailPeer peer;
   peer.TakesMessage();
   PLXEmailSendThread::WaitUntilAllSent(0);  // from here on nobody waits to report again
   for (bool const isTaken : {false, true}) {
     PLXEmailFields fields = Fields(isTaken ? peer.Address() : nobody.Address());
-    fields.failedMailFolder = String(folder.Path());
+    fields.failedMailFolder = String(folder / "FM");
     fields.messageID = "msg1";
     fields.callbackURL = String("http://" + nobody.Address() + "/");
     Send(fields);
-    EXPECT_EQ(folder.Read("msg1"), "Subject: cut\n\nno end");
+    EXPECT_EQ(folder.Read("FM/msg1"), "Subject: cut\n\nno end");
   }
 }
 
@@ -402,12 +456,12 @@ TEST(PLXEmailSendThread, BreaksOffWhatNeverEnds) {
   MailPeer peer;
   peer.Greets().HearsHello().IsLeft();
   PLXEmailFields fields = Fields(peer.Address());
-  fields.failedMailFolder = String(folder.Path());
+  fields.failedMailFolder = String(folder / "FM");
   fields.callbackURL = String("http://" + nobody.Address() + "/");
   auto* const thread = new PLXEmailSendThread(fields);
   ASSERT_TRUE(thread->Start());
   EXPECT_TRUE(PLXEmailSendThread::WaitUntilAllSent(2000));
-  EXPECT_EQ(NamesIn(folder).size(), 1u);
+  EXPECT_EQ(NamesIn(folder).size(), 2u) << "stored, and in the outbox that nobody heard of it";
 }
 
 }  // namespace

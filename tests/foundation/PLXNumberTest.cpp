@@ -435,6 +435,14 @@ TEST(PLXNumberArithmetic, RaisesToIntegerPowers) {
             Report("Zero Raised to Negative Power"));
 }
 
+TEST(PLXNumberArithmetic, CountsAndAssigns) {
+  PLXNumber number;
+  number = "2";
+  EXPECT_EQ(static_cast<PLXString>(number--), "2");
+  EXPECT_EQ(static_cast<PLXString>(PLXNumber().Assign(number)), "1");
+  EXPECT_FALSE(number == PLXNumber());
+}
+
 TEST(PLXNumberArithmetic, ChangesSigns) {
   PLXNumber number = 3;
   number.ReverseSign();

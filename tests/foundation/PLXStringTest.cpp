@@ -7,48 +7,11 @@
 
 #include "FoundationPrinters.h"
 #include "PLXString.h"
+#include "StringTwin.h"
 
 namespace {
 
 std::string Text(PLXString const& string_i) { return {string_i.GetCStringAccess(), string_i.GetLength()}; }
-
-char Upper(char character_i) {
-  return static_cast<char>(PLXString::Uppercase(static_cast<unsigned char>(character_i)));
-}
-
-std::string Folded(std::string text_i) {
-  std::transform(text_i.begin(), text_i.end(), text_i.begin(), Upper);
-  return text_i;
-}
-
-// The slow twin of Find: every place is tried.
-std::optional<PLXUInt32> FindByTrying(std::string text_i, std::string pattern_i, PLXUInt32 start_i,
-                                      PLXUInt32 count_i, unsigned options_i) {
-  if (text_i.empty() || pattern_i.empty()) return std::nullopt;
-  if ((options_i & kPLXOption_IgnoreCase) != 0) {
-    text_i = Folded(text_i);
-    pattern_i = Folded(pattern_i);
-  }
-  long const length = static_cast<long>(text_i.size());
-  long const size = static_cast<long>(pattern_i.size());
-  if ((options_i & kPLXOption_Backward) == 0) {
-    long const end = std::min<long>(length, static_cast<long>(start_i) + count_i);
-    for (long at = start_i; at + size <= end; ++at) {
-      if (text_i.compare(static_cast<std::size_t>(at), pattern_i.size(), pattern_i) == 0) {
-        return static_cast<PLXUInt32>(at);
-      }
-    }
-    return std::nullopt;
-  }
-  long const start = std::min<long>(start_i, length - 1);
-  long const lowest = start + 1 - std::min<long>(count_i, start + 1);
-  for (long at = start - size + 1; at >= lowest; --at) {
-    if (text_i.compare(static_cast<std::size_t>(at), pattern_i.size(), pattern_i) == 0) {
-      return static_cast<PLXUInt32>(at);
-    }
-  }
-  return std::nullopt;
-}
 
 PLXUInt32 StorageOf(PLXUInt32 length_i) { return PLXStringRepresentation::StorageSize(length_i); }
 
@@ -104,6 +67,16 @@ TEST(PLXStringConstruction, TakesEveryKindOfText) {
   EXPECT_EQ(Text(PLXString("a\0b", 3)), std::string("a\0b", 3));
   EXPECT_EQ(Text(PLXString(true)), "yes");
   EXPECT_EQ(Text(PLXString(false)), "no");
+  PLXString text("old");
+  EXPECT_EQ(Text(text = pascal), "abc");
+  EXPECT_EQ(Text(text = static_cast<unsigned char const*>(nullptr)), "");
+  EXPECT_EQ(Text(text = 'a'), "a");
+  EXPECT_EQ(Text(text.Assign('b', 40)), std::string(40, 'b'));
+  EXPECT_EQ(Text(text = true), "yes");
+  PLXUInt32 position = 0;
+  EXPECT_TRUE(PLXString("xabc").Find(pascal, 0, kPLXWholeLength, 0, position));
+  EXPECT_EQ(position, 1u);
+  EXPECT_FALSE(text.Find(static_cast<unsigned char const*>(nullptr), 0, kPLXWholeLength, 0, position));
 }
 
 TEST(PLXStringConstruction, AssignsFromItsOwnText) {
@@ -266,7 +239,7 @@ TEST(PLXStringSearching, AgreesWithTryingEveryPlace) {
     bool const found =
         PLXString(text.data(), static_cast<PLXUInt32>(text.size()))
             .Find(pattern.data(), static_cast<PLXUInt32>(pattern.size()), start, count, options, position);
-    std::optional<PLXUInt32> const expected = FindByTrying(text, pattern, start, count, options);
+    std::optional<PLXUInt32> const expected = twin::Find(text, pattern, start, count, options);
     ASSERT_EQ(found, expected.has_value())
         << text << " / " << pattern << " " << start << " " << count << " " << options;
     ASSERT_EQ(position, expected.value_or(4711));

@@ -318,7 +318,7 @@ TEST_F(Mailbox, DamagedIndexesAreMendedAndLoseNothing) {
        [](std::string& index_io) {
          std::uint32_t const last = (kRecords - 1) * kSize;
          for (std::size_t record = 0; record < index_io.size(); record += kSize) {
-           for (std::size_t side : {4, 8}) {
+           for (std::size_t const side : {std::size_t{4}, std::size_t{8}}) {
              if (Word(index_io, record + side) == last) SetWord(index_io, record + side, 0);
            }
          }
@@ -383,6 +383,27 @@ TEST_F(Mailbox, RecordsWithoutTheirTextAreSkippedAndTheirMessagesStoredAgain) {
     EXPECT_GE(Listed().size(), 2u) << at;
     AddAll(0, 6);
     EXPECT_EQ(AddAll(0, 6), (std::map<Outcome, int>{{Outcome::Duplicate, 6}})) << at;
+  }
+}
+
+// One mailbox learns of the loss, another repairs it, and new texts come where the lost ones were.
+TEST_F(Mailbox, ALostTextIsNeitherStoredTwiceNorReplacedByAnother) {
+  ASSERT_EQ(AddAll(0, 5), (std::map<Outcome, int>{{Outcome::Done, 5}}));
+  fs::resize_file(myFolder / "in.mbx", 3 * Message(0).size() + 1);
+  EmailClient_Mailbox early(At("in.idx"), At("in.mbx"));
+  ASSERT_EQ(early.Open(kPLXFilePermission_ReadWrite), Outcome::Done);
+  ASSERT_EQ(early.Add(Message(0).c_str()), Outcome::Duplicate);
+  std::string const links = Index().substr(3 * kSize + 4, 8);
+  ASSERT_EQ(Add(Message(3)), Outcome::Done);
+  EXPECT_EQ(Index().substr(3 * kSize + 4, 8), links);
+  EXPECT_EQ(early.Add(Message(3).c_str()), Outcome::Duplicate);
+  EXPECT_EQ(early.Add((Message(5) + Message(5)).c_str()), Outcome::Done);
+  EXPECT_EQ(Listed().size(), 5u);
+  EXPECT_EQ(early.Add(Message(4).c_str()), Outcome::Done);
+  EXPECT_EQ(AddAll(0, 6), (std::map<Outcome, int>{{Outcome::Duplicate, 6}}));
+  for (int number = 0; number < 5; ++number) {
+    auto const record = static_cast<std::size_t>(Find(Index(), KeyOfMessage(number)));
+    EXPECT_EQ(Texts().substr(Word(Index(), record + 12), Word(Index(), record + 16)), Message(number));
   }
 }
 

@@ -13,6 +13,7 @@ struct CollectingPage : SimulatedHost {
     tagParameters = {
         {"username", "ada"}, {"password", "pw"}, {"mailServer", mailServer_i}, {"databaseName", "Mail"}};
     texts[kPLXSupport_VerifyRegionContainsFile] = "/tmp/plx-no-such-folder";
+    texts[kPLXSupport_GetRegionDataFolderPath] = "/dev/null/POP";  // where nothing can be made
     numbers[kPLXDatabase_GetFieldCount] = 19;
   }
   PLXUInt32 Process() { return GetNetworkModuleEntry()(Event(kPLXEvent_Tag)); }

@@ -323,6 +323,48 @@ TEST(SendMailAction, KeepsTheLogOfWhatFailed) {
   }
 }
 
+// Entries that a process left behind which ended before their outcome was recorded.
+TEST(SendMailOutbox, IsSettledBeforeTheListIsShown) {
+  std::string const failure = "Status=F&SMTPServer=s&From=f&ReplyTo=r&To=a%2Cb&CC=&BCC=b&Subject=j&Info=no";
+  std::string const search = "|MSEc 7 'Message ID = '12''";
+  std::string const create = "|MRCr 7|MFSV 7 'Message ID' #20000000'12'|MFSV 7 'Attempts' #40000000/4=1";
+  struct {
+    char const* name;
+    std::string entry;
+    bool isStored;  // in the folder of failed mail
+    PLXUInt32 results;
+    std::string changes;  // what they begin with
+    std::string left;
+  } const rows[] = {
+      {"interrupted", failure + "\nthe message\n.\n", false, 0, search + create, "stored "},
+      {"not reported", failure + "\n", true, 0, search + create, "stored "},
+      {"failed again", failure + "\n", true, 1, search + "|MFSV 7 'Attempts' #40000000/4=4", "stored "},
+      {"deleted since", failure + "\n", false, 0, "", ""},
+      {"sent", "Status=S\n", true, 1, search + "|MRDl 7 #20000000'key'", ""},
+      {"unreadable", "what?\n", true, 1, "", "stored unsettled"}};
+  for (auto const& row : rows) {
+    SCOPED_TRACE(row.name);
+    MailingPage page("mode=admin");
+    std::filesystem::create_directories(page.folder / "FM");
+    std::filesystem::create_directories(page.folder / "FM.outbox");
+    page.folder.Write("FM.outbox/msg12", row.entry);
+    if (row.isStored) page.folder.Write("FM/msg12", "the message\n.\n");
+    page.numbers[kPLXDatabase_GetResultCount] = row.results;
+    page.fieldValue = 3;
+    EXPECT_EQ(page.Process(), "done");
+    std::string const changes = page.Changes();
+    if (row.changes.empty()) {
+      EXPECT_EQ(changes, "|MSEc 7 ''") << "only the list";
+    } else {
+      EXPECT_THAT(changes, testing::StartsWith(row.changes));
+    }
+    bool const isStored = std::filesystem::exists(page.folder / "FM/msg12");
+    bool const isUnsettled = std::filesystem::exists(page.folder / "FM.outbox/msg12");
+    EXPECT_EQ(std::string(isStored ? "stored " : "") + (isUnsettled ? "unsettled" : ""), row.left);
+    EXPECT_EQ(page.folder.Read("FM/msg12"), isStored ? "the message\n.\n" : "");
+  }
+}
+
 TEST(SendMailActionDeathTest, TakesTwoRecordsOfAMessageForAFault) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MailingPage page;

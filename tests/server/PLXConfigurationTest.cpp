@@ -71,6 +71,7 @@ security-headers = [
   "Content-Security-Policy: img-src 'self', https://a#b",
 ]
 trace = yes
+core-dumps = on
 log-bytes = 4096
 log-files = 1
 
@@ -85,6 +86,8 @@ downloads = ["/attachments/", "/a/b/"]
 path = "/mail/"
 site = "demo"
 login = true
+foreign-posts = true
+headers = ["Content-Security-Policy:  default-src 'self'; img-src https://a ", "X-Frame-Options:"]
 [site.other]
 hosts = other.example.org
 root = sites/other
@@ -112,6 +115,7 @@ root = sites/other
   EXPECT_THAT(read.securityHeaders,
               ElementsAre("X-Frame-Options: DENY", "Content-Security-Policy: img-src 'self', https://a#b"));
   EXPECT_TRUE(read.trace);
+  EXPECT_TRUE(read.coreDumps);
   EXPECT_EQ(read.logBytes, 4096u);
   EXPECT_EQ(read.logFiles, 1u);
 
@@ -126,10 +130,29 @@ root = sites/other
   ASSERT_EQ(demo.regions.size(), 2u);
   EXPECT_EQ(demo.regions[0].name, "mail");
   EXPECT_TRUE(demo.regions[0].requiresLogin);
+  EXPECT_TRUE(demo.regions[0].takesForeignPosts);
+  EXPECT_THAT(demo.regions[0].headers,
+              ElementsAre(testing::Pair("Content-Security-Policy", "default-src 'self'; img-src https://a"),
+                          testing::Pair("X-Frame-Options", "")));
   EXPECT_EQ(demo.regions[1].name, "main");
   EXPECT_EQ(demo.regions[1].path, "/");
   EXPECT_FALSE(demo.regions[1].requiresLogin);
   EXPECT_THAT(read.sites[1].hosts, ElementsAre("other.example.org"));
+}
+
+TEST_F(PLXConfigurationFile, TakesUnitsAndWordsOfAnyCaseAndWhatAnEngineNeeds) {
+  PLXConfiguration const read = Load(
+      "listen = \"localhost:80\"\nheader-bytes = 2k\nbody-bytes=1g\ntrace = OFF\nrecords-source = "
+      "\"Driver=X\"\n"
+      "records-user = u\nrecords-password = 'p w'\n[site.demo]\nhosts = [\"a_b\", \"a_b\"]\nroot = "
+      "\"sites/demo\"\n",
+      {"proxies=::1 , 127.0.0.1 "});
+  EXPECT_THAT(problems, IsEmpty());
+  EXPECT_EQ(read.limits.headerBytes, 2048u);
+  EXPECT_EQ(read.limits.bodyBytes, 1u << 30);
+  EXPECT_FALSE(read.trace);
+  EXPECT_EQ(read.recordsSource + '|' + read.recordsUser + '|' + read.recordsPassword, "Driver=X|u|p w");
+  EXPECT_THAT(read.sites.front().hosts, ElementsAre("a_b"));
 }
 
 TEST_F(PLXConfigurationFile, MeansTheSameWhenEveryDefaultIsWrittenOut) {
@@ -175,7 +198,7 @@ TEST_F(PLXConfigurationFile, SaysWhatIsWrongWhereAndWhatToDo) {
   struct Row {
     char const* why;
     std::string text;
-    char const* message;  // the only one
+    std::string message;  // the only one
   };
   Row const rows[] = {
       {"two letters swapped", "\n\npage-thraeds = 3" + kSite,
@@ -189,6 +212,18 @@ TEST_F(PLXConfigurationFile, SaysWhatIsWrongWhereAndWhatToDo) {
        "section."},
       {"a key of a site above it", "root = \"sites/demo\"" + kSite,
        "plxserver.conf:1: unknown key \"root\". It belongs in a section [site.NAME]."},
+      {"a key of a region like no other", kSite + "[region.r]\nsite=\"demo\"\npath=\"/r/\"\ncolour=red",
+       "plxserver.conf:8: unknown key \"colour\". Here one can write site, path, login, foreign-posts and "
+       "headers."},
+      {"text where seconds belong", "stop-time = soon" + kSite,
+       "plxserver.conf:1: \"stop-time\" cannot be \"soon\". Write a whole number of seconds from 0 to 3600."},
+      {"a list where a text belongs", "state = [\"a\", \"b\"]" + kSite,
+       "plxserver.conf:1: \"state\" cannot be a list. Write a text."},
+      {"a site that nobody calls", "[site.demo]\nhosts = []\nroot = \"sites/demo\"",
+       "plxserver.conf:2: the site has no host name. Write at least one, such as \"localhost\"."},
+      {"a long line, cut between its characters", std::string(79, 'x') + "\xC3\xA4y" + kSite,
+       "plxserver.conf:1: \"" + std::string(79, 'x') +
+           "...\" is neither a key with a value nor a section nor a comment. Write key = value."},
       {"text where a number belongs", "page-threads = many" + kSite,
        "plxserver.conf:1: \"page-threads\" cannot be \"many\". Write a whole number from 1 to 1024."},
       {"a number with something behind", "page-threads = 16x" + kSite,
@@ -231,6 +266,10 @@ TEST_F(PLXConfigurationFile, SaysWhatIsWrongWhereAndWhatToDo) {
       {"a header without value", "security-headers = [\"X-Frame-Options:\"]" + kSite,
        "plxserver.conf:1: \"X-Frame-Options:\" is no header line. Write \"Name: value\", such as "
        "\"X-Frame-Options: "
+       "DENY\"."},
+      {"a region's header without colon",
+       kSite + "[region.r]\nsite = \"demo\"\npath = \"/r/\"\nheaders = [\"X\"]",
+       "plxserver.conf:8: \"X\" is no header line. Write \"Name: value\", such as \"X-Frame-Options: "
        "DENY\"."},
       {"a header that frames the message", "security-headers = [\"Content-Length: 3\"]" + kSite,
        "plxserver.conf:1: the header \"Content-Length\" is the server's own. Remove it."},
@@ -321,7 +360,7 @@ TEST_F(PLXConfigurationFile, SaysWhatIsWrongWhereAndWhatToDo) {
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     Load(row.text);
-    EXPECT_THAT(problems, ElementsAre(std::string(row.message)));
+    EXPECT_THAT(problems, ElementsAre(row.message));
   }
 }
 

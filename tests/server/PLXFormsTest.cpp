@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "PLXForms.h"
+#include "PLXHTTPMessage.h"
+#include "TemporaryFolder.h"
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
@@ -88,6 +90,19 @@ TEST(PLXFormsMultipart, ReadsWhatBrowsersSend) {
       {"names in any case",
        "--b\r\nX: y\r\nCONTENT-DISPOSITION: form-data; NAME=a\r\n\r\n1\r\n--b--",
        {{"a", "1"}}},
+      {"a parameter without a value", Part("x; name=a", "1") + "--b--", {{"a", "1"}}},
+      {"words without an equals sign behind the name", Part("name=a; x", "1") + "--b--", {{"a", "1"}}},
+      {"a quote that is not closed", Part("name=\"a;b", "1") + "--b--", {{"a;b", "1"}}},
+      {"a backslash at the end of it", Part("name=\"a\\", "1") + "--b--", {{"a\\", "1"}}},
+      {"this folder is no file name", Part("name=f; filename=\".\"", "") + "--b--", {{"f", ""}}},
+      {"a plain name before an extended one",
+       Part("name=f; filename=x; filename*=UTF-8''y", "") + "--b--",
+       {{"f", "x"}}},
+      {"header lines that end in LF",
+       "--b\r\nX: y\nContent-Disposition: form-data; name=a\n\r\n\r\n1\r\n--b--",
+       {{"a", "1"}}},
+      {"DEL in a name", Part("name=\"a\x7F\"", "1") + "--b--", {{"a", "1"}}},
+      {"a preamble that begins like the boundary", "--bx\r\n" + Part("name=a", "1") + "--b--", {{"a", "1"}}},
       {"a part without name is left out",
        Part("x=y", "1") + "--b\r\n\r\nfree\r\n" + Part("name=a", "2") + "--b--",
        {{"a", "2"}}},
@@ -105,6 +120,7 @@ TEST(PLXFormsMultipart, GivesNoneForEveryCutOfAGoodForm) {
     EXPECT_FALSE(ParseMultipart(body.substr(0, length), "multipart/form-data; boundary=b", 10));
   }
   EXPECT_TRUE(ParseMultipart(body, "multipart/form-data; boundary=\"b\"; charset=x", 10));
+  EXPECT_TRUE(ParseMultipart(body, "multipart/form-data; charset=x; boundary=b", 10));
 }
 
 TEST(PLXFormsMultipart, GivesNoneForWhatItCannotDivide) {
@@ -147,6 +163,7 @@ TEST(PLXFormsCookies, ReadsNamesAndValues) {
        "a=\"1\"; b=\"; c=x\"y",
        {{"a", "1"}, {"b", "\""}, {"c", "x\"y"}}},
       {"equals signs and escapes stay", "a=b=c%20", {{"a", "b=c%20"}}},
+      {"one quote alone stays", "a=\"b; c=d\"", {{"a", "\"b"}, {"c", "d\""}}},
       {"no name or no equals sign is no cookie", "=1; x; a=", {{"a", ""}}},
   };
   for (Row const& row : rows) {
@@ -168,8 +185,11 @@ TEST(PLXFormsBasic, ReadsUserAndPassword) {
       {"a colon in the password", "Basic YTpiOmM=", Login{"a", "b:c"}},
       {"both empty", "Basic Og==", Login{"", ""}},
       {"padding left off", "Basic Og", Login{"", ""}},
+      {"every kind of digit", "Basic YTA5elo6Pj4+Pz8/fn5+b78=", Login{"a09zZ", ">>>???~~~o\xBF"}},
+      {"characters beside the digits", "Basic Og=[", std::nullopt},
       {"no colon", "Basic YWI=", std::nullopt},
       {"no Base64", "Basic a:b!", std::nullopt},
+      {"letters behind the alphabet", "Basic YT{i", std::nullopt},
       {"padding inside", "Basic YT=pi", std::nullopt},
       {"too much padding", "Basic Og===", std::nullopt},
       {"a digit alone", "Basic YTpiO", std::nullopt},
@@ -222,5 +242,91 @@ TEST(PLXFormsPath, NormalizesAsRFC3986) {
     SCOPED_TRACE(row.path);
     EXPECT_EQ(NormalizePath(row.path), row.normal);
     EXPECT_EQ(NormalizePath(row.normal), row.normal);
+  }
+}
+
+TEST(PLXFormsBody, IsReadOrRefusedWithItsStatus) {
+  TemporaryFolder const folder;
+  std::string const form = Part("name=a", "1") + Part("name=b", "2") + "--b--";
+  std::string const multipart = "multipart/form-data; boundary=b";
+  struct Row {
+    char const* why;
+    std::string type, text;
+    int status;
+    std::size_t fields;
+  };
+  Row const rows[] = {{"as many fields as there may be", multipart, form, 0, 2},
+                      {"the other kind", "Application/X-WWW-Form-URLEncoded; x=y", "a=1&b=2", 0, 2},
+                      {"no form", "text/plain", "a=1&b=2&c=3", 0, 0},
+                      {"nothing", multipart, "", 0, 0},
+                      {"too many parts", multipart, Part("name=c", "") + form, 413, 0},
+                      {"too many arguments", "application/x-www-form-urlencoded", "a&b&c", 413, 0},
+                      {"a form that is cut", multipart, form.substr(0, form.size() - 1), 400, 0}};
+  for (Row const& row : rows) {
+    for (std::size_t const inMemory : {std::size_t{0}, row.text.size()}) {
+      SCOPED_TRACE(row.why);
+      PLXRequestBody body(folder.Path(), inMemory);
+      ASSERT_TRUE(body.Append(row.text));
+      PLXRequest request;
+      request.headers = {{"Content-Type", row.type}};
+      EXPECT_EQ(ReadForm(body, 2, request).status, row.status);
+      EXPECT_EQ(request.postArguments.size(), row.fields);
+    }
+  }
+}
+
+TEST(PLXFormsBody, ThatCannotBeKeptIsAnErrorOfTheServer) {
+  std::filesystem::path const nowhere = "/nowhere/at/all";
+  std::string const head = "POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 3\r\n\r\n";
+  PLXRequestParser parser;
+  PLXRequest request;
+  PLXHTTPProblem problem;
+  ASSERT_EQ(parser.FindHead(head, 1000, problem), head.size());
+  parser.PutHead(head, 10, request, problem);
+  PLXRequestBody body(nowhere, 2);
+  parser.PutBody("abc", body, problem);
+  EXPECT_EQ(problem.status, 500);
+}
+
+TEST(PLXHTTPHead, IsRefusedWhereItIsNotClear) {
+  std::string const longLine = "X: " + std::string(200, 'x') + "\r\n";
+  struct Row {
+    char const* why;
+    std::string target;
+    std::string headers;
+    int status;
+  };
+  Row const rows[] = {
+      {"a path", "/a", "", 0},
+      {"all that a name of a host may have", "/", "Host: A-z.0_~%!$&'()*+,;=:[]\r\n", 0},
+      {"an address of this server", "HTTPS://h", "", 0},
+      {"a header that is too long, and whole", "/", longLine, 431},
+      {"a fragment", "/a#b", "", 400},
+      {"no target", "", "", 400},
+      {"a host that is none", "http://h<x>/", "", 400},
+      {"an address without host", "http:///a", "", 400},
+      {"a user in the address", "http://u@h/", "", 400},
+      {"another scheme", "ftp://h/", "", 400},
+      {"something else", "a", "", 400},
+      {"a broken escape", "/%4", "", 400},
+      {"a control character in an escape", "/%7F", "", 400},
+      {"too many arguments", "/?a&b&c", "", 400},
+      {"a transfer coding twice", "/", "Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n", 400},
+      {"a header without name", "/", ": x\r\n", 400},
+      {"DEL in a header", "/", "X: \x7F\r\n", 400},
+      {"a folded line", "/", "\tX: y\r\n", 400},
+      {"credentials that are none, and two", "/",
+       "Authorization: x\r\nAuthorization: Basic YTpi\r\nAuthorization: Basic Yzpk\r\n", 0}};
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.why);
+    std::string const host = row.headers.starts_with("Host") ? "" : "Host: h\r\n";
+    std::string const text = "GET " + row.target + " HTTP/1.1\r\n" + host + row.headers + "\r\n";
+    PLXRequestParser parser;
+    PLXRequest request;
+    PLXHTTPProblem problem;
+    std::size_t const head = parser.FindHead(text, 200, problem);
+    if (head > 0) parser.PutHead(text.substr(0, head), 2, request, problem);
+    EXPECT_EQ(problem.status, row.status);
+    EXPECT_EQ(request.user, row.status == 0 && request.hasCredentials ? "a" : "");
   }
 }

@@ -68,7 +68,7 @@ class FakeHandler : public PLXRequestHandler {
   PLXResponse Answer(PLXRequest& request_io, std::shared_ptr<void> const&) override {
     PLXResponse response;
     if (request_io.path == "/throw") throw std::runtime_error("on purpose");
-    if (request_io.path == "/block") WaitForRelease();
+    if (request_io.path.starts_with("/block")) WaitForRelease();
     if (request_io.path == "/status") response.status = std::stoi(request_io.pathArguments.at(0).value);
     if (request_io.path == "/headers") response.headers = headers;
     response.body = request_io.method + ' ' + request_io.path + " query " + Joined(request_io.pathArguments) +
@@ -83,6 +83,11 @@ class FakeHandler : public PLXRequestHandler {
     std::lock_guard const lock(myMutex);
     myFinished.push_back(request_i.path + ' ' + std::to_string(response_i.status) + ' ' +
                          std::to_string(bytesSent_i));
+  }
+
+  void GivenUp(PLXRequest const& request_i) override {
+    std::lock_guard const lock(myMutex);
+    myFinished.push_back(request_i.path + " given up");
   }
 
   PLXResponse ErrorAnswer(int status_i, std::string const& sentence_i) override {
@@ -322,10 +327,36 @@ TEST_F(PLXListenerTest, RefusesWhatTwoReadersCouldTakeDifferently) {
       {"a signed length", post + "Content-Length: +5\r\n\r\nhello", 400},
       {"a length beyond all numbers", post + "Content-Length: 99999999999999999999\r\n\r\n", 400},
       {"a coding we do not undo", post + "Transfer-Encoding: gzip, chunked\r\n\r\n", 400},
+      {"a length in C", post + "Content-Length: 0x5\r\n\r\nhello", 400},
+      {"a length of nothing", post + "Content-Length: \r\n\r\n", 400},
+      {"a length of two", post + "Content-Length: 5 5\r\n\r\nhello", 400},
+      {"a coding in quotes", post + "Transfer-Encoding: \"chunked\"\r\n\r\n0\r\n\r\n", 400},
+      {"a coding with a parameter", post + "Transfer-Encoding: chunked;q=1\r\n\r\n0\r\n\r\n", 400},
+      {"a coding behind a comma", post + "Transfer-Encoding: ,chunked\r\n\r\n0\r\n\r\n", 400},
+      {"a coding behind a byte that some take for a blank",
+       post + "Transfer-Encoding: \xa0"
+              "chunked\r\n\r\n0\r\n\r\n",
+       400},
+      {"no coding", post + "Transfer-Encoding: identity\r\nContent-Length: 5\r\n\r\nhello", 400},
       {"a coding that hides the length", post + "Transfer-Encoding: xchunked\r\n\r\n", 400},
       {"chunks twice", post + "Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n\r\n", 400},
       {"chunks in 1.0", "POST /page HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400},
       {"a chunk size that is none", post + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n", 400},
+      {"a chunk size with a sign", post + "Transfer-Encoding: chunked\r\n\r\n+1\r\na\r\n0\r\n\r\n", 400},
+      {"a chunk size in C", post + "Transfer-Encoding: chunked\r\n\r\n0x1\r\na\r\n0\r\n\r\n", 400},
+      {"a chunk size with a blank", post + "Transfer-Encoding: chunked\r\n\r\n1 \r\na\r\n0\r\n\r\n", 400},
+      {"a chunk size beyond all numbers",
+       post + "Transfer-Encoding: chunked\r\n\r\n10000000000000001\r\na\r\n0\r\n\r\n", 400},
+      {"a chunk line of a line feed", post + "Transfer-Encoding: chunked\r\n\r\n1\na\r\n0\r\n\r\n", 400},
+      {"chunk data ended by a line feed", post + "Transfer-Encoding: chunked\r\n\r\n1\r\na\n0\r\n\r\n", 400},
+      {"a line feed in an extension", post + "Transfer-Encoding: chunked\r\n\r\n1;x\ny\r\na\r\n0\r\n\r\n",
+       400},
+      {"a line feed in quotes there", post + "Transfer-Encoding: chunked\r\n\r\n1;x=\"\n\"\r\na\r\n0\r\n\r\n",
+       400},
+      {"and in the last chunk's", post + "Transfer-Encoding: chunked\r\n\r\n0;x=\"\n\"\r\n\r\n", 400},
+      {"a length in the trailer", post + "Transfer-Encoding: chunked\r\n\r\n0\r\nContent-Length: 9\r\n\r\n",
+       400},
+      {"a line feed in the trailer", post + "Transfer-Encoding: chunked\r\n\r\n0\r\nX: y\nZ: w\r\n\r\n", 400},
       {"a chunk longer than it says", post + "Transfer-Encoding: chunked\r\n\r\n1\r\nab\r\n0\r\n\r\n", 400},
       {"a bare line feed", "GET /page HTTP/1.1\nHost: h\n\n", 400},
       {"a bare line feed in the middle", "GET /page HTTP/1.1\r\nHost: h\nX: y\r\n\r\n", 400},
@@ -538,6 +569,23 @@ TEST_F(PLXListenerTest, TurnsPagesAwayWhenTheHouseIsFull) {
   EXPECT_EQ(Ask(Get("/page")).status, 200);
 }
 
+TEST_F(PLXListenerTest, LeavesThreadsToOtherPages) {
+  myLimits.pageThreads = 4;
+  myLimits.waitingPages = 4;
+  Start();
+  std::vector<std::unique_ptr<RawClient>> visitors;
+  for (int n = 0; n < 8; ++n) {
+    visitors.push_back(std::make_unique<RawClient>(Port()));
+    visitors.back()->Send(Get("/block?n=" + std::to_string(n)));
+  }
+  ASSERT_TRUE(Becomes([&] { return myHandler.Blocked() == 3 && myListener->Status().waitingPages == 3; }));
+  EXPECT_EQ(Ask(Get("/page")).status, 200) << "the fourth thread is for others";
+  myHandler.Release();
+  int served = 0;
+  for (auto& visitor : visitors) served += visitor->Receive().status == 200;
+  EXPECT_EQ(served, 6);
+}
+
 TEST_F(PLXListenerTest, NeverQueuesWhatAPageWaitsFor) {
   myLimits.waitingPages = 10;
   Start();
@@ -549,6 +597,34 @@ TEST_F(PLXListenerTest, NeverQueuesWhatAPageWaitsFor) {
   second.Send(Get("/block"));
   ASSERT_TRUE(Becomes([&] { return myHandler.Blocked() == 2; }));
   EXPECT_EQ(Ask(Get("/never")).status, 503);
+}
+
+TEST_F(PLXListenerTest, GivesUpPagesThatHang) {
+  myLimits.pageTime = 1s;
+  myLimits.pageThreads = 1;
+  myLimits.overduePages = 2;  // and half of them of one page
+  Start();
+  RawClient hanging(Port());
+  Answer const late = hanging.Ask(Get("/block?a=1"));
+  EXPECT_EQ(late.status, 504);
+  EXPECT_NE(late.body.find("given up"), late.body.npos);
+  EXPECT_EQ(hanging.Ask(Get("/page")).status, 200) << "another thread has taken the place";
+  EXPECT_EQ(myListener->Status().overduePages, 1u);
+  EXPECT_EQ(Ask(Get("/block?a=2")).status, 503) << "one page has lost what it may";
+  EXPECT_EQ(Ask(Get("/block/other")).status, 504);
+  EXPECT_EQ(Ask(Get("/page")).status, 200);
+  EXPECT_EQ(Ask(Get("/block/third")).status, 504);
+  EXPECT_EQ(myHandler.Blocked(), 3u);
+  EXPECT_EQ(Ask(Get("/page")).status, 503) << "it waited for a thread and never began";
+  EXPECT_EQ(Ask(Get("/admin")).status, 200);
+  EXPECT_EQ(Ask(Get("/now")).status, 200);
+
+  myHandler.Release();
+  EXPECT_TRUE(Becomes([&] { return myListener->Status().overduePages == 0; }));
+  EXPECT_EQ(Ask(Get("/block")).status, 200);
+  EXPECT_EQ(myListener->Status().busyPageThreads, 0u);
+  auto const lines = myHandler.FinishedLines();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "/block given up"), 1);
 }
 
 TEST_F(PLXListenerTest, LimitsConnections) {
@@ -774,6 +850,14 @@ TEST(PLXClientAddress, BelievesOnlyNamedProxies) {
       {"this machine by IPv6", "::1", {}, "::1", true},
       {"a local proxy that nobody named", "127.0.0.1", {{"X-Forwarded-For", "6.6.6.6"}}, "127.0.0.1", false},
       {"the same with another header", "127.0.0.1", {{"Forwarded", "for=127.0.0.1"}}, "127.0.0.1", false},
+      {"a local proxy that says for whom in no word", "127.0.0.1", {{"Via", "1.1 p"}}, "127.0.0.1", false},
+      {"or in another", "127.0.0.1", {{"X-Real-IP", "127.0.0.1"}}, "127.0.0.1", false},
+      {"or says only where to", "127.0.0.1", {{"X-Forwarded-Host", "h"}}, "127.0.0.1", false},
+      {"a proxy for this machine that says more",
+       "10.0.0.1",
+       {{"Via", "1.1 p"}, {"X-Forwarded-Proto", "https"}, {"X-Forwarded-For", "127.0.0.1"}},
+       "127.0.0.1",
+       true},
       {"a proxy on its own behalf", "10.0.0.1", {}, "10.0.0.1", true},
       {"a proxy for a stranger", "10.0.0.1", {{"X-Forwarded-For", "6.6.6.6"}}, "6.6.6.6", false},
       {"a proxy for this machine", "10.0.0.1", {{"X-Forwarded-For", "127.0.0.1"}}, "127.0.0.1", true},

@@ -282,7 +282,7 @@ TEST_F(PLXModuleHostCalls, RunActions) {
 
 TEST_F(PLXModuleHostCalls, TurnProblemsAndExceptionsIntoBoxes) {
   EXPECT_THAT(Rendered("a<plxProbe call=MSEI in='&lt;b&gt;no' in=mend>b"),
-              testing::StartsWith("a" + ProblemBox("<b>no", "mend")));
+              testing::StartsWith("a" + ProblemBox("<b>no", "mend", PLXProblemBoxPlace::kAbove)));
   EXPECT_EQ(Rendered("a<plxProbe do=return code=MGen>b"), "ab");
   EXPECT_THAT(Rendered("a<plxProbe do=throw>b"), HasSubstr("The module ended with an error of its own."));
   EXPECT_EQ(Called("call=MTPC n"), "0#2") << "the next event is not touched by it";

@@ -142,6 +142,15 @@ TEST_F(PLXPageText, PutsValuesIn) {
       {"plain in a parameter, and read by nobody", "<plxShow a='1&amp;&plxPath.url;2&PLXpost.name;' b=3>",
        "[a=1&&amp;&plxPost.name;' x='<plxShow>2<b>\"&';b=3;]"},
       {"plain in a bare parameter", "<plxShow a=x&plxPost.twice;y>", "[a=x1y;]"},
+      {"characters by number, one to four bytes of UTF-8",
+       "<plxShow a='&#65;&#xE9;&#8364;&#x1F600;&#xD800;&#x110000;&#9a;'>",
+       "[a=A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80&#xD800;&#x110000;&#9a;;]"},
+      {"signs that belong to no name", "&plxPost.a:b;&plxPost.a{b;&plxPost.a@b;&plxPost.\xE9;",
+       "&plxPost.a:b;&plxPost.a{b;&plxPost.a@b;&plxPost.\xE9;"},
+      {"form feeds are blanks", "<plxShow\fa=1\f>", "[a=1;]"},
+      {"numbers without digits", "<plxShow a='&#;&#x;&#xg;&#x{;'>", "[a=&#;&#x;&#xg;&#x{;;]"},
+      {"names that go on are others, signs behind a name are not", "<plxShow_x><plxShow-x><plxShow:>",
+       "<plxShow_x><plxShow-x>[:=;]"},
       {"a name with blanks", "&plxPost.first name;", "Ada"},
       {"arguments and cookies by their exact names", "&plxPost.NAME;|&plxCookie.session;|&plxCookie.Session;",
        "||s1"},
@@ -213,8 +222,9 @@ TEST_F(PLXPageText, ShowsAFaultInItsPlaceAndGoesOn) {
 TEST_F(PLXPageText, BoxesAProblemInPlaceOfTheOutput) {
   std::string const html = Rendered("a<plxFails>b<plxShow>");
   EXPECT_EQ(html, "a" + ProblemBox("It is <b>broken</b>.", "Mend it.") + "b[]");
-  EXPECT_EQ(Rendered("a<plxWarns>b"),
-            "a" + ProblemBox("It is <b>broken</b>.", "Mend it.") + "&plxPost.name;b")
+  EXPECT_EQ(
+      Rendered("a<plxWarns>b"),
+      "a" + ProblemBox("It is <b>broken</b>.", "Mend it.", PLXProblemBoxPlace::kAbove) + "&plxPost.name;b")
       << "what succeeded in spite of a problem has both to show";
   EXPECT_EQ(Rendered("<plxWrap><plxFails></plxWrap>"),
             "{" + ProblemBox("It is <b>broken</b>.", "Mend it.") + "}");

@@ -41,6 +41,7 @@ TEST(PLXSearchExpression, ReadsNamesOperatorsAndValuesAsTheyAreMeant) {
        "Brand or maker = 'x' AND android = 'y' ORDER BY or by ASC"},
       {"a name that begins like an order", "Order by whom = 'me'", "Order by whom = 'me'"},
       {"order alone", "ORDER BY Username", "ORDER BY Username ASC"},
+      {"letters beside the capitals", "a=1 ORDER BY {}~ desc", "a = '1' ORDER BY {}~ DESC"},
       {"only the last word is a direction", "ORDER BY Sort Desc ASC", "ORDER BY Sort Desc ASC"},
   };
   for (Row const& row : rows) {
@@ -75,6 +76,10 @@ TEST(PLXSearchExpression, TellsWhatIsWrongAndWhere) {
       {"an order of nothing, and half of one", "a=1 ORDER BY ", "no field after ORDER BY at character 14"},
       {"half an order", "a=1 ORDER x", "\"ORDER\" where AND, OR or ORDER BY belongs at character 5" + remedy},
       {"a join with nothing behind", "a='1' and ", "no condition after \"and\" at character 11"},
+      {"controls are shown as blanks", "a\x7F\tb", "no operator after \"a  b\" at character 5"},
+      {"a sign of digits alone is no number", "a=+.",
+       "neither a number nor a value in apostrophes, but \"+.\", at character 3"},
+      {"two points", "a=1.2.3", "neither a number nor a value in apostrophes, but \"1.2.3\", at character 3"},
       {"no field", "a=1 AND = '2'", "no field before the operator at character 9"},
       {"no value", "a <= ", "no value for \"a\" at character 6"},
       {"a sign of another language", "a=='1'",

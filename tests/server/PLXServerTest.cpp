@@ -11,6 +11,7 @@
 
 #include "PLXAdministration.h"
 #include "PLXForms.h"
+#include "PLXRequestOrigin.h"
 #include "PLXServer.h"
 #include "PLXServerPages.h"
 
@@ -66,6 +67,7 @@ class PLXServerRequests : public testing::Test {
   PLXServerRequests() {
     Write(root / "index.html", "home");
     Write(root / "page.html", "page &plxPath.q; end");
+    Write(root / "page.html~", "page &plxPath.q; end");
     Write(root / "data.txt", "0123456789");
     Write(root / "sub/index.plx", "sub");
     Write(root / "empty/note.txt", "x");
@@ -198,6 +200,7 @@ TEST_F(PLXServerRequests, FindsPageFileOrRefusalByPathAndMethod) {
       {"a folder without its slash keeps the query", "GET", "/sub?a=1&b=%20", Kind::kAnswer, 301, "Location",
        "/sub/?a=1&b=%20"},
       {"two slashes never become another host", "GET", "//sub", Kind::kAnswer, 301, "Location", "/sub/"},
+      {"what an editor left of a page is not shown", "GET", "/page.html~", Kind::kAnswer, 404, "", ""},
       {"a folder is not listed", "GET", "/empty/", Kind::kAnswer, 404, "", ""},
       {"nothing there", "GET", "/none.html", Kind::kAnswer, 404, "", ""},
       {"a file is no folder", "GET", "/page.html/", Kind::kAnswer, 404, "", ""},
@@ -405,6 +408,13 @@ TEST_F(PLXServerRequests, SlowsWhoAModuleRefuses) {
   EXPECT_THAT(later.response.body, Not(HasSubstr("in</"))) << "the page does not run";
   EXPECT_EQ(ask("/mail.html", "ada").Status(), 200) << "others at the address do not keep a known user out";
   EXPECT_EQ(ask("/mail.html", "e", "192.0.2.8").Status(), 200);
+  for (int address = 0; address < 20; ++address) {
+    ask("/mail-no.html", ("x" + std::to_string(address) + "' OR Username='ada").c_str(),
+        ("198.51.100." + std::to_string(address)).c_str());
+    ask("/mail.html", "x' OR Username='eve", ("198.51.100." + std::to_string(address)).c_str());
+  }
+  EXPECT_EQ(ask("/mail.html", "z' OR Username='ada", "203.0.113.1").Status(), 429)
+      << "names that a search could take for one user's count as one, and nobody clears them";
   EXPECT_EQ(Get("/mail-no.html").Status(), 401) << "no login, no attempt";
   server.reset();
   std::string const log = Read(configuration.state / "logs/server.log");
@@ -550,6 +560,143 @@ TEST_F(PLXServerRequests, ClosesTheAdministrationToAnAddressThatGuesses) {
   PLXRequest elsewhere = Administration("GET", "/plx-admin/");
   elsewhere.remoteAddress = "192.0.2.8";
   EXPECT_EQ(Ask(elsewhere).Status(), 200);
+}
+
+// What a page of another site makes a visitor's browser send.
+TEST_F(PLXServerRequests, TakesNoPostsThatActForAVisitorFromOtherSites) {
+  PLXSites const sites(configuration);
+  AddLogin(sites.FindRegion("demo/staff")->LoginsFile(), "bob", "pw");
+  using Headers = std::vector<PLXNameValue>;
+  struct Row {
+    char const* why;
+    Headers headers;
+    int openPage;    // nothing of the visitor's comes with it
+    int withCookie;  // or with a login that a module checks
+    int staffPage;   // with the region's login
+  };
+  Row const rows[] = {
+      {"no browser", {}, 200, 200, 200},
+      {"the browser vouches for it", {{"Sec-Fetch-Site", "same-origin"}}, 200, 200, 200},
+      {"typed by the user", {{"Sec-Fetch-Site", "none"}}, 200, 200, 200},
+      {"a sister host", {{"Sec-Fetch-Site", "same-site"}}, 200, 200, 403},
+      {"another site", {{"Sec-Fetch-Site", "cross-site"}}, 200, 403, 403},
+      {"a word that is not known", {{"Sec-Fetch-Site", "x"}}, 200, 403, 403},
+      {"the browser's word counts more than an origin",
+       {{"Sec-Fetch-Site", "cross-site"}, {"Origin", "http://demo.test:8080"}},
+       200,
+       403,
+       403},
+      {"own origin", {{"Origin", "http://demo.test:8080"}}, 200, 200, 200},
+      {"behind a proxy that has another Host", {{"Origin", "https://WWW.demo.test"}}, 200, 200, 200},
+      {"another site's origin", {{"Origin", "http://evil.test"}}, 200, 403, 403},
+      {"a neighbour site's", {{"Origin", "http://other.test:8080"}}, 200, 403, 403},
+      {"another server of this host", {{"Origin", "http://demo.test:9090"}}, 200, 403, 403},
+      {"one that begins alike", {{"Origin", "http://demo.test:8080.evil.test"}}, 200, 403, 403},
+      {"one that hides itself", {{"Origin", "null"}}, 200, 403, 403},
+      {"a referer alone says nothing", {{"Referer", "http://evil.test/"}}, 200, 200, 200},
+  };
+  auto const post = [&](char const* target_i, Headers const& headers_i, Headers const& more_i) {
+    PLXRequest request = Request("POST", target_i);
+    request.headers.insert(request.headers.end(), headers_i.begin(), headers_i.end());
+    request.headers.insert(request.headers.end(), more_i.begin(), more_i.end());
+    LogIn(request, "bob", "pw");
+    return Ask(request);
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.why);
+    EXPECT_EQ(post("/page.html", row.headers, {}).Status(), row.openPage);
+    EXPECT_EQ(post("/page.html", row.headers, {{"Cookie", "a=1"}}).Status(), row.withCookie);
+    EXPECT_EQ(post("/page.html", row.headers, {{"Authorization", "Basic x"}}).Status(), row.withCookie);
+    EXPECT_EQ(post("/staff/page.html", row.headers, {}).Status(), row.staffPage);
+  }
+  Headers const foreign = {{"Sec-Fetch-Site", "cross-site"}, {"Cookie", "a=1"}};
+  Outcome const refused = post("/page.html", foreign, {});
+  EXPECT_EQ(refused.kind, Kind::kAnswer) << "before the body is read";
+  EXPECT_THAT(refused.response.body, HasSubstr("by a page of another site"));
+  EXPECT_EQ(Get("/page.html").Status(), 200) << "a link from elsewhere is a link";
+
+  configuration.sites[0].regions[1].takesForeignPosts = true;
+  server.reset();
+  EXPECT_EQ(post("/page.html", foreign, {}).Status(), 200);
+  EXPECT_EQ(post("/staff/page.html", foreign, {}).Status(), 403) << "another region";
+}
+
+TEST_F(PLXServerRequests, LetsNoBrowserCallAnAction) {
+  std::vector<PLXNameValue> const rows[] = {{{"Sec-Fetch-Site", "cross-site"}},
+                                            {{"Sec-Fetch-Site", "same-origin"}},
+                                            {{"Origin", "http://evil.test"}},
+                                            {{"Origin", "null"}},
+                                            {{"Host", "demo.test:8080"}}};
+  for (auto const& headers : rows) {
+    SCOPED_TRACE(headers.front().value);
+    PLXRequest request = Request("POST", "/ProbeAction");
+    request.isFromThisMachine = true;
+    request.headers = headers;
+    EXPECT_EQ(Ask(request).Status(), headers.front().name == "Host" ? 200 : 403);
+  }
+}
+
+TEST_F(PLXServerRequests, KeepsPrivatePagesOutOfCachesFramesAndScripts) {
+  PLXSites const sites(configuration);
+  AddLogin(sites.FindRegion("demo/staff")->LoginsFile(), "bob", "pw");
+  Write(root / "cookie.html", "&plxCookie.a;");
+  Write(root / "user.html", "&plxCGI.remote_user;");
+  Write(root / "host.html", "&plxCGI.HTTP_HOST;");
+  Write(root / "module-cookie.html", "<plxProbe call=MGCk in=a out=32 quiet>");
+  Write(root / "sets-cookie.html", "<plxProbe call=MSRH in=Set-Cookie in=a quiet>");
+  Write(root / "mail.html", "<plxProbe call=MCGI in=AUTH_TYPE out=32 quiet>");
+  Write(root / "own.html",
+        "<plxProbe call=MCGI in=AUTH_TYPE out=32 quiet>"
+        "<plxProbe call=MSRH in=Content-Security-Policy in=own quiet>");
+  struct Row {
+    char const* target;
+    char const* cache;
+    char const* policy;  // how it begins
+    char const* opener;
+  };
+  Row const rows[] = {
+      {"/page.html", "", "", ""},
+      {"/host.html", "", "", ""},
+      {"/data.txt", "no-cache", "", ""},
+      {"/cookie.html", "no-store", "", ""},
+      {"/module-cookie.html", "no-store", "", ""},
+      {"/sets-cookie.html", "no-store", "", ""},
+      {"/user.html", "no-store", "", ""},
+      {"/mail.html", "no-store", "default-src 'self'; script-src 'none'", "same-origin"},
+      {"/own.html", "no-store", "own", "same-origin"},
+      {"/staff/page.html", "no-store", "", ""},
+      {"/staff/list.txt", "no-store", "", ""},
+      {"/none.html", "no-store", "default-src 'none'", ""},
+      {"/files/evil.html", "no-cache", "default-src 'none'; sandbox", ""},
+  };
+  auto const ask = [&](char const* target_i) {
+    PLXRequest request = Request("GET", target_i);
+    if (std::string_view(target_i).starts_with("/staff/")) LogIn(request, "bob", "pw");
+    return Ask(request).response;
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.target);
+    PLXResponse const response = ask(row.target);
+    EXPECT_EQ(HeaderOf(response, "Cache-Control"), row.cache);
+    EXPECT_THAT(HeaderOf(response, "Content-Security-Policy"), testing::StartsWith(row.policy));
+    EXPECT_EQ(HeaderOf(response, "Content-Security-Policy").empty(), *row.policy == '\0');
+    EXPECT_EQ(HeaderOf(response, "Cross-Origin-Opener-Policy"), row.opener);
+    EXPECT_EQ(HeaderOf(response, "Cross-Origin-Resource-Policy"), row.opener);
+    EXPECT_EQ(HeaderOf(response, "Referrer-Policy"), row.opener);
+  }
+
+  configuration.sites[0].regions[0].headers = {{"cache-control", "private"}};
+  configuration.sites[0].regions[1].headers = {{"Content-Security-Policy", "default-src *"},
+                                               {"X-Frame-Options", ""}};
+  server.reset();
+  EXPECT_EQ(HeaderOf(ask("/staff/list.txt"), "Cache-Control"), "private");
+  for (char const* const target : {"/page.html", "/mail.html", "/data.txt"}) {
+    SCOPED_TRACE(target);
+    EXPECT_EQ(HeaderOf(ask(target), "Content-Security-Policy"), "default-src *");
+    EXPECT_EQ(HeaderOf(ask(target), "X-Frame-Options"), "");
+  }
+  EXPECT_EQ(HeaderOf(ask("/own.html"), "Content-Security-Policy"), "own");
+  EXPECT_EQ(HeaderOf(ask("/staff/page.html"), "X-Frame-Options"), "SAMEORIGIN");
 }
 
 TEST(PLXAdministrationPosts, CountOnlyFromItsOwnPages) {

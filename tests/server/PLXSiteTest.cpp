@@ -239,6 +239,10 @@ TEST_F(PLXSiteFolder, TellsPagesByTheirEnding) {
     EXPECT_TRUE(Site().IsPage(name)) << name;
   for (char const* const name : {"a.txt", "html", ".html.txt", "a.html~", ""})
     EXPECT_FALSE(Site().IsPage(name)) << name;
+  for (char const* const name : {"a.html~", "A.PLX.BAK", "x.y/a.htm.orig", "a.html.~12~", "a.plx.old"})
+    EXPECT_TRUE(Site().IsCopyOfPage(name)) << name;
+  for (char const* const name : {"a.html", "a.txt.bak", "a~", "~", ".bak", "x.html.bak/y", ""})
+    EXPECT_FALSE(Site().IsCopyOfPage(name)) << name;
 }
 
 TEST(PLXSite, ResolvesALinkedRootOnce) {

@@ -54,10 +54,11 @@ struct MessageSource {
   std::string const& text;
   std::size_t position = 0;
   PLXUInt32 turn = 0;
+  PLXUInt32 longest = 8192;  // block
 
   static bool Read(void* buffer_o, PLXUInt32& byteCount_io, void* context_i) {
     auto& source = *static_cast<MessageSource*>(context_i);
-    std::size_t const size = std::min<std::size_t>(byteCount_io, source.turn++ * 977 % 8192 + 1);
+    std::size_t const size = std::min<std::size_t>(byteCount_io, source.turn++ * 977 % source.longest + 1);
     byteCount_io =
         static_cast<PLXUInt32>(source.text.copy(static_cast<char*>(buffer_o), size, source.position));
     source.position += byteCount_io;
@@ -95,13 +96,12 @@ inline MIMEOutcome ParseMultipart(std::string const& message_i, std::string cons
   return {result, Entries(list), Files(rules_i.folder)};
 }
 
-inline MIMEOutcome ParseMultipartStream(std::string const& message_i, std::string const& boundary_i,
+inline MIMEOutcome ParseMultipartStream(MessageSource source_io, std::string const& boundary_i,
                                         MIMERules const& rules_i) {
   PLXStringUtility::MessagePartList list;
-  MessageSource source{message_i};
   PLXTokenizedString const patterns(rules_i.patterns.c_str(), " ");
   bool const result = PLXStringUtility::ParseMultipartMessageStream(
-      MessageSource::Read, &source, Plx(boundary_i), 0, kPLXWholeLength, rules_i.folder.c_str(), patterns,
+      MessageSource::Read, &source_io, Plx(boundary_i), 0, kPLXWholeLength, rules_i.folder.c_str(), patterns,
       rules_i.maximumSize, rules_i.wantsResults ? &list : nullptr);
   return {result, Entries(list), Files(rules_i.folder)};
 }

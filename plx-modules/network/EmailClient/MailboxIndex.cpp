@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <sys/stat.h>
+#include <type_traits>
 
 #include "PLXStringID.h"
 
@@ -41,6 +42,7 @@ constexpr PLXUInt32 kOffset_From = 122;
 constexpr PLXUInt32 kOffset_Subject = 186;
 constexpr PLXUInt32 kLongestDate = 32;
 constexpr PLXUInt32 kLongestText = 64;
+constexpr PLXUInt32 kNowhere = 0xFFFFFFFF;  // an offset that no message file reaches
 
 typedef std::array<PLXUInt8, kRecordSize> Record;
 
@@ -52,6 +54,7 @@ T Get(PLXUInt8 const* record_i, PLXUInt32 offset_i) noexcept {
 }
 
 template <typename T>
+requires std::is_integral_v<T>
 void Put(Record& record_io, PLXUInt32 offset_i, T value_i) noexcept {
   std::memcpy(record_io.data() + offset_i, &value_i, sizeof value_i);
 }
@@ -67,6 +70,11 @@ bool IsWhole(PLXUInt8 const* record_i, PLXUInt32 messageFileSize_i) noexcept {
   PLXUInt32 const length = Get<PLXUInt32>(record_i, kOffset_TextLength);
   bool const isBlank = length == 0 && Get<PLXUInt32>(record_i, kOffset_Key) == 0;
   return !isBlank && offset <= messageFileSize_i && length <= messageFileSize_i - offset;
+}
+
+std::uint64_t TextEnd(PLXUInt8 const* record_i) noexcept {
+  return std::uint64_t{Get<PLXUInt32>(record_i, kOffset_TextOffset)} +
+         Get<PLXUInt32>(record_i, kOffset_TextLength);
 }
 
 // The record of a message that nothing is known of yet but its text.
@@ -183,14 +191,20 @@ EmailClient_Mailbox::Outcome EmailClient_Mailbox::AddLocked(PLXString const& tex
   PLXUInt32 const key = Get<PLXUInt32>(record.data(), kOffset_Key);
   auto const known = myNodes.find(key);
   bool const isNew = known == myNodes.end();
+  // Another mailbox may have given it its text back.
+  if (!isNew && !known->second.isWhole) known->second.isWhole = IsWholeNow(known->second.record, end);
   if (!isNew && known->second.isWhole) return Outcome::Duplicate;
   // A message whose text was lost gets it back in its old record.
   PLXUInt32 const index = isNew ? static_cast<PLXUInt32>(myLinks.size()) : known->second.record;
   if (text_i.GetLength() > PLXFile::kLongestFile - end || index >= PLXFile::kLongestFile / kRecordSize) {
     return Outcome::Full;
   }
-  if (!isNew) Put(record, kOffset_Children, myLinks[index].wanted);
-  if (!StoreText(end, text_i)) return Outcome::Unusable;
+  if (!isNew) {
+    for (unsigned side : {kSmaller, kLarger}) {
+      Put(record, kOffset_Children + side * 4, myLinks[index].wanted[side]);
+    }
+  }
+  if (!GiveUpTexts(end, end + text_i.GetLength()) || !StoreText(end, text_i)) return Outcome::Unusable;
   if (!StoreRecord(index, record.data())) {
     myMessages.SetSize(end);
     return Outcome::Unusable;
@@ -225,7 +239,9 @@ bool EmailClient_Mailbox::ReadRecords(PLXUInt32 first_i, PLXUInt32 end_i) {
       PLXUInt8 const* const bytes = block.data() + position;
       Links links{};
       std::memcpy(links.found, bytes + kOffset_Children, sizeof links.found);
-      PLXUInt32 const parent = Enter(Get<PLXUInt32>(bytes, kOffset_Key), links, IsWhole(bytes, textEnd));
+      bool const isWhole = IsWhole(bytes, textEnd);
+      if (!isWhole) myLost.emplace(TextEnd(bytes), record);
+      PLXUInt32 const parent = Enter(Get<PLXUInt32>(bytes, kOffset_Key), links, isWhole);
       if (parent < first_i && !WriteLinks(parent)) return false;
     }
   }
@@ -238,6 +254,7 @@ bool EmailClient_Mailbox::ReadRecords(PLXUInt32 first_i, PLXUInt32 end_i) {
 void EmailClient_Mailbox::Forget() {
   myLinks.clear();
   myNodes.clear();
+  myLost.clear();
 }
 
 // Enters the next record and returns the one that leads to it: itself for the first, and for one whose key is
@@ -266,6 +283,23 @@ bool EmailClient_Mailbox::WriteLinks(PLXUInt32 record_i) {
     PLXUInt32 const offset = record_i * kRecordSize + kOffset_Children + side * 4;
     if (myIndex.Write(offset, 4, &links.wanted[side]) != 4) return false;
     links.found[side] = links.wanted[side];
+  }
+  return true;
+}
+
+bool EmailClient_Mailbox::IsWholeNow(PLXUInt32 record_i, PLXUInt32 textEnd_i) {
+  Record record;
+  return myIndex.Read(record_i * kRecordSize, kRecordSize, record.data()) == kRecordSize &&
+         IsWhole(record.data(), textEnd_i);
+}
+
+// Before texts are written up to there: records whose texts were lost would take them for their own.
+bool EmailClient_Mailbox::GiveUpTexts(PLXUInt32 textEnd_i, PLXUInt32 newEnd_i) {
+  for (auto lost = myLost.begin(); lost != myLost.end() && lost->first <= newEnd_i;
+       lost = myLost.erase(lost)) {
+    PLXUInt32 const record = lost->second;
+    if (IsWholeNow(record, textEnd_i) || !IsWholeNow(record, newEnd_i)) continue;
+    if (myIndex.Write(record * kRecordSize + kOffset_TextOffset, 4, &kNowhere) != 4) return false;
   }
   return true;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <vector>
 
@@ -81,6 +82,8 @@ class EmailClient_Mailbox : public PLXObject {
   void Forget();
   PLXUInt32 Enter(PLXUInt32 key_i, Links const& links_i, bool isWhole_i);
   bool WriteLinks(PLXUInt32 record_i);
+  bool IsWholeNow(PLXUInt32 record_i, PLXUInt32 textEnd_i);
+  bool GiveUpTexts(PLXUInt32 textEnd_i, PLXUInt32 newEnd_i);
   bool StoreText(PLXUInt32 offset_i, PLXString const& text_i);
   bool StoreRecord(PLXUInt32 index_i, PLXUInt8 const* record_i);
   PLXUInt32 RecordCount();
@@ -91,6 +94,8 @@ class EmailClient_Mailbox : public PLXObject {
   // The index as far as adding has read it.
   std::vector<Links> myLinks;         // by record
   std::map<PLXUInt32, Node> myNodes;  // by key: the records of the tree
+  // Records whose texts the message file did not reach, by where these would end.
+  std::multimap<std::uint64_t, PLXUInt32> myLost;
 
   // Reading: a block of records, and how far it and all of it are read.
   std::vector<PLXUInt8> myBlock;

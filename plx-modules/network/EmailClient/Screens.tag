@@ -56,6 +56,14 @@ static bool EmailClient_LogIn(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 da
   return EmailClient_Decrypt(EmailClient_GetText(info_i, database_i, kEmailClientField_Password)) == password;
 }
 
+// A page of another site can hold a link that leads here. Browsers say so, and what such a link asks for is
+// shown and not saved. Posts of other sites are the server's business.
+static bool EmailClient_IsForeignLink(_PLXAPI_ModuleProcessingInfo* info_i) {
+  PLXString const method = EmailClient_GetCGI(info_i, "REQUEST_METHOD");
+  PLXString const source = EmailClient_GetCGI(info_i, "HTTP_SEC_FETCH_SITE");
+  return !(method == "POST") && source.IsNotEmpty() && !(source == "same-origin") && !(source == "none");
+}
+
 // A button of the form, else the link that was followed.
 static PLXUInt32 EmailClient_RunClient_GetAction(_PLXAPI_ModuleProcessingInfo* info_i) {
   PLXString link;
@@ -285,7 +293,7 @@ static PLXUInt32 EmailClient_RunClient(_PLXAPI_ModuleProcessingInfo* info_i, PLX
                                        PLXString& output_io) {
   if (!EmailClient_LogIn(info_i, database_i)) return EmailClient_Challenge(info_i);
   EmailClient_ActionEntry const entry = EmailClient_FindAction(EmailClient_RunClient_GetAction(info_i));
-  if (entry.save != nullptr) {
+  if (entry.save != nullptr && !EmailClient_IsForeignLink(info_i)) {
     PLXUInt32 const result = entry.save(info_i, database_i);
     if (result != 0) return result;
   }

@@ -42,15 +42,19 @@ static PLXString POP_GetBoundary(PLXString const& header_i) {
   return header_i.GetSubstring(start, end - start);
 }
 
-// Saves the attachments of a multipart message and leaves its body.
-static void POP_TakeParts(POP_Message& message_io, PLXString const& folder_i, PLXUInt32 maximumSize_i) {
+// Saves the attachments of a multipart message and leaves its body. False when one that was wanted is not
+// saved. A repeated message is one of which a run that did not get to its end may have saved some.
+static bool POP_TakeParts(POP_Message& message_io, PLXString const& folder_i, PLXUInt32 maximumSize_i,
+                          bool isRepeated_i) {
   PLXString const boundary = POP_GetBoundary(message_io.header);
-  if (boundary.IsEmpty()) return;
+  if (boundary.IsEmpty()) return true;
   PLXTokenizedString const everyName(".*", ",");
   PLXStringUtility::MessagePartList parts;
+  PLXStringUtility::FileStoring storing{.isRepeated = isRepeated_i};
   PLXStringUtility::ParseMultipartMessage_ReturnBody(message_io.text, boundary, 0,
                                                      message_io.text.GetLength(), folder_i, everyName,
-                                                     maximumSize_i, &parts, message_io.text);
+                                                     maximumSize_i, &parts, message_io.text, &storing);
+  return !storing.hasFailed;
 }
 
 // The value of the first line that begins with the name. A line that is folded goes on in others, which do

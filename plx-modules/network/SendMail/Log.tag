@@ -1,6 +1,14 @@
 #pragma once
 
-// The log of failed mail: its database, and the action by which send threads report outcomes.
+// The log of failed mail: its database, the action by which send threads report outcomes, and the outcomes
+// that nobody lived to report.
+
+#include <functional>
+#include <string_view>
+
+#include "PLXOutbox.h"
+#include "PLXStringUtility.h"
+#include "PLXTokenizedString.h"
 
 static constexpr char kSendMailSourceFile[] = "network/SendMail.tag";
 
@@ -140,15 +148,19 @@ class SendMail_Log {
   PLXUInt32 myDatabase = 0;
 };
 
-// ---- The action ----
+// ---- Outcomes ----
 
-// A field of the log and the post argument that reports it.
+// Where the arguments of a report come from. False for one that is not there.
+using SendMail_Report = std::function<bool(char const* name_i, PLXString& value_o)>;
+
+// A field of the log and the argument that reports it.
 struct SendMail_ReportedField {
   char const* argument;
   PLXString const& field;
 };
 
-static bool SendMail_SetReportedFields(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i) {
+static bool SendMail_SetReportedFields(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i,
+                                       SendMail_Report const& report_i) {
   SendMail_ReportedField const fields[] = {
       {"Status", kSendMailDatabaseField_Status}, {"SMTPServer", kSendMailDatabaseField_SMTPServer},
       {"From", kSendMailDatabaseField_From},     {"ReplyTo", kSendMailDatabaseField_ReplyTo},
@@ -157,7 +169,7 @@ static bool SendMail_SetReportedFields(_PLXAPI_ModuleProcessingInfo* info_i, PLX
       {"Info", kSendMailDatabaseField_Info}};
   for (SendMail_ReportedField const& row : fields) {
     PLXString value;
-    PLXGlueGetPostArgument(info_i, row.argument, 0, value, PLXString());
+    report_i(row.argument, value);
     if (PLXGlueDBSetLongTextFieldValue(info_i, database_i, row.field, value) != 0) return false;
   }
   return true;
@@ -172,14 +184,15 @@ static PLXNumber SendMail_GetMessageNumber(PLXString const& name_i) {
   return PLXNumber(digits);
 }
 
-static bool SendMail_UpdateRecord(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i) {
+static bool SendMail_UpdateRecord(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i,
+                                  SendMail_Report const& report_i) {
   if (PLXGlueDBMoveFirstRecord(info_i, database_i) != 0) {
     return SendMail_ReportDatabaseProblem(info_i, database_i, "move to the requested record in the &quot;");
   }
   PLXSInt32 const attempts =
       PLXGlueDBGetIntegerFieldValue(info_i, database_i, kSendMailDatabaseField_Attempts);
   if (PLXGlueDBSetIntegerFieldValue(info_i, database_i, kSendMailDatabaseField_Attempts, attempts + 1) != 0 ||
-      !SendMail_SetReportedFields(info_i, database_i)) {
+      !SendMail_SetReportedFields(info_i, database_i, report_i)) {
     return SendMail_ReportDatabaseProblem(info_i, database_i, "set the field values in the &quot;");
   }
   return PLXGlueDBUpdateRecord(info_i, database_i) == 0 ||
@@ -196,25 +209,26 @@ static bool SendMail_DeleteRecord(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt3
 }
 
 static bool SendMail_AddRecord(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i,
-                               PLXNumber const& number_i) {
+                               PLXNumber const& number_i, SendMail_Report const& report_i) {
   if (PLXGlueDBCreateRecord(info_i, database_i) != 0) {
     return SendMail_ReportDatabaseProblem(info_i, database_i, "create a record in the &quot;");
   }
   if (PLXGlueDBSetNumberFieldValue(info_i, database_i, kSendMailDatabaseField_MessageID, number_i) != 0 ||
       PLXGlueDBSetIntegerFieldValue(info_i, database_i, kSendMailDatabaseField_Attempts, 1) != 0 ||
-      !SendMail_SetReportedFields(info_i, database_i)) {
+      !SendMail_SetReportedFields(info_i, database_i, report_i)) {
     return SendMail_ReportDatabaseProblem(info_i, database_i, "set the field values in the &quot;");
   }
   return PLXGlueDBAddRecord(info_i, database_i) == 0 ||
          SendMail_ReportDatabaseProblem(info_i, database_i, "add a record to the &quot;");
 }
 
-static bool SendMail_RecordOutcome(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i) {
+static bool SendMail_RecordOutcome(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i,
+                                   SendMail_Report const& report_i) {
   PLXString name;
   PLXString status;
-  if (!PLXGlueGetPostArgument(info_i, "MessageID", 0, name, PLXString())) return true;
+  if (!report_i("MessageID", name)) return true;
   PLXNumber const number = SendMail_GetMessageNumber(name);
-  if (number.IsNull() || !PLXGlueGetPostArgument(info_i, "Status", 0, status, PLXString())) return true;
+  if (number.IsNull() || !report_i("Status", status)) return true;
   PLXString const condition =
       kSendMailDatabaseField_MessageID + " = '" + number.GetStringRepresentation() + "'";
   if (PLXGlueDBExecuteSearch(info_i, database_i, condition) != 0) {
@@ -224,14 +238,60 @@ static bool SendMail_RecordOutcome(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt
   PLX_ASSERT_STATE_IN(kSendMailSourceFile, resultsCount <= 1);
   if (resultsCount == 1) {
     return status == kSendMailStatus_Sent ? SendMail_DeleteRecord(info_i, database_i)
-                                          : SendMail_UpdateRecord(info_i, database_i);
+                                          : SendMail_UpdateRecord(info_i, database_i, report_i);
   }
-  return !(status == kSendMailStatus_Failed) || SendMail_AddRecord(info_i, database_i, number);
+  return !(status == kSendMailStatus_Failed) || SendMail_AddRecord(info_i, database_i, number, report_i);
+}
+
+// What a line of the outbox says of an argument: "name=value&...", both encoded as in a form.
+static bool SendMail_FindInOutcome(PLXTokenizedString const& outcome_i, char const* name_i,
+                                   PLXString& value_o) {
+  PLXString const start = PLXString(name_i) + "=";
+  for (PLXUInt32 index = 0; index < outcome_i.GetTokenCount(); ++index) {
+    PLXString const argument = outcome_i[index];
+    if (!argument.BeginsWith(start)) continue;
+    value_o =
+        PLXStringUtility::GetURLDecodedString(argument.GetSubstring(start.GetLength(), kPLXWholeLength));
+    return true;
+  }
+  return false;
+}
+
+// Messages whose server process ended before their outcome was recorded: puts them into the list, or takes
+// them off it when they are known to be sent.
+static void SendMail_SettleAbandoned(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i,
+                                     PLXString const& failedMailFolder_i) {
+  PLXFolderSpecification folder(failedMailFolder_i);
+  PLXOutbox(failedMailFolder_i).SettleAbandoned([&](PLXOutbox::Entry const& entry) {
+    PLXTokenizedString const outcome(entry.outcome, "&");
+    PLXFileSpecification file(folder, entry.name);
+    SendMail_Report const report = [&](char const* name, PLXString& value) {
+      if (std::string_view(name) != "MessageID") return SendMail_FindInOutcome(outcome, name, value);
+      value = entry.name;
+      return true;
+    };
+    PLXString status;
+    if (!report("Status", status)) return false;
+    if (status == kSendMailStatus_Failed && !file.Exists()) {
+      // The message itself was deleted by somebody who saw it in the list.
+      if (entry.message.IsEmpty()) return true;
+      // The first failure of a region has no folder yet.
+      if (!folder.Exists() && !folder.Create() && !folder.Exists()) return false;
+      if (!PLXFile::WriteWhole(file, entry.message, PLXFile::kKeepExistingFile)) return false;
+    }
+    if (!SendMail_RecordOutcome(info_i, database_i, report)) return false;
+    if (status == kSendMailStatus_Sent) file.Delete();
+    return true;
+  });
 }
 
 // What a send thread tells of a message: the log keeps those that failed, and forgets one that was sent.
 static PLXUInt32 ProcessSendMailAction(_PLXAPI_ModuleProcessingInfo* info_i) {
   SendMail_Log log(info_i);
-  return log.Open() && SendMail_RecordOutcome(info_i, log.GetDatabase()) ? kPLXResult_Success
-                                                                         : kNetworkResult_OperationFailed;
+  SendMail_Report const report = [&](char const* name, PLXString& value) {
+    return PLXGlueGetPostArgument(info_i, name, 0, value, PLXString());
+  };
+  return log.Open() && SendMail_RecordOutcome(info_i, log.GetDatabase(), report)
+             ? kPLXResult_Success
+             : kNetworkResult_OperationFailed;
 }

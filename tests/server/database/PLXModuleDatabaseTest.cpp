@@ -101,6 +101,9 @@ TEST_P(Records, ServeTheModulesWrappers) {
   EXPECT_EQ(PLXGlueDBClearSearchResults(event, log), 0u);
   EXPECT_EQ(PLXGlueDBSetTextFieldValue(event, log, "Number", "many"), kPLXResult_DatabaseValue);
   EXPECT_THAT(error(log), testing::HasSubstr("\"many\""));
+  EXPECT_EQ(PLXGlueDBSetLongTextFieldValue(event, log, "Message", PLXString("a\0b", 3)), 0u);
+  EXPECT_EQ(PLXGlueDBGetLongTextFieldValue(event, log, "Message"), PLXString("a b"))
+      << "what strangers send is kept";
   EXPECT_EQ(PLXGlueDBSetTextFieldValue(event, log, "none", "x"), kPLXResult_DatabaseNotFound);
   EXPECT_EQ(PLXGlueDBCreateRecord(event, log), 0u);
   EXPECT_EQ(PLXGlueDBSetTextFieldValue(event, log, "UIDL", "1"), 0u);

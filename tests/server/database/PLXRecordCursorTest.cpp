@@ -69,6 +69,9 @@ TEST_P(Records, DefinesDatabasesAndFields) {
   EXPECT_EQ(Failure([&] { log->DeleteField("PLXIDFIELD"); }), Kind::kName);
   again->AddField("id", kInteger);
   EXPECT_EQ(GetText(*again, "id"), "") << "a field that is added is unset";
+  PLXRecordCatalogue::NewField const fields[] = {{"first", kInteger}, {"second", kInteger}, {"First", kText}};
+  EXPECT_EQ(Failure([&] { again->AddFields(fields); }), Kind::kExists);
+  EXPECT_FALSE(again->HasField("second")) << "all or none";
   EXPECT_EQ(log->Fields().size(), 5u) << "looked at when it failed";
 }
 

@@ -1,0 +1,66 @@
+#include "PLXProcess.h"
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "PLXConfiguration.h"
+
+namespace {
+
+rlim_t ourCoreLimit = 0;  // that the process was started with
+
+bool MayOthers(std::filesystem::path const& path_i, mode_t bits_i) {
+  struct stat status {};
+  return !path_i.empty() && ::stat(path_i.c_str(), &status) == 0 && (status.st_mode & bits_i) != 0;
+}
+
+}  // namespace
+
+void KeepProcessToItself() {
+  ::umask(077);
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_CORE, &limit) == 0) {
+    ourCoreLimit = limit.rlim_cur;
+    limit.rlim_cur = 0;
+    ::setrlimit(RLIMIT_CORE, &limit);
+  }
+  // The limit does not count where the kernel hands core dumps to a program; this does, and it keeps other
+  // processes of the same user from reading the memory.
+#ifndef __SANITIZE_ADDRESS__  // which attaches to the process at its end, to look for leaks
+  ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+#endif
+  // A module that is made to start a program gains nothing by one that runs as another user.
+  ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+}
+
+void AllowCoreDumps() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_CORE, &limit) == 0) {
+    limit.rlim_cur = ourCoreLimit;
+    ::setrlimit(RLIMIT_CORE, &limit);
+  }
+  ::prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
+}
+
+std::vector<std::string> InstallationWarnings(PLXConfiguration const& configuration_i) {
+  std::vector<std::string> warnings;
+  if (::geteuid() == 0) {
+    warnings.emplace_back(
+        "This user is root. Serve as a user that owns nothing but the state folder, for a fault of the "
+        "server or a module would otherwise have the whole machine; packaging/plxserver.service does.");
+  }
+  if (MayOthers(configuration_i.state, S_IRWXG | S_IRWXO)) {
+    warnings.push_back(
+        configuration_i.state.string() +
+        ": others than its user may enter the state folder, which holds mail and logins. Take that "
+        "right away: chmod 700.");
+  }
+  if (!configuration_i.recordsPassword.empty() && MayOthers(configuration_i.file, S_IROTH)) {
+    warnings.push_back(
+        configuration_i.file.string() +
+        ": everybody may read this file, which holds a password. Take that right away: chmod o-r.");
+  }
+  return warnings;
+}

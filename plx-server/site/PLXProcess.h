@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct PLXConfiguration;
+
+// What this process asks of the kernel for itself. Passwords pass through its memory, and mail through its
+// files: the first must not end in a core dump or a debugger, the second must not be readable for others. To
+// be called at the start of main, before any file is made or thread started.
+void KeepProcessToItself();
+
+// Takes back that part of it that whoever looks for a fault needs: a crash leaves a core dump where the
+// limits that the process was started with allow one, and debuggers of the same user may attach.
+void AllowCoreDumps();
+
+// Sentences on what makes this installation weaker than it need be: a server of root, files that others may
+// read. Looks at the disk; empty when all is well.
+std::vector<std::string> InstallationWarnings(PLXConfiguration const& configuration_i);
