@@ -14,7 +14,8 @@
 // Status "S" before the file goes, a failure puts the message as it was now sent in the file's place.
 //
 // From Keep on the message is in the folder's outbox, and so is every outcome until the callback URL has
-// taken note of it. Whenever the process dies, the message is at its server, in the folder or in the outbox.
+// taken note of it. Whenever the process dies, the message is at its server, in the folder or in the outbox;
+// only one that the disk takes neither there nor here is in memory alone, and tried again until it is stored.
 class PLXEmailSendThread : public PLXThread {
  public:
   // Copies all fields.

@@ -101,6 +101,7 @@ class PLXNetworkingStream : public PLXObject {
   bool Connect(PLXIPAddress const& address_i, PLXUInt16 port_i) noexcept;
   bool Receive(PLXString& text_io, PLXString const& end_i);
   bool IsWithinLimits(PLXUInt32 received_i) noexcept;
+  void BreakOff() noexcept;
   void CrackResponse();
 
   int mySocket = -1;

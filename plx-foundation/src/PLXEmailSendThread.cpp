@@ -28,6 +28,7 @@ constexpr PLXUInt32 kServiceUnavailable = 503;
 constexpr PLXUInt32 kSuccessClass = 2;  // of a status
 constexpr int kReportAttempts = 5;
 constexpr std::chrono::milliseconds kFirstReportPause(1000);  // doubled each time
+constexpr std::chrono::seconds kHoldingPause(15);             // of a message that no disk takes
 constexpr PLXUInt32 kBreakOffInterval = 100;                  // milliseconds
 
 // What send threads share: the connections of their dialogues, and whether the module is about to go. Never
@@ -45,11 +46,11 @@ Shared& GetShared() {
   return *shared;
 }
 
-// Returns early when there is no time to lose any more.
-void Pause(std::chrono::milliseconds time_i) {
+// False, and at once, when the module is about to go.
+bool Pause(std::chrono::milliseconds time_i) {
   Shared& shared = GetShared();
   std::unique_lock lock(shared.mutex);
-  shared.leaving.wait_for(lock, time_i, [&] { return shared.isLeaving; });
+  return !shared.leaving.wait_for(lock, time_i, [&] { return shared.isLeaving; });
 }
 
 // The header lines that a stored message gets anew.
@@ -278,15 +279,24 @@ void PLXEmailSendThread::ReportSuccess(bool isWhole_i) {
   if (isTaken) myOutbox.Remove();
 }
 
-// A message that cannot be stored in the folder stays in the outbox if it is there.
+// A message that cannot be stored in the folder stays in the outbox if it is there. One that is in neither,
+// because no disk takes it, is held in memory and tried again until the module goes.
 void PLXEmailSendThread::ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i,
                                        PLXString const& error_i) {
   if (!HasFolder()) return;
   Arguments const failure = GetFailure(myFields, error_i);
   PLXString name = IsResend() ? myFields.messageID : myOutbox.GetName();
-  bool const isStored = StoreMessage(lines_i, isWhole_i, name);
-  if (isStored) myOutbox.SetOutcome(name, GetOutcome(failure));
-  if (Report(myFields.callbackURL, name, failure) && isStored) myOutbox.Remove();
+  bool isStored = false;
+  bool isTaken = false;
+  for (bool hasTime = true;;) {
+    isStored = isStored || StoreMessage(lines_i, isWhole_i, name);
+    if (isStored) myOutbox.SetOutcome(name, GetOutcome(failure));
+    isTaken = isTaken || Report(myFields.callbackURL, name, failure);
+    if (isStored && isTaken) myOutbox.Remove();
+    bool const isSafe = (isStored && isTaken) || IsResend() || myOutbox.GetName().IsNotEmpty();
+    if (isSafe || !hasTime) return;
+    hasTime = Pause(kHoldingPause);
+  }
 }
 
 bool PLXEmailSendThread::StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i,

@@ -193,7 +193,8 @@ bool PLXNetworkingStream::ReadResponse(PLXString const& end_i) {
 }
 
 // Appends everything up to the text's end, the peer's silence or its leaving. False when the connection
-// failed.
+// failed, after which nothing more is waited for: what the peer said last is lost, so it may be waiting
+// itself.
 bool PLXNetworkingStream::Receive(PLXString& text_io, PLXString const& end_i) {
   char buffer[kReceiveSize];
   for (;;) {
@@ -209,9 +210,15 @@ bool PLXNetworkingStream::Receive(PLXString& text_io, PLXString const& end_i) {
       if (end_i.IsNotEmpty() && text_io.EndsWith(end_i)) return true;
       if (Wait(mySocket, POLLIN, text_io.IsEmpty() ? kWithoutLimit : kSilence) != 1) return true;
     } else if (errno != EINTR) {
+      BreakOff();
       return false;
     }
   }
+}
+
+void PLXNetworkingStream::BreakOff() noexcept {
+  shutdown(mySocket, SHUT_RDWR);
+  myIsConnected = false;
 }
 
 void PLXNetworkingStream::SetAnswerLimits(PLXUInt32 longest_i, PLXUInt32 milliseconds_i) noexcept {
@@ -225,8 +232,7 @@ bool PLXNetworkingStream::IsWithinLimits(PLXUInt32 received_i) noexcept {
   myAnswerLength += std::min(received_i, kMaximumResponseLength - myAnswerLength);
   auto const time = myAnswerTime + std::chrono::seconds(myAnswerLength / kBytesPerSecond);
   if (myAnswerLength <= myLongestAnswer && now - myAnswerStart <= time) return true;
-  shutdown(mySocket, SHUT_RDWR);
-  myIsConnected = false;
+  BreakOff();
   return false;
 }
 

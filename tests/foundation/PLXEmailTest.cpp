@@ -383,6 +383,24 @@ TEST(PLXEmailFailures, AreReportedUntilSomebodyListens) {
   EXPECT_EQ(NamesIn(folder).size(), 1u);
 }
 
+TEST(PLXEmailFailures, AreHeldWhileNoDiskTakesThem) {
+  TemporaryFolder const folder;
+  ReportPeer report;
+  report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"));
+  PLXEmailFields fields = Fields("no.such.host.invalid");
+  fields.failedMailFolder = String(folder / "taken" / "FM");
+  fields.callbackURL = report.URL();
+  folder.Write("taken", "a file where the folder is to be");
+  auto* const thread = new PLXEmailSendThread(fields);
+  EXPECT_FALSE(thread->Keep());
+  ASSERT_TRUE(thread->Start());
+  report.Heard();
+  std::filesystem::remove(folder / "taken");
+  std::filesystem::create_directory(folder / "taken");
+  EXPECT_TRUE(PLXEmailSendThread::WaitUntilAllSent(10000));
+  EXPECT_EQ(NamesIn(folder / "taken" / "FM").size(), 1u);
+}
+
 // A stored message as it lies in its file.
 constexpr char kStored[] =
     "Subject: Old\nDate: long ago\nFrom: old@test.org\nTo: a@test.org,\n b@test.org\nCC: c@test.org\n"

@@ -181,6 +181,7 @@ TEST(PLXNetworkingStreamResponse, IsKeptAsFarAsItCameBeforeAReset) {
   auto const stream = Open(peer.Port());
   EXPECT_FALSE(stream->ReadResponse());
   EXPECT_EQ(stream->GetWholeResponse(), "250 half");
+  EXPECT_FALSE(stream->IsConnected()) << "what is asked now would be answered by nobody";
 }
 
 TEST(PLXNetworkingStreamResponse, SharesItsStorageWithWhoeverTakesItWhole) {

@@ -91,10 +91,9 @@ class Served(Server):
 
 class Scenario:
     PAGES, KINDS, RUNS = {}, ("fail", "kill", "short"), 200
-    MAILBOX = None  # of the worker
 
-    def __init__(self, mail, worker):
-        self.mail, self.user, self.mark = mail, f"u{worker}", ""
+    def __init__(self, mail, user):
+        self.mail, self.user, self.mark = mail, user, ""
 
     def prepare(self, server):
         for name, text in {**self.PAGES, "alive.html": "alive"}.items():
@@ -127,6 +126,12 @@ class Scenario:
             file = home / "Maildir" / "new" / f"{1700000000 + number}.M{number}.test"
             file.write_bytes(message)
             os.chown(file, owner.st_uid, owner.st_gid)
+
+    def mail_log(self):
+        """What the mail server noted of the mailbox's messages."""
+        lines = (self.mail.folder / "log" / "exim-mainlog").read_text(errors="replace").splitlines()
+        names = {word for line in lines if self.user + "@" in line for word in line.split()[2:3]}
+        return [line for line in lines if line.split()[2:3] and line.split()[2] in names]
 
     def mailbox_holds(self):
         """The messages at the mail server, once it has delivered what it took."""
@@ -207,7 +212,7 @@ class Sending(Scenario):
         server.acked["sent"] = answer is not None and answer.status == 200 and answer.text == "sent"
 
     def settle(self, server):
-        """Until the thread that sends has ended."""
+        """Until the thread that sends has ended, or holds what no disk takes."""
         until = time.monotonic() + 40
         while server.alive() and server.threads() > self.idle and time.monotonic() < until:
             time.sleep(0.02)
@@ -234,12 +239,15 @@ class Sending(Scenario):
         return [row for row in server.records("__PLXDB__SendMail_Log__") if row["Subject"] == self.mark]
 
     def check(self, server, killed):
+        if not killed:
+            self.settle(server)
         delivered, stored, listed = self.delivered(), self.stored(server), self.listed(server)
         places = f"{delivered} delivered, stored {stored}, listed {[row['Message ID'] for row in listed]}"
         assert delivered <= 1 and len(stored) <= 1 and len(listed) <= 1, "twice: " + places
         # A disk that takes no file, and a mail server that takes no message, leave the list to name it.
         if server.acked.get("sent"):
-            assert delivered or stored or (listed and not killed), "lost: " + places
+            assert delivered or stored or (listed and not killed), f"lost: {places}, {server.threads()} of {self.idle} threads, " \
+                f"mail server: {self.mail_log()}"
         for row in listed if killed else ():
             assert "msg" + row["Message ID"] in stored or delivered, "listed without its text: " + places
 

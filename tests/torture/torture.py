@@ -1,5 +1,6 @@
 """Breaks what the server stands on, one fault at a time, and checks what it left. Called by script/torture."""
 import argparse
+import itertools
 import os
 import queue
 import random
@@ -15,6 +16,8 @@ from scenarios import *
 
 
 KINDS = ("fail", "kill", "short")
+MAILBOXES = itertools.count()  # each fault has one of its own
+MAILBOX_COUNT = 20000
 
 
 class Bench:
@@ -25,11 +28,12 @@ class Bench:
         self.work.mkdir()
         self.template = self.work / "template"
         server = Served(self.template)
-        self.scenario("t").prepare(server)
+        self.scenario().prepare(server)
         equal(server.end(), 0, "the exit code after preparing")
 
-    def scenario(self, worker):
-        return SCENARIOS[self.name](self.mail, f"{self.name}{worker}")
+    def scenario(self):
+        # What a mail server still delivers of the last fault's message must not meet the next one's mailbox.
+        return SCENARIOS[self.name](self.mail, f"u{next(MAILBOXES)}")
 
     def act(self, scenario, server, fault):
         """The phase with the fault on; how many calls it met."""
@@ -53,7 +57,7 @@ class Bench:
     def count(self):
         """The calls of a run without a fault."""
         server = Served(self.work / "count", self.template)
-        scenario = self.scenario(0)
+        scenario = self.scenario()
         scenario.begin(server)
         _, counts = self.act(scenario, server, None)
         scenario.check(server, False)
@@ -70,11 +74,11 @@ class Bench:
         shutil.rmtree(folder, ignore_errors=True)
         if fault.startswith("short:"):
             with self.shortener.environment(fault.split(":")[1]) as (count, environment):
-                self.try_out(Served(folder, self.template, environment), self.scenario(worker), None, strict=True)
+                self.try_out(Served(folder, self.template, environment), self.scenario(), None, strict=True)
                 return count()
         # SQLite takes an interrupted fsync for a failed one, and the loader of programs an interrupted read.
         strict = "EINTR" in fault and "sync" not in fault and not issubclass(SCENARIOS[self.name], Command)
-        return self.try_out(Served(folder, self.template), self.scenario(worker), fault, strict)
+        return self.try_out(Served(folder, self.template), self.scenario(), fault, strict)
 
     def try_out(self, server, scenario, fault, strict):
         try:
@@ -140,8 +144,7 @@ def main():
     work = Path(tempfile.mkdtemp(prefix="plx-torture."))
     work.chmod(0o755)
     mail = MailServer()
-    (mail.folder / "users").write_text("".join(
-        f"{name}{worker}:secret\n" for name in [f"u{one}" for one in SCENARIOS] for worker in ["t", *range(arguments.jobs)]))
+    (mail.folder / "users").write_text("".join(f"u{number}:secret\n" for number in range(MAILBOX_COUNT)))
     failed = False
     try:
         shortener = Shortener(work)
