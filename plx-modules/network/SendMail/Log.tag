@@ -280,8 +280,7 @@ static void SendMail_SettleAbandoned(_PLXAPI_ModuleProcessingInfo* info_i, PLXUI
       if (!PLXFile::WriteWhole(file, entry.message, PLXFile::kKeepExistingFile)) return false;
     }
     if (!SendMail_RecordOutcome(info_i, database_i, report)) return false;
-    if (status == kSendMailStatus_Sent) file.Delete();
-    return true;
+    return !(status == kSendMailStatus_Sent) || file.Delete() || !file.Exists();
   });
 }
 
