@@ -301,7 +301,7 @@ void PLXEmailSendThread::ReportFailure(PLXTokenizedString const& lines_i, bool i
 bool PLXEmailSendThread::StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i,
                                       PLXString& name_io) const {
   PLXFolderSpecification folder(myFields.failedMailFolder);
-  if (!folder.Exists()) folder.Create();
+  folder.CreateIfMissing();
   PLXString content;
   PLXUInt32 const count = lines_i.GetTokenCount();
   for (PLXUInt32 index = 0; index < count; ++index) {

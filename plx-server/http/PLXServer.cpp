@@ -55,12 +55,6 @@ PLXLogOptions LogOptions(PLXConfiguration const& configuration_i, PLXServer::Use
   return options;
 }
 
-std::string_view Trimmed(std::string_view text_i) {
-  auto const first = text_i.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text_i.substr(first, text_i.find_last_not_of(" \t") - first + 1);
-}
-
 // The keys whose new value waits for the next start, for the log.
 std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration const& new_i) {
   PLXLimits const& a = old_i.limits;
@@ -108,17 +102,6 @@ std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration cons
 // ---- Generation
 // --------------------------------------------------------------------------------------------
 
-PLXServer::Generation::Generation(PLXConfiguration configuration_i) : sites(std::move(configuration_i)) {
-  for (std::string const& line : Configuration().securityHeaders) {
-    auto const colon = line.find(':');
-    if (colon == std::string::npos) continue;
-    PLXResponse probe;
-    std::string const name(Trimmed(std::string_view(line).substr(0, colon)));
-    std::string const value(Trimmed(std::string_view(line).substr(colon + 1)));
-    if (probe.SetHeader(name, value)) headers.push_back({name, value});
-  }
-}
-
 void PLXServer::Generation::AddHeaders(PLXResponse& response_io, PLXRegion const* region_i,
                                        Privacy privacy_i) const {
   struct Row {
@@ -155,7 +138,7 @@ void PLXServer::Generation::AddHeaders(PLXResponse& response_io, PLXRegion const
   for (Row const& row : kRows) {
     if (privacy_i >= row.least) add(row.name, row.value);
   }
-  for (PLXNameValue const& header : headers) add(header.name, header.value);
+  for (auto const& [name, value] : Configuration().securityHeaders) add(name, value);
 }
 
 // ---- Start and stop

@@ -8,6 +8,7 @@
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Pair;
 
 namespace {
 
@@ -113,7 +114,8 @@ root = sites/other
   EXPECT_EQ(read.limits.includeDepth, 2u);
   EXPECT_THAT(read.proxies, ElementsAre("127.0.0.1", "::1"));
   EXPECT_THAT(read.securityHeaders,
-              ElementsAre("X-Frame-Options: DENY", "Content-Security-Policy: img-src 'self', https://a#b"));
+              ElementsAre(Pair("X-Frame-Options", "DENY"),
+                          Pair("Content-Security-Policy", "img-src 'self', https://a#b")));
   EXPECT_TRUE(read.trace);
   EXPECT_TRUE(read.coreDumps);
   EXPECT_EQ(read.logBytes, 4096u);

@@ -93,7 +93,8 @@ class PLXServerRequests : public testing::Test {
     Write(other.root / "index.html", "other home");
     configuration.state = folder / "state";
     configuration.listenPort = 0;
-    configuration.securityHeaders = {"X-Content-Type-Options: nosniff", "X-Frame-Options: SAMEORIGIN"};
+    configuration.securityHeaders = {{"X-Content-Type-Options", "nosniff"},
+                                     {"X-Frame-Options", "SAMEORIGIN"}};
     configuration.modules = {PLX_PROBE_MODULE_FILE};
     configuration.sites = {site, other};
   }
