@@ -304,6 +304,44 @@ void PLXServer::Reload() {
 // ---- The command line's page
 // -----------------------------------------------------------------------------------
 
+PLXRequest PLXServer::CommandLineRequest(PLXSite const& site_i, std::uint16_t port_i,
+                                         std::string const& path_i) {
+  PLXRequest request;
+  request.method = "GET";
+  request.path = path_i;
+  request.target = EncodePath(path_i);
+  request.host = site_i.Configuration().hosts.front();
+  if (port_i != 80) request.host += ":" + std::to_string(port_i);
+  request.remoteAddress = request.peerAddress = request.serverAddress = "127.0.0.1";
+  request.serverPort = port_i;
+  request.isFromThisMachine = true;
+  return request;
+}
+
+PLXResponse PLXServer::RenderText(std::string text_i, std::string const& region_i,
+                                  std::vector<PLXNameValue> const& postArguments_i) {
+  auto const generation = Current();
+  PLXRegion const* const region = generation->sites.FindRegion(region_i);
+  if (!region) throw std::invalid_argument("There is no region \"" + region_i + "\".");
+  PLXConfiguration const& configuration = generation->Configuration();
+  PLXRequest request =
+      CommandLineRequest(region->Site(), configuration.listenPort, region->Path() + "command-line");
+  request.method = "POST";
+  request.postArguments = postArguments_i;
+  PLXResponse response;
+  PLXPageContext context{region->Site(),
+                         *region,
+                         request,
+                         response,
+                         region->Folder() / "command-line",
+                         request.target,
+                         {},
+                         configuration.trace,
+                         myRecords.get()};
+  response.body = RenderPage(*PLXPage::Parse(std::move(text_i), *myModules), *myModules, context);
+  return response;
+}
+
 PLXResponse PLXServer::Render(std::string const& path_i, std::vector<PLXNameValue> const& arguments_i,
                               std::string const& site_i) {
   auto plan = std::make_shared<Plan>();
@@ -317,21 +355,14 @@ PLXResponse PLXServer::Render(std::string const& path_i, std::vector<PLXNameValu
   }
   if (!plan->site) return ErrorPage(404, "There is no site named \"" + site_i + "\" in the configuration.");
 
-  PLXRequest request;
-  request.method = "GET";
-  request.path = path_i.starts_with('/') ? path_i : "/" + path_i;
-  request.target = EncodePath(request.path);
+  PLXRequest request = CommandLineRequest(*plan->site, configuration.listenPort,
+                                          path_i.starts_with('/') ? path_i : "/" + path_i);
   request.pathArguments = arguments_i;
   for (PLXNameValue const& argument : arguments_i) {
     request.query += request.query.empty() ? "" : "&";
     request.query += EncodeArgument(argument.name) + "=" + EncodeArgument(argument.value);
   }
   if (!request.query.empty()) request.target += "?" + request.query;
-  request.host = plan->site->Configuration().hosts.front();
-  if (configuration.listenPort != 80) request.host += ":" + std::to_string(configuration.listenPort);
-  request.remoteAddress = request.peerAddress = request.serverAddress = "127.0.0.1";
-  request.serverPort = configuration.listenPort;
-  request.isFromThisMachine = true;
 
   Privacy privacy = Privacy::kOpen;
   plan->region = &plan->site->RegionOf(request.path);
