@@ -295,6 +295,7 @@ TEST_F(PLXListenerTest, RefusesWhatTwoReadersCouldTakeDifferently) {
       {"too many arguments", Get("/page?a&b&c&d&e&f&g&h&i&j&k"), 400},
       {"too many fields", Post(kURLEncoded, "a&b&c&d&e&f&g&h&i&j&k"), 413},
       {"a form without end", Post(kMultipart, "--b\r\n"), 400},
+      {"a header without end", "GET /page HTTP/1.1\r\nHost: h\r\nX: " + std::string(20000, 'x'), 431},
       {"a long header", Get("/page", "X: " + std::string(20000, 'x') + "\r\n"), 431},
       {"a long address", Get('/' + std::string(20000, 'x')), 431},
       {"a body that is announced too long", post + "Content-Length: 100000000\r\n\r\n", 413},
