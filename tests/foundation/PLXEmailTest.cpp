@@ -16,9 +16,6 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-PLXString String(std::string const& text_i) { return {text_i.data(), static_cast<PLXUInt32>(text_i.size())}; }
-std::string Text(PLXString const& string_i) { return {string_i.GetCStringAccess(), string_i.GetLength()}; }
-
 // A mail server's part of the dialogue, up to a point.
 class MailPeer : public ScriptedPeer {
  public:
@@ -48,12 +45,12 @@ class ReportPeer : public ScriptedPeer {
     HearsThrough(lastArgument_i).Says("HTTP/1.0 " + status_i).Says("");
     return *this;
   }
-  PLXString URL() { return String("http://" + Address() + "/SendMail"); }
+  PLXString URL() { return Plx("http://" + Address() + "/SendMail"); }
 };
 
 PLXEmailFields Fields(std::string const& server_i) {
   PLXEmailFields fields;
-  fields.mailServer = String(server_i);
+  fields.mailServer = Plx(server_i);
   fields.from = "ada@test.org";
   fields.to = "bob@test.org";
   fields.message = "Hello";
@@ -64,7 +61,7 @@ PLXEmailFields Fields(std::string const& server_i) {
 void Send(PLXEmailFields const& fields_i) { PLXEmailSendThread(fields_i).RunHere(); }
 
 std::string Encoded(std::string const& text_i) {
-  return Text(PLXStringUtility::GetURLEncodedString(String(text_i), true));
+  return Std(PLXStringUtility::GetURLEncodedString(Plx(text_i), true));
 }
 
 // What a peer receives of a message with one recipient.
@@ -137,21 +134,21 @@ TEST(PLXEmailMessage, NoValueBeginsALineOfItsOwn) {
 
 TEST(PLXEmailMessage, FoldsLongListsOnly) {
   PLXString header;
-  AppendHeaderLine("To", String(std::string(990, 'x') + ",y,z"), header);
-  EXPECT_EQ(Text(header), "To: " + std::string(990, 'x') + ",y,z\r\n") << "998 characters";
+  AppendHeaderLine("To", Plx(std::string(990, 'x') + ",y,z"), header);
+  EXPECT_EQ(Std(header), "To: " + std::string(990, 'x') + ",y,z\r\n") << "998 characters";
   header.Empty();
-  AppendHeaderLine("To", String(std::string(990, 'x') + ",y,zz"), header);
-  EXPECT_EQ(Text(header), "To: " + std::string(990, 'x') + ",y,\r\n zz\r\n");
+  AppendHeaderLine("To", Plx(std::string(990, 'x') + ",y,zz"), header);
+  EXPECT_EQ(Std(header), "To: " + std::string(990, 'x') + ",y,\r\n zz\r\n");
   header.Empty();
-  AppendHeaderLine("Subject", String(std::string(1500, 'x') + " y"), header);
-  EXPECT_EQ(Text(header), "Subject: " + std::string(1500, 'x') + "\r\n y\r\n");
+  AppendHeaderLine("Subject", Plx(std::string(1500, 'x') + " y"), header);
+  EXPECT_EQ(Std(header), "Subject: " + std::string(1500, 'x') + "\r\n y\r\n");
 }
 
 TEST(PLXEmailAttachments, AreBase64PartsOrRawBytes) {
   MailPeer peer;
   peer.TakesMessage();
   PLXEmail email("", "");
-  email.SetMailServer(String(peer.Address()));
+  email.SetMailServer(Plx(peer.Address()));
   email.SetFrom("ada@test.org");
   email.AddTo(" \tbob@test.org\r\n");
   email.AddTo(" \r\n");
@@ -201,7 +198,7 @@ TEST(PLXEmailDialogue, ReadsRepliesInPieces) {
   peer.Hears("DATA").Says("354 go on").HearsThrough("\r\n.\r\n").Hears("QUIT").Says("250 taken");
   TemporaryFolder const folder;
   PLXEmailFields fields = Fields(peer.Address());
-  fields.failedMailFolder = String(folder / "FM");
+  fields.failedMailFolder = Plx(folder / "FM");
   fields.callbackURL = "http://127.0.0.1:1/";
   Send(fields);
   EXPECT_EQ(NamesIn(folder).size(), 0u);
@@ -217,7 +214,7 @@ void ExpectFailure(MailPeer& peer_i, std::string reason_i) {
   }
   report.Hears("&Info=" + Encoded(reason_i));
   PLXEmailFields fields = Fields(address);
-  fields.failedMailFolder = String(folder / "FM");
+  fields.failedMailFolder = Plx(folder / "FM");
   fields.callbackURL = report.URL();
   Send(fields);
   std::set<std::string> const names = NamesIn(folder);
@@ -304,8 +301,8 @@ TEST(PLXEmailFailures, HaveNamesOfTheirOwn) {
   TemporaryFolder const folder;
   RefusedPort const nobody;
   PLXEmailFields fields = Fields(nobody.Address());
-  fields.failedMailFolder = String(folder / "new" / "FM");
-  fields.callbackURL = String("http://" + nobody.Address() + "/");
+  fields.failedMailFolder = Plx(folder / "new" / "FM");
+  fields.callbackURL = Plx("http://" + nobody.Address() + "/");
   PLXEmailSendThread::WaitUntilAllSent(0);  // from here on nobody waits to report again
   for (int count = 0; count < 40; ++count) {
     auto* const thread = new PLXEmailSendThread(fields);
@@ -326,8 +323,8 @@ TEST(PLXEmailFailures, HaveNamesOfTheirOwn) {
 // Entries as another process would find them.
 std::vector<std::string> Abandoned(TemporaryFolder const& folder_i, bool isSettled_i) {
   std::vector<std::string> entries;
-  PLXOutbox(String(folder_i / "FM")).SettleAbandoned([&](PLXOutbox::Entry const& entry) {
-    entries.push_back(Text(entry.name) + ' ' + Text(entry.outcome) + ' ' + Text(entry.message));
+  PLXOutbox(Plx(folder_i / "FM")).SettleAbandoned([&](PLXOutbox::Entry const& entry) {
+    entries.push_back(Std(entry.name) + ' ' + Std(entry.outcome) + ' ' + Std(entry.message));
     return isSettled_i;
   });
   return entries;
@@ -339,7 +336,7 @@ TEST(PLXOutbox, HoldsAMessageFromTheHandoverToTheReport) {
   peer.TakesMessage();
   PLXEmailFields fields = Fields(peer.Address());
   fields.message = ".Hello";
-  fields.failedMailFolder = String(folder / "FM");
+  fields.failedMailFolder = Plx(folder / "FM");
   fields.callbackURL = "http://127.0.0.1:9/";
   auto thread = std::make_unique<PLXEmailSendThread>(fields);
   EXPECT_TRUE(thread->Keep());
@@ -377,7 +374,7 @@ TEST(PLXEmailFailures, AreReportedUntilSomebodyListens) {
   report.AcceptsNext();
   report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"));
   PLXEmailFields fields = Fields("no.such.host.invalid");
-  fields.failedMailFolder = String(folder / "FM");
+  fields.failedMailFolder = Plx(folder / "FM");
   fields.callbackURL = report.URL();
   Send(fields);
   EXPECT_EQ(NamesIn(folder).size(), 1u);
@@ -388,7 +385,7 @@ TEST(PLXEmailFailures, AreHeldWhileNoDiskTakesThem) {
   ReportPeer report;
   report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"));
   PLXEmailFields fields = Fields("no.such.host.invalid");
-  fields.failedMailFolder = String(folder / "taken" / "FM");
+  fields.failedMailFolder = Plx(folder / "taken" / "FM");
   fields.callbackURL = report.URL();
   folder.Write("taken", "a file where the folder is to be");
   auto* const thread = new PLXEmailSendThread(fields);
@@ -418,7 +415,7 @@ TEST(PLXEmailResend, SendsTheBodyUnderAFreshHeader) {
   report.Hears("MessageID=msg1&Status=S");
   PLXEmailFields fields = Fields(peer.Address());
   fields.message.Empty();
-  fields.failedMailFolder = String(folder / "FM");
+  fields.failedMailFolder = Plx(folder / "FM");
   fields.messageID = "msg1";
   fields.callbackURL = report.URL();
   Send(fields);
@@ -436,7 +433,7 @@ TEST(PLXEmailResend, KeepsTheMessageUntilItIsTaken) {
     report.Hears("&Info=" +
                  Encoded("Unable to connect to server (127.0.0.1:" + std::to_string(nobody.Port()) + ")"));
     PLXEmailFields fields = Fields(nobody.Address());
-    fields.failedMailFolder = String(folder / "FM");
+    fields.failedMailFolder = Plx(folder / "FM");
     fields.messageID = "msg1";
     fields.callbackURL = report.URL();
     Send(fields);
@@ -459,9 +456,9 @@ TEST(PLXEmailResend, NeverReplacesWhatItCouldNotRead) {
   PLXEmailSendThread::WaitUntilAllSent(0);  // from here on nobody waits to report again
   for (bool const isTaken : {false, true}) {
     PLXEmailFields fields = Fields(isTaken ? peer.Address() : nobody.Address());
-    fields.failedMailFolder = String(folder / "FM");
+    fields.failedMailFolder = Plx(folder / "FM");
     fields.messageID = "msg1";
-    fields.callbackURL = String("http://" + nobody.Address() + "/");
+    fields.callbackURL = Plx("http://" + nobody.Address() + "/");
     Send(fields);
     EXPECT_EQ(folder.Read("FM/msg1"), "Subject: cut\n\nno end");
   }
@@ -474,8 +471,8 @@ TEST(PLXEmailSendThread, BreaksOffWhatNeverEnds) {
   MailPeer peer;
   peer.Greets().HearsHello().IsLeft();
   PLXEmailFields fields = Fields(peer.Address());
-  fields.failedMailFolder = String(folder / "FM");
-  fields.callbackURL = String("http://" + nobody.Address() + "/");
+  fields.failedMailFolder = Plx(folder / "FM");
+  fields.callbackURL = Plx("http://" + nobody.Address() + "/");
   auto* const thread = new PLXEmailSendThread(fields);
   ASSERT_TRUE(thread->Start());
   EXPECT_TRUE(PLXEmailSendThread::WaitUntilAllSent(2000));

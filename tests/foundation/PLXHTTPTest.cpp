@@ -14,18 +14,15 @@
 
 namespace {
 
-std::string Text(PLXString const& string_i) { return {string_i.GetCStringAccess(), string_i.GetLength()}; }
-PLXString String(std::string const& text_i) { return {text_i.data(), static_cast<PLXUInt32>(text_i.size())}; }
-
 // A client for a path of the peer, with limits that a test can wait for.
 class Client : public PLXHTTP {
  public:
   explicit Client(std::string const& address_i, std::string const& path_i = "/page") {
-    SetURL(String("http://" + address_i + path_i));
+    SetURL(Plx("http://" + address_i + path_i));
     SetSilenceLimits(5000, 5000);
   }
-  std::string Headers() const { return Text(GetResponseHeaders()); }
-  std::string Data() const { return Text(GetResponseData()); }
+  std::string Headers() const { return Std(GetResponseHeaders()); }
+  std::string Data() const { return Std(GetResponseData()); }
 };
 
 // What the client sends for this set-up.
@@ -56,12 +53,12 @@ struct Parts {
 };
 Parts PartsOf(std::vector<std::string> const& bursts_i) {
   PLXHTTPAnswer answer(true);
-  for (std::string const& burst : bursts_i) EXPECT_TRUE(answer.Append(String(burst)));
+  for (std::string const& burst : bursts_i) EXPECT_TRUE(answer.Append(Plx(burst)));
   bool const isComplete = answer.IsComplete();
   PLXString headers("before");
   PLXString data;
   answer.MoveTo(headers, data);
-  return {Text(headers), Text(data), isComplete};
+  return {Std(headers), Std(data), isComplete};
 }
 
 std::vector<std::string> CutAtRandom(std::string const& text_i, std::minstd_rand& random_io) {
@@ -144,7 +141,7 @@ TEST(PLXHTTPRequest, IsWrittenLineByLine) {
       {"no value begins a line of its own",
        [](PLXHTTP& http_io) {
          http_io.SetReferer("r\r\nX-Evil: 1");
-         http_io.SetUserAgent(String(std::string("u\n\0\x7Fv", 5)));
+         http_io.SetUserAgent(Plx(std::string("u\n\0\x7Fv", 5)));
        },
        "GET /page HTTP/1.0\r\nHost: PEER\r\nReferer: rX-Evil: 1\r\nUser-Agent: uv\r\n\r\n"}};
   for (Row const& row : rows) {
@@ -168,7 +165,7 @@ TEST(PLXHTTPRequest, AsksForTheSlashOfABareHost) {
   ScriptedPeer peer;
   peer.HearsRequest().Closes();
   PLXHTTP http;
-  http.SetURL(String("HTTP://" + peer.Address()));
+  http.SetURL(Plx("HTTP://" + peer.Address()));
   EXPECT_TRUE(http.Process(true));
   EXPECT_EQ(peer.Heard(), "GET / HTTP/1.0\r\nHost: " + peer.Address() + "\r\n\r\n");
 }
@@ -274,7 +271,7 @@ TEST(PLXHTTPAnswer, TellsWhereARedirectLeads) {
     PLXString url("before");
     EXPECT_EQ(answer.IsRedirect(), row.isRedirect);
     EXPECT_EQ(answer.FindLocation("host:8", url), row.url != nullptr);
-    EXPECT_EQ(Text(url), row.url != nullptr ? row.url : "before");
+    EXPECT_EQ(Std(url), row.url != nullptr ? row.url : "before");
   }
 }
 

@@ -15,9 +15,6 @@
 
 namespace {
 
-std::string Text(PLXString const& string_i) { return {string_i.GetCStringAccess(), string_i.GetLength()}; }
-PLXString String(std::string const& text_i) { return {text_i.data(), static_cast<PLXUInt32>(text_i.size())}; }
-
 std::unique_ptr<PLXNetworkingStream> Open(std::uint16_t port_i, bool readGreeting_i = false) {
   return std::unique_ptr<PLXNetworkingStream>(
       PLXNetworkingStream::Open(PLXIPAddress(0x7F000001), port_i, true, readGreeting_i));
@@ -79,7 +76,7 @@ TEST(PLXIPAddress, TakesFourNumbersUpTo255) {
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     PLXIPAddress address(0x09090909);
-    EXPECT_EQ(address.Set(String(row.text)), row.result != nullptr);
+    EXPECT_EQ(address.Set(Plx(row.text)), row.result != nullptr);
     EXPECT_EQ(address.GetText(), row.result != nullptr ? row.result : "9.9.9.9");
   }
 }
@@ -132,8 +129,8 @@ TEST(PLXNetworkingStreamResponse, IsCrackedAtItsStart) {
     auto const stream = Open(peer.Port());
     EXPECT_TRUE(stream->ReadResponse());
     EXPECT_EQ(stream->GetResponseCode(), row.code);
-    EXPECT_EQ(Text(stream->GetResponse()), row.text != nullptr ? row.text : std::string("\0 1", 3));
-    EXPECT_EQ(Text(stream->GetWholeResponse()), row.bytes);
+    EXPECT_EQ(Std(stream->GetResponse()), row.text != nullptr ? row.text : std::string("\0 1", 3));
+    EXPECT_EQ(Std(stream->GetWholeResponse()), row.bytes);
   }
 }
 
@@ -228,9 +225,9 @@ TEST(PLXNetworkingStreamConnection, DoesNotNoticeSignals) {
   auto const stream = Open(port, true);
   EXPECT_TRUE(stream->IsConnected());
   EXPECT_EQ(stream->GetResponseCode(), 220u);
-  stream->Write(String(command));
+  stream->Write(Plx(command));
   EXPECT_TRUE(stream->ReadResponse());
-  EXPECT_EQ(Text(stream->GetWholeResponse()), std::string(5000, 'x'));
+  EXPECT_EQ(Std(stream->GetWholeResponse()), std::string(5000, 'x'));
 }
 
 TEST(ResolveDomainName, TakesAPortBehindAColon) {
@@ -260,7 +257,7 @@ TEST(ResolveDomainName, TakesAPortBehindAColon) {
     SCOPED_TRACE(row.why);
     PLXIPAddress address(0x09090909);
     PLXUInt16 port = 1;
-    EXPECT_EQ(PLXNetworkingStream::ResolveDomainName(String(row.name), 25, address, port), row.isFound);
+    EXPECT_EQ(PLXNetworkingStream::ResolveDomainName(Plx(row.name), 25, address, port), row.isFound);
     EXPECT_EQ(port, row.port);
     EXPECT_EQ(address.GetText(), row.isFound ? "127.0.0.1" : "9.9.9.9");
   }

@@ -8,15 +8,12 @@
 
 namespace {
 
-std::string Text(PLXString const& string_i) { return {string_i.GetCStringAccess(), string_i.GetLength()}; }
-PLXString String(std::string const& text_i) { return {text_i.data(), static_cast<PLXUInt32>(text_i.size())}; }
-
 // A peer that has let ada in.
 class Mailbox : public ScriptedPeer {
  public:
   Mailbox() { Says("+OK ready").Hears("USER ada").Says("+OK").Hears("PASS pw").Says("+OK"); }
   void Connect(PLXPOP3& client_io) {
-    client_io.SetPOPServer(String(Address()));
+    client_io.SetPOPServer(Plx(Address()));
     client_io.SetUsername("ada");
     client_io.SetPassword("pw");
     EXPECT_EQ(client_io.Connect(), kPOP3Result_Success);
@@ -62,7 +59,7 @@ TEST(PLXPOP3Connect, TellsWhereTheServerRefused) {
     SCOPED_TRACE(row.why);
     ScriptedPeer peer;
     row.play(peer);
-    PLXPOP3 client(String(peer.Address()), "ada", row.password);
+    PLXPOP3 client(Plx(peer.Address()), "ada", row.password);
     EXPECT_EQ(client.Connect(), row.result);
     EXPECT_EQ(client.Connect(), kPOP3Result_AlreadyConnected) << "a connection that was made stays";
   }
@@ -72,7 +69,7 @@ TEST(PLXPOP3Connect, NeedsAServerThatIsThere) {
   RefusedPort const port;
   for (std::string const& server : {port.Address(), std::string("no-such-host.invalid"), std::string()}) {
     SCOPED_TRACE(server);
-    PLXPOP3 client(String(server), "ada", "pw");
+    PLXPOP3 client(Plx(server), "ada", "pw");
     EXPECT_EQ(client.Connect(), kPOP3Result_UnableToConnect);
     EXPECT_EQ(client.SendPOPCommand("UIDL"), "");
     client.Disconnect();
@@ -114,7 +111,7 @@ TEST(PLXPOP3Command, IsAnsweredWithAllBurstsAsTheyCame) {
     SCOPED_TRACE(row.why);
     std::string answer;
     for (std::string const& burst : row.bursts) answer += burst;
-    EXPECT_EQ(Text(client.SendPOPCommand(row.command)), answer);
+    EXPECT_EQ(Std(client.SendPOPCommand(row.command)), answer);
   }
   EXPECT_EQ(client.SendPOPCommand("NOOP"), "");
 }
@@ -149,6 +146,6 @@ TEST(PLXPOP3Command, TakesLargeMailboxesAndMessages) {
   }
   PLXPOP3 client;
   peer.Connect(client);
-  EXPECT_TRUE(Text(client.SendPOPCommand("UIDL")) == listing);  // nobody could read both
-  EXPECT_TRUE(Text(client.SendPOPCommand("RETR 10000")) == message);
+  EXPECT_TRUE(Std(client.SendPOPCommand("UIDL")) == listing);  // nobody could read both
+  EXPECT_TRUE(Std(client.SendPOPCommand("RETR 10000")) == message);
 }

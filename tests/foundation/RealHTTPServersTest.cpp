@@ -12,9 +12,6 @@
 
 namespace {
 
-std::string Text(PLXString const& string_i) { return {string_i.GetCStringAccess(), string_i.GetLength()}; }
-PLXString String(std::string const& text_i) { return {text_i.data(), static_cast<PLXUInt32>(text_i.size())}; }
-
 class RealHTTPServer : public testing::TestWithParam<char const*> {
  protected:
   void SetUp() override {
@@ -30,10 +27,10 @@ class RealHTTPServer : public testing::TestWithParam<char const*> {
     std::string data;
   };
   Answer Process(PLXHTTP& http_io, std::string const& path_i, bool followRedirects_i = true) {
-    http_io.SetURL(String("http://" + myServer->Address() + path_i));
+    http_io.SetURL(Plx("http://" + myServer->Address() + path_i));
     EXPECT_TRUE(http_io.Process(followRedirects_i));
-    std::string const headers = Text(http_io.GetResponseHeaders());
-    return {headers.substr(0, headers.find("\r\n")), headers, Text(http_io.GetResponseData())};
+    std::string const headers = Std(http_io.GetResponseHeaders());
+    return {headers.substr(0, headers.find("\r\n")), headers, Std(http_io.GetResponseData())};
   }
   Answer Get(std::string const& path_i, bool followRedirects_i = true) {
     PLXHTTP http;
@@ -121,10 +118,10 @@ TEST_P(RealHTTPServer, GivesABodyOfAHundredMegabytes) {
   for (std::size_t at = 0; at < body.size(); ++at) body[at] = static_cast<char>(at * 31 >> 4);
   std::ofstream(myServer->Folder() + "/www/large.bin", std::ios::binary) << body;
   PLXHTTP http;
-  http.SetURL(String(myServer->Address() + "/large.bin"));
+  http.SetURL(Plx(myServer->Address() + "/large.bin"));
   EXPECT_TRUE(http.Process(true));
   EXPECT_EQ(http.GetResponseData().GetLength(), body.size());
-  EXPECT_TRUE(Text(http.GetResponseData()) == body);  // nobody could read both
+  EXPECT_TRUE(Std(http.GetResponseData()) == body);  // nobody could read both
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, RealHTTPServer, testing::Values("nginx", "apache"),
