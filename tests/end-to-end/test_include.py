@@ -30,6 +30,7 @@ class FromRealServers(ServerCase):
             with self.subTest(origin=origin.url):
                 content = self.included(f'<plxIncludeHTTP url="{origin.url}/a.txt">')
                 self.assertEqual(content, "alpha\nbeta\n")
+                self.assertEqual(self.included(f'<plxIncludeHTTP url="{origin.url}/slow">'), "1 first 2 second")
                 headers = self.included(f'<plxIncludeHTTP url="{origin.url}/a.txt" data="HEADERS">')
                 self.assertTrue(headers.startswith("HTTP/1.1 200 OK\r\n"), headers)
                 self.assertNotIn("alpha", headers)
@@ -60,6 +61,8 @@ class FromRealServers(ServerCase):
                                      'postArgumentValue="1&amp;2" postArgumentName="c" postArgumentValue="/~:" '
                                      'postArgumentName="left over">')
                 self.assertEqual(body, "a%20b=1%262&c=%2F%7E%3A")
+                self.assertEqual(self.included(f'<plxIncludeHTTP url="{url}" method="post" postArgumentName="l" '
+                                               f'postArgumentValue="{"l" * 300000}">'), "l=" + "l" * 300000)
 
     def test_every_status_is_included_like_any_other(self):
         url = self.origins[0].url

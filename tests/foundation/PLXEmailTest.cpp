@@ -104,20 +104,6 @@ TEST(PLXEmailMessage, IsHeaderEmptyLineAndBody) {
             "\r\n--part\r\n\r\n--PortableLayeredExchange_MIME_Multipart_Delimiter--\r\n.\r\n");
 }
 
-TEST(PLXEmailMessage, DoublesDotsThatBeginALine) {
-  EXPECT_THAT(Received([](PLXEmailFields& fields) { fields.message = ".x\r\n.\r\n..\r\na.b\r\n.a"; }),
-              HasSubstr("\r\n\r\n..x\r\n..\r\n...\r\na.b\r\n..a\r\n.\r\n"));
-}
-
-TEST(PLXEmailMessage, ShowsTheOffsetThatWasAskedFor) {
-  MailPeer peer;
-  peer.TakesMessage();
-  PLXEmailFields fields = Fields(peer.Address());
-  fields.gmtOffset = -5;
-  Send(fields);
-  EXPECT_THAT(peer.Heard(), testing::ContainsRegex("\r\nDate: [A-Z][a-z][a-z], [0-9]* .* -0500\r\n"));
-}
-
 TEST(PLXEmailMessage, NoValueBeginsALineOfItsOwn) {
   std::string const text = Received([](PLXEmailFields& fields) {
     fields.subject = "a\r\nBcc: eve@test.org\r\n\r\nbody";
@@ -177,33 +163,6 @@ TEST(PLXEmailSend, NeedsServerSenderAndRecipient) {
 
 // ---- The dialogue ----
 
-TEST(PLXEmailDialogue, NamesEveryRecipient) {
-  MailPeer peer;
-  peer.TakesRecipient().Hears("RCPT TO: <eve@test.org>").Says("250 ok").Hears("DATA").Says("354 go on");
-  peer.HearsThrough("\r\n.\r\n").Hears("QUIT").Says("250 taken");
-  PLXEmailFields fields = Fields(peer.Address());
-  fields.bcc = "eve@test.org";
-  Send(fields);
-  EXPECT_THAT(peer.Message(), Not(HasSubstr("eve")));
-}
-
-TEST(PLXEmailDialogue, ReadsRepliesInPieces) {
-  MailPeer peer;
-  peer.Sends("220-first\r\n").Pauses().Sends("220 sec").Pauses().Sends("ond\r\n");
-  peer.HearsHello().Sends("25").Pauses().Says("0 hello");
-  peer.Hears("MAIL FROM: <ada@test.org>")
-      .Dribbles("250 ok\r\n")
-      .Hears("RCPT TO: <bob@test.org>")
-      .Says("250 ok");
-  peer.Hears("DATA").Says("354 go on").HearsThrough("\r\n.\r\n").Hears("QUIT").Says("250 taken");
-  TemporaryFolder const folder;
-  PLXEmailFields fields = Fields(peer.Address());
-  fields.failedMailFolder = Plx(folder / "FM");
-  fields.callbackURL = "http://127.0.0.1:1/";
-  Send(fields);
-  EXPECT_EQ(NamesIn(folder).size(), 0u);
-}
-
 // Sends to the peer, which does not take the message: it is stored and reported with this reason.
 void ExpectFailure(MailPeer& peer_i, std::string reason_i) {
   TemporaryFolder const folder;
@@ -239,9 +198,6 @@ TEST(PLXEmailDialogue, TellsWhatTheServerRefused) {
       {"no greeting at all", [](MailPeer& peer) { peer.Drops(); }, "unable"},
       {"a greeting without a number",
        [](MailPeer& peer) { peer.Says("hello").Hears("QUIT").Says("221 bye"); }, "unable"},
-      {"HELO",
-       [](MailPeer& peer) { peer.Greets().HearsHello().Says("502 no").Hears("QUIT").Says("221 bye"); },
-       "502- Command Not Implemented"},
       {"a login is wanted",
        [](MailPeer& peer) {
          peer.TakesHello()
@@ -251,11 +207,6 @@ TEST(PLXEmailDialogue, TellsWhatTheServerRefused) {
              .Says("221");
        },
        "530- Unexpected Reply"},
-      {"421 in the middle",
-       [](MailPeer& peer) {
-         peer.TakesHello().Hears("MAIL FROM: <ada@test.org>").Says("421 bye").Hears("QUIT").Drops();
-       },
-       "421- Service Not Available"},
       {"no QUIT after a refused recipient",
        [](MailPeer& peer) { peer.TakesSender().Hears("RCPT TO: <bob@test.org>").Says("550 no"); },
        "550- Mailbox Unavailable"},
@@ -276,22 +227,6 @@ TEST(PLXEmailDialogue, TellsWhatTheServerRefused) {
     MailPeer peer;
     row.script(peer);
     ExpectFailure(peer, row.reason);
-  }
-}
-
-TEST(PLXEmailDialogue, StoresWhatALostConnectionTook) {
-  void (*const steps[])(MailPeer&) = {
-      [](MailPeer& peer) { peer.Greets().HearsHello().Drops(); },
-      [](MailPeer& peer) { peer.TakesHello().Hears("MAIL FROM: <ada@test.org>").Drops(); },
-      [](MailPeer& peer) { peer.TakesSender().Hears("RCPT TO: <bob@test.org>").Drops(); },
-      [](MailPeer& peer) { peer.TakesRecipient().Hears("DATA").Drops(); },
-      [](MailPeer& peer) { peer.AsksForMessage().HearsThrough("Hello").Resets(); },
-      [](MailPeer& peer) { peer.HearsMessage().Drops(); }};
-  for (auto const step : steps) {
-    SCOPED_TRACE(&step - steps);
-    MailPeer peer;
-    step(peer);
-    ExpectFailure(peer, "unable");
   }
 }
 

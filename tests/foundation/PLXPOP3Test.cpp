@@ -128,24 +128,3 @@ TEST(PLXPOP3Command, WaitsForMessagesAloneWithoutLimit) {
   client.Disconnect();  // which the peer leaves unanswered
   EXPECT_EQ(client.Connect(), kPOP3Result_UnableToConnect);
 }
-
-TEST(PLXPOP3Command, TakesLargeMailboxesAndMessages) {
-  std::string listing = "+OK\r\n";
-  for (int number = 1; number <= 10000; ++number) {
-    listing += std::to_string(number) + " " + std::string(70, 'u') + "\r\n";
-  }
-  listing += ".\r\n";
-  std::string message = "+OK\r\n";
-  while (message.size() < 50000000) message += std::to_string(message.size()) + " bytes so far\r\n";
-  message += ".\r\n";
-  Mailbox peer;
-  peer.Hears("UIDL").Sends(listing).Hears("RETR 10000");
-  std::size_t const burst = message.size() / 4 + 1;
-  for (std::size_t at = 0; at < message.size(); at += burst) {
-    peer.Pauses().Sends(message.substr(at, burst));
-  }
-  PLXPOP3 client;
-  peer.Connect(client);
-  EXPECT_TRUE(Std(client.SendPOPCommand("UIDL")) == listing);  // nobody could read both
-  EXPECT_TRUE(Std(client.SendPOPCommand("RETR 10000")) == message);
-}
