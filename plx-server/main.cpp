@@ -19,6 +19,7 @@
 #include "PLXListener.h"
 #include "PLXLog.h"
 #include "PLXLoginStore.h"
+#include "PLXMailCheck.h"
 #include "PLXProcess.h"
 #include "PLXQueueCommand.h"
 #include "PLXRecordCursor.h"
@@ -49,6 +50,7 @@ struct Arguments {
   std::string user, region;
   std::string database, exchangeFile, delimiter;
   PLXQueueRequest queue;
+  std::string testAddress;
 };
 
 // ---- Configuration
@@ -213,11 +215,38 @@ bool IsStateWritable(fs::path const& state_i) {
   return fs::is_directory(folder, error) && ::access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
-int Check(Arguments& arguments_io) {
-  PLXConfiguration configuration;
-  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
+// The mail servers that the regions' preferences name, and a message over each when that is asked for.
+int CheckMail(Arguments const& arguments_i, PLXConfiguration const& configuration_i) {
+  std::error_code none;
+  std::vector<PLXNamedMailServer> servers;
+  if (fs::exists(configuration_i.state, none)) {
+    if (!BecomeOwnerOf(configuration_i.state)) {
+      std::cout << "The mail servers were not tried: the state folder is another user's.\n";
+      return kExitGood;
+    }
+    servers = PLXNamedMailServers(configuration_i);
+  }
   int code = kExitGood;
-  fs::path const state = configuration.state;
+  for (PLXNamedMailServer const& row : servers) {
+    std::string const problem = PLXTryMailServer(row.server);
+    if (!problem.empty()) {
+      code = PLXFail(kExitUnavailable, "region " + row.region + ": " + problem);
+    } else {
+      std::cout << "The mail server " << row.server << " of region " << row.region << " answers.\n";
+    }
+  }
+  if (arguments_i.testAddress.empty()) return code;
+  if (servers.empty()) {
+    return PLXFail(kExitUsage,
+                   "no region's preferences name a mail server, so there is none to test. Pages that name "
+                   "theirs are tested by opening them.");
+  }
+  return code != kExitGood ? code : PLXSendTestMail(configuration_i, servers, arguments_i.testAddress);
+}
+
+int CheckFiles(PLXConfiguration const& configuration_i) {
+  int code = kExitGood;
+  fs::path const state = configuration_i.state;
   if (!IsStateWritable(state)) {
     code = PLXFail(kExitCannotCreate,
                    state.string() +
@@ -226,7 +255,7 @@ int Check(Arguments& arguments_io) {
   }
   auto const running = StateUser(state);
   TemporaryFolder const temporary;
-  PLXConfiguration trial = configuration;
+  PLXConfiguration trial = configuration_i;
   trial.state = temporary.Path() / "state";
   PLXServer server(trial, {}, PLXServer::Use::kRender);
   std::vector<std::string> problems;
@@ -244,8 +273,16 @@ int Check(Arguments& arguments_io) {
       code = PLXFail(kExitUnavailable, error.what() + kAddressRemedy);
     }
   }
-  for (std::string const& warning : InstallationWarnings(configuration))
+  for (std::string const& warning : InstallationWarnings(configuration_i))
     std::cerr << "plxserver: warning: " << warning << std::endl;
+  return code;
+}
+
+int Check(Arguments& arguments_io) {
+  PLXConfiguration configuration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
+  int code = CheckFiles(configuration);
+  if (code == kExitGood) code = CheckMail(arguments_io, configuration);
   if (code == kExitGood) {
     std::cout << "The configuration is good: sites " << configuration.sites.size() << ", modules "
               << configuration.modules.size() << ".\n";
@@ -532,8 +569,14 @@ Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
       ->option_text("NAME");
 
   commands.check =
-      app_io.add_subcommand("check", "Says what is wrong with the configuration, and where; starts nothing");
+      app_io.add_subcommand("check",
+                            "Says what is wrong with the configuration, and where, and whether the mail "
+                            "servers of the preferences answer; starts nothing");
   AddCommonOptions(*commands.check, arguments_io);
+  commands.check
+      ->add_option("--send-test", arguments_io.testAddress,
+                   "Sends a message to this address over each of them")
+      ->option_text("ADDRESS");
 
   CLI::App* const user = app_io.add_subcommand("user", "Logins of the administration, or of a region");
   user->require_subcommand(1);

@@ -1,4 +1,4 @@
-"""plxserver queue: failed mail from the command line, beside a server that runs and after one that was stopped."""
+"""Mail from the command line: plxserver queue, beside a server that runs and after one that was stopped, and plxserver check."""
 import email
 import json
 
@@ -64,6 +64,38 @@ class Queue(unittest.TestCase):
         self.server.command("queue", "resend", "--all")
         self.assertEqual((len(self.mail.wait_for(1)), self.list()), (1, []))
         self.assertEqual(list((self.server.folder / "state" / "regions").glob("*/*/FM*/*")), [])
+
+    def prefer(self, server, use="always", **more):
+        answer = self.server.request("POST", "/plx-admin/preferences?region=test%2Fmain&module=Network+Module", urllib.parse.urlencode(
+            {"plxSendMailPreference_UseMailServerName": use, "plxSendMailPreference_mailServerName": server, "plxSendMail": "yes", **more}),
+            {"Content-Type": "application/x-www-form-urlencoded", "Origin": self.server.url}, ("keeper", "open sesame"))
+        self.assertEqual(answer.status, 303)
+
+    def test_check_tries_the_mail_servers_of_the_preferences(self):
+        self.server.command("user", "set", "keeper", input="open sesame\n")
+        self.assertIn("is good", self.server.command("check").stdout)
+        done = self.server.command("check", "--send-test", "alice@example.org", check=False)
+        self.assertEqual((done.returncode, "no region's preferences" in done.stderr), (64, True), done.stderr)
+        refused = free_port()
+        rows = ((f"127.0.0.1:{refused}", "no connection"), ("no.such.host.invalid", "cannot be looked up"),
+                (f"127.0.0.1:{self.mail.pop3_port}", "greets with"))
+        for address, words in rows:
+            self.prefer(address)
+            done = self.server.command("check", check=False)
+            self.assertEqual(done.returncode, 69, done.stdout)
+            self.assertRegex(done.stderr, f"region test/main: .*{words}")
+        for preferences in ({"use": "never"}, {"plxSendMail": "no"}):
+            self.prefer("no.such.host.invalid", **preferences)
+            self.assertNotIn("mail server", self.server.command("check").stdout)
+
+        self.prefer(self.mail.address, "byDefault")
+        self.assertIn("answers", self.server.command("check").stdout)
+        done = self.server.command("check", "--send-test", "alice@example.org", check=False)
+        self.assertEqual(done.returncode, 69, done.stdout)
+        self.assertRegex(done.stderr, "did not take the message .550")
+        self.assertEqual([row["to"] for row in self.list()], ["alice@example.org"])
+        done = self.server.command("check", "--send-test", "nobody", check=False)
+        self.assertEqual((done.returncode, "cannot send to this address" in done.stderr), (64, True), done.stderr)
 
 
 if __name__ == "__main__":
