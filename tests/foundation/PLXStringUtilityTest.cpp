@@ -9,16 +9,11 @@
 #include "PLXFileSpecification.h"
 #include "PLXStringUtility.h"
 #include "TemporaryFolder.h"
+#include "TextRows.h"
 
 namespace {
 
 typedef PLXStringUtility Utility;
-
-struct Row {
-  char const* why;
-  std::string text;
-  std::string expected;
-};
 
 std::string URLEncoded(std::string const& text_i, bool encodeAll_i = false) {
   return Std(Utility::GetURLEncodedString(Plx(text_i), encodeAll_i));
@@ -84,15 +79,12 @@ TEST(PLXStringUtilityURL, TellsWhetherAnythingChanged) {
 }
 
 TEST(PLXStringUtilityURL, DecodesFromTheEnd) {
-  Row const rows[] = {{"either letter case, a plus, no digits", "%4a+%zz", "J %zz"},
-                      {"a decoded percent sign begins no escape", "%2541", "%41"},
-                      {"decoded digits count for a sign to their left", "%%34%31", "A"},
-                      {"a sign at the end", "100%", "100%"},
-                      {"a zero byte", "%00", std::string(1, 0)}};
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(URLDecoded(row.text), row.expected);
-  }
+  TextRow const rows[] = {{"either letter case, a plus, no digits", "%4a+%zz", "J %zz"},
+                          {"a decoded percent sign begins no escape", "%2541", "%41"},
+                          {"decoded digits count for a sign to their left", "%%34%31", "A"},
+                          {"a sign at the end", "100%", "100%"},
+                          {"a zero byte", "%00", std::string(1, 0)}};
+  ExpectTexts(rows, URLDecoded);
 }
 
 TEST(PLXStringUtilityURL, DecodesAsTheStepByStepTwinDoes) {
@@ -103,7 +95,7 @@ TEST(PLXStringUtilityURL, DecodesAsTheStepByStepTwinDoes) {
 // ---- HTML ----
 
 TEST(PLXStringUtilityHTML, EncodesBytesAsPagesInUseSpellThem) {
-  Row const rows[] = {
+  TextRow const rows[] = {
       {"markup", "<a b=\"c\">&'", "&lt;a b=&quot;c&quot;&gt;&amp;'"},
       {"an accented letter", "\xE9", "&eacute;"},
       {"four accents with an odd spelling", "\xD3\xDA\xF3\xFA", "&Oactue;&Uactue;&oactue;&uactue;"},
@@ -111,26 +103,20 @@ TEST(PLXStringUtilityHTML, EncodesBytesAsPagesInUseSpellThem) {
       {"no entity: a number without a semicolon", "\x85 \x9F", "&#133 &#159"},
       {"control characters", std::string("\0\n\x7F", 3), std::string("\0\n\x7F", 3)},
       {"nothing", "", ""}};
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(HTMLEncoded(row.text), row.expected);
-  }
+  ExpectTexts(rows, HTMLEncoded);
 }
 
 TEST(PLXStringUtilityHTML, DecodesOnceAndOnlyExactEntities) {
-  Row const rows[] = {{"what comes out is not decoded again", "&amp;lt;", "&lt;"},
-                      {"an entity behind an unknown one", "&x&lt;;", "&x<;"},
-                      {"letter case counts", "&AMP;&Eacute;", "&AMP;\xC9"},
-                      {"the usual spelling of an odd one", "&laquo;", "&laquo;"},
-                      {"numbers", "&#38;", "&#38;"},
-                      {"cut at the end", "a&amp", "a&amp"},
-                      {"the longest name", "&frac14;&brvbar;", "\xBC\xA6"},
-                      {"a zero byte in a name", std::string("&l\0t;", 5), std::string("&l\0t;", 5)},
-                      {"empty", "&;", "&;"}};
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(HTMLDecoded(row.text), row.expected);
-  }
+  TextRow const rows[] = {{"what comes out is not decoded again", "&amp;lt;", "&lt;"},
+                          {"an entity behind an unknown one", "&x&lt;;", "&x<;"},
+                          {"letter case counts", "&AMP;&Eacute;", "&AMP;\xC9"},
+                          {"the usual spelling of an odd one", "&laquo;", "&laquo;"},
+                          {"numbers", "&#38;", "&#38;"},
+                          {"cut at the end", "a&amp", "a&amp"},
+                          {"the longest name", "&frac14;&brvbar;", "\xBC\xA6"},
+                          {"a zero byte in a name", std::string("&l\0t;", 5), std::string("&l\0t;", 5)},
+                          {"empty", "&;", "&;"}};
+  ExpectTexts(rows, HTMLDecoded);
 }
 
 TEST(PLXStringUtilityHTML, DecodesAsTheStepByStepTwinDoes) {
@@ -147,16 +133,15 @@ TEST(PLXStringUtilityEscapes, EscapesFiveCharacters) {
 }
 
 TEST(PLXStringUtilityEscapes, ReadsDecimalNumbersOnlyWhenTold) {
-  Row const rows[] = {{"a decimal number", "\\065", "A"},
-                      {"more than a byte holds", "\\299", "+"},
-                      {"beyond the first digits allowed", "\\300", "\\300"},
-                      {"too few digits", "\\06x\\06", "\\06x\\06"},
-                      {"digits behind the number", "\\0651", "A1"}};
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Unescaped(row.text, true), row.expected);
-    EXPECT_EQ(Unescaped(row.text, false), row.text);
-  }
+  TextRow const rows[] = {{"a decimal number", "\\065", "A"},
+                          {"more than a byte holds", "\\299", "+"},
+                          {"beyond the first digits allowed", "\\300", "\\300"},
+                          {"too few digits", "\\06x\\06", "\\06x\\06"},
+                          {"digits behind the number", "\\0651", "A1"}};
+  ExpectTexts(rows, [](std::string const& text_i) {
+    EXPECT_EQ(Unescaped(text_i, false), text_i);
+    return Unescaped(text_i, true);
+  });
 }
 
 TEST(PLXStringUtilityEscapes, UnescapesAsTheStepByStepTwinDoes) {
@@ -311,18 +296,19 @@ TEST(PLXStringUtilityFiles, FindsTheFirstNameThatIsFree) {
   for (char const* const name : {"report.txt", "report1.txt", "a.b.c", "plain", ".profile"}) {
     folder.Write(name, name);
   }
-  Row const rows[] = {{"nothing has the name", "new.txt", "new.txt"},
-                      {"two are taken", "report.txt", "report2.txt"},
-                      {"the number begins anew behind the given name", "report1.txt", "report11.txt"},
-                      {"only the last point begins the extension", "a.b.c", "a.b1.c"},
-                      {"no extension", "plain", "plain1"},
-                      {"nothing but an extension", ".profile", "1.profile"}};
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    PLXFileSpecification file(Plx(folder / row.text));
+  TextRow const rows[] = {{"nothing has the name", "new.txt", "new.txt"},
+                          {"two are taken", "report.txt", "report2.txt"},
+                          {"the number begins anew behind the given name", "report1.txt", "report11.txt"},
+                          {"only the last point begins the extension", "a.b.c", "a.b1.c"},
+                          {"no extension", "plain", "plain1"},
+                          {"nothing but an extension", ".profile", "1.profile"}};
+  ExpectTexts(rows, [&](std::string const& name_i) {
+    PLXFileSpecification file(Plx(folder / name_i));
     EXPECT_TRUE(Utility::FindAvailableFilename(file));
-    EXPECT_EQ(Std(file.GetOperatingSystemPathname()), (folder / row.expected).string());
-  }
+    return std::filesystem::path(Std(file.GetOperatingSystemPathname()))
+        .lexically_relative(folder.Path())
+        .string();
+  });
   PLXFileSpecification nameless(Plx(folder / ""));
   EXPECT_FALSE(Utility::FindAvailableFilename(nameless));
   PLXFileSpecification lost(Plx(folder / "missing/report.txt"));

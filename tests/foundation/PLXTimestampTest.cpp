@@ -9,6 +9,7 @@
 
 #include "FoundationPrinters.h"
 #include "PLXTimestamp.h"
+#include "TextRows.h"
 
 // These hold in every time zone; the suite runs them in several.
 
@@ -91,12 +92,7 @@ TEST(PLXTimestampCalendar, StaysDefinedAtItsEdges) {
 // ---- Setting ----
 
 TEST(PLXTimestampSet, ReadsTheCompactFormFromItsEnd) {
-  struct Row {
-    char const* why;
-    char const* text;
-    char const* compact;
-  };
-  Row const rows[] = {
+  TextRow const rows[] = {
       {"as it is written", "20000101000000", "20000101000000"},
       {"a short year", "50301120000", "50301120000"},
       {"a clock out of range carries on", "20001231235960", "20010101000000"},
@@ -109,10 +105,7 @@ TEST(PLXTimestampSet, ReadsTheCompactFormFromItsEnd) {
        "655350101000000"},
       {"what is no digit counts as 0", "2001010112-130", "20010101120030"},
   };
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Compact(Stamp(row.text)), row.compact);
-  }
+  ExpectTexts(rows, [](std::string const& text_i) { return Compact(Stamp(text_i.c_str())); });
 }
 
 TEST(PLXTimestampSet, TakesTheCurrentLocalTime) {

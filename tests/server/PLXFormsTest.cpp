@@ -4,6 +4,7 @@
 #include "PLXForms.h"
 #include "PLXHTTPMessage.h"
 #include "TemporaryFolder.h"
+#include "TextRows.h"
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
@@ -172,38 +173,24 @@ TEST(PLXFormsBasic, ReadsUserAndPassword) {
 }
 
 TEST(PLXFormsPath, TakesEscapesOff) {
-  struct Row {
-    char const* text;
-    std::optional<std::string> path;
-  };
-  Row const rows[] = {{"/a+b%20c", "/a+b c"}, {"%2e%2E%2f", "../"},     {"%00", std::string(1, '\0')},
-                      {"%", std::nullopt},    {"a%4", std::nullopt},    {"%4g", std::nullopt},
-                      {"%%41", std::nullopt}, {"%u0041", std::nullopt}, {"", ""}};
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.text);
-    EXPECT_EQ(DecodePath(row.text), row.path);
+  EXPECT_EQ(DecodePath("/a+b%20c"), "/a+b c");
+  EXPECT_EQ(DecodePath("%2e%2E%2f%00"), std::string("../\0", 4));
+  for (char const* const text : {"%", "a%4", "%4g", "%%41", "%u0041"}) {
+    EXPECT_EQ(DecodePath(text), std::nullopt) << text;
   }
 }
 
 TEST(PLXFormsPath, NormalizesAsRFC3986) {
-  struct Row {
-    char const* path;
-    char const* normal;
-  };
-  Row const rows[] = {{"", "/"},
-                      {"a", "/a"},
-                      {"//a///b//", "/a/b/"},
-                      {"/./a/./b/.", "/a/b/"},
-                      {"/a/b/..", "/a/"},
-                      {"/../../etc/passwd", "/etc/passwd"},
-                      {"/a/b/c/./../../g", "/a/g"},
-                      {"/.../..a/b..", "/.../..a/b.."},
-                      {"/a//../b", "/b"}};
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.path);
-    EXPECT_EQ(NormalizePath(row.path), row.normal);
-    EXPECT_EQ(NormalizePath(row.normal), row.normal);
-  }
+  TextRow const rows[] = {{"nothing", "", "/"},
+                          {"no slash", "a", "/a"},
+                          {"too many", "//a///b//", "/a/b/"},
+                          {"steps to where one is", "/./a/./b/.", "/a/b/"},
+                          {"a step up at the end", "/a/b/..", "/a/"},
+                          {"steps up from the root", "/../../etc/passwd", "/etc/passwd"},
+                          {"both kinds", "/a/b/c/./../../g", "/a/g"},
+                          {"dots that are names", "/.../..a/b..", "/.../..a/b.."},
+                          {"an empty step is none to go up from", "/a//../b", "/b"}};
+  ExpectTexts(rows, [](std::string const& path_i) { return NormalizePath(path_i); });
 }
 
 TEST(PLXFormsBody, IsReadOrRefusedWithItsStatus) {

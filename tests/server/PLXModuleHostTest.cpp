@@ -1,12 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <span>
 #include <thread>
 
 #include "PLXLog.h"
 #include "PLXModuleHost.h"
 #include "PLXPage.h"
 #include "PageFixture.h"
+#include "TextRows.h"
 
 using testing::HasSubstr;
 using testing::MatchesRegex;
@@ -19,12 +19,6 @@ class ProbeAnnounces {
  public:
   explicit ProbeAnnounces(char const* how_i) { setenv("PLX_PROBE", how_i, 1); }
   ~ProbeAnnounces() { unsetenv("PLX_PROBE"); }
-};
-
-struct CallRow {
-  char const* why;
-  std::string call;
-  std::string shown;
 };
 
 // A server without modules and without the network.
@@ -51,11 +45,8 @@ class PLXModuleHostCalls : public PLXModuleHostLoading {
   }
   // "call='MTag' out=32" to what the probe shows of it.
   std::string Called(std::string const& call_i) { return Rendered("<plxProbe " + call_i + ">"); }
-  void ExpectCalls(std::span<CallRow const> rows_i) {
-    for (CallRow const& row : rows_i) {
-      SCOPED_TRACE(row.why);
-      EXPECT_EQ(Called(row.call), row.shown);
-    }
+  void ExpectCalls(std::span<TextRow const> rows_i) {
+    ExpectTexts(rows_i, [&](std::string const& call_i) { return Called(call_i); });
   }
 
   bool isTraced = false;
@@ -63,7 +54,7 @@ class PLXModuleHostCalls : public PLXModuleHostLoading {
 
 TEST_F(PLXModuleHostCalls, HandTextsOverByTheConventions) {
   fixture.request.postArguments = {{"name", "12345"}, {"empty", ""}};
-  CallRow const rows[] = {
+  TextRow const rows[] = {
       {"room to spare", "call=MFAr in=name out=32 x=0", "0[12345](5)"},
       {"an exact fit has no zero", "call=MFAr in=name out=5 x=0", "0[12345](5)"},
       {"one byte short", "call=MFAr in=name out=4 x=0", "MBtS[](6)"},
@@ -79,7 +70,7 @@ TEST_F(PLXModuleHostCalls, HandTextsOverByTheConventions) {
 
 TEST_F(PLXModuleHostCalls, RefuseWordsThatBreakTheConventions) {
   fixture.request.postArguments = {{"name", "12345"}};
-  CallRow const rows[] = {
+  TextRow const rows[] = {
       {"a size without the terminator", "call=MFAr in=name size=4 out=32 x=0", "MICl[](32)"},
       {"a size of the plain length, no zero within", "call=MFAr in=name bare out=32 x=0", "MICl[](32)"},
       {"a zero inside the text", "call=MFAr in=name zeroinside out=32 x=0", "MICl[](32)"},
@@ -106,7 +97,7 @@ TEST_F(PLXModuleHostCalls, AnswerOnTheTagAndTheRequest) {
   fixture.request.pathArguments = {{"a", "1"}, {"a", "2"}, {"A", "3"}};
   fixture.request.cookies = {{"c", "crumb"}};
   fixture.request.headers = {{"Accept", "text/html"}, {"accept", "*/*"}};
-  CallRow const rows[] = {
+  TextRow const rows[] = {
       {"the registered name", "call=MTag out=32", "0[plxProbe](8)"},
       {"a parameter in any letter case, by occurrence", "call=MTPm in=IN out=9 x=0", "0[IN](2)"},
       {"an occurrence too many", "call=MTPm in=call out=9 x=1", "MNFd[](9)"},
@@ -156,7 +147,7 @@ TEST_F(PLXModuleHostCalls, SetTheResponse) {
   EXPECT_EQ(FindNameValue(fixture.response.headers, "Location")->value, "/other");
 
   PLXResponse const before = fixture.response;
-  CallRow const rows[] = {
+  TextRow const rows[] = {
       {"no number", "call=MHRS in=abc in=text", "MICl"},
       {"four digits", "call=MHRS in=2000 in=text", "MICl"},
       {"a reason with a line break", "call=MHRS in=200 in='a&#13;&#10;X: 1'", "MICl"},
@@ -178,7 +169,7 @@ TEST_F(PLXModuleHostCalls, AnswerWithPaths) {
   std::string const module = std::filesystem::absolute(PLX_PROBE_MODULE_FILE).native();
   fixture.folder.Write("root/folder/a b.txt", "");
   std::filesystem::create_directory_symlink("/", root + "folder/way-out");
-  CallRow const rows[] = {
+  TextRow const rows[] = {
       {"the module", "call=MMdP out=400", shows(module)},
       {"the page", "call=MUPa out=400", shows(root + "folder/page.html")},
       {"its folder", "call=MUPF out=400", shows(root + "folder/")},
@@ -213,7 +204,7 @@ TEST_F(PLXModuleHostCalls, CheckLoginsAndKeepPreferences) {
   PLXLoginStore domain(fixture.site.RegionOf("/").LoginsFile());
   std::filesystem::create_directories(fixture.site.RegionOf("/").LoginsFile().parent_path());
   ASSERT_TRUE(domain.SetPassword("ada", "engine", problem)) << problem;
-  CallRow const rows[] = {
+  TextRow const rows[] = {
       {"the server's login", "call=MVSL in=root in=toor", "0"},
       {"a wrong password", "call=MVSL in=root in=tor", "MNAu"},
       {"no password", "call=MVSL in=root in=''", "MNAu"},

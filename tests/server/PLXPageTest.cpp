@@ -6,6 +6,7 @@
 #include "PLXModuleAPI.h"
 #include "PLXPage.h"
 #include "PageFixture.h"
+#include "TextRows.h"
 
 using testing::HasSubstr;
 using testing::Not;
@@ -80,12 +81,7 @@ std::string Repeated(std::string_view text_i, std::size_t count_i) {
 
 TEST_F(PLXPageText, RunsTagsInPlace) {
   using namespace std::string_literals;
-  struct Row {
-    char const* why;
-    std::string page;
-    std::string html;
-  };
-  Row const rows[] = {
+  TextRow const rows[] = {
       {"no tag at all", "a < b &amp; c", "a < b &amp; c"},
       {"any letter case", "x<PLXshow A=1>y", "x[A=1;]y"},
       {"three ways to quote, and a flag", "<plxShow a=\"1 >\" b='\"2\"' c=3/4 d>",
@@ -114,10 +110,7 @@ TEST_F(PLXPageText, RunsTagsInPlace) {
        "<plxShow>&plxPost.name;{<plxShow>&plxPost.name;}"},
       {"zero bytes and high bytes", "\0\xFF<plxShow a='\0\x80'>\0"s, "\0\xFF[a=\0\x80;]\0"s},
   };
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Rendered(row.page), row.html);
-  }
+  ExpectTexts(rows, [&](std::string const& page_i) { return Rendered(page_i); });
 }
 
 TEST_F(PLXPageText, PutsValuesIn) {
@@ -126,14 +119,9 @@ TEST_F(PLXPageText, PutsValuesIn) {
   fixture.request.pathArguments = {{"url", "&amp;&plxPost.name;' x='<plxShow>"}};
   fixture.request.cookies = {{"Session", "s1"}};
   fixture.request.headers = {{"User-Agent", "test"}, {"Authorization", "Basic c2VjcmV0"}, {"X_Forged", "1"}};
-  struct Row {
-    char const* why;
-    char const* page;
-    char const* html;
-  };
   std::string const longName(255, 'n');
   std::string const tooLong = "&plxPost." + longName + "n;";
-  Row const rows[] = {
+  TextRow const rows[] = {
       {"encoded in page text", "&plxPost.name;", "&lt;b&gt;&quot;&amp;&#39;"},
       {"plain in a body", "<plxWrap>&plxPost.name;</plxWrap>", "{<b>\"&'}"},
       {"plain in a parameter, and read by nobody", "<plxShow a='1&amp;&plxPath.url;2&PLXpost.name;' b=3>",
@@ -154,7 +142,7 @@ TEST_F(PLXPageText, PutsValuesIn) {
       {"a value that does not exist", "a&plxPost.none;b", "ab"},
       {"an unknown kind is text", "&plxNone.a;&plx.a;", "&plxNone.a;&plx.a;"},
       {"no name is text", "&plxPost.;&plxPost.a&b;&plxPost.a", "&plxPost.;&plxPost.a&b;&plxPost.a"},
-      {"a name that is too long is text", tooLong.c_str(), tooLong.c_str()},
+      {"a name that is too long is text", tooLong, tooLong},
       {"server and request",
        "&plxCGI.request_method; &plxCGI.QUERY_STRING; &plxCGI.SCRIPT_NAME; &plxCGI.SERVER_NAME; "
        "&plxCGI.SERVER_PORT; &plxCGI.REMOTE_ADDR; &plxCGI.HTTP_USER_AGENT;",
@@ -162,10 +150,7 @@ TEST_F(PLXPageText, PutsValuesIn) {
       {"no credentials, no forged header",
        "&plxCGI.HTTP_AUTHORIZATION;&plxCGI.AUTH_TYPE;&plxCGI.HTTP_X_FORGED;", ""},
   };
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Rendered(row.page), row.html);
-  }
+  ExpectTexts(rows, [&](std::string const& page_i) { return Rendered(page_i); });
 }
 
 TEST_F(PLXPageText, ShowsAFaultInItsPlaceAndGoesOn) {

@@ -3,6 +3,7 @@
 
 #include "PLXSite.h"
 #include "TemporaryFolder.h"
+#include "TextRows.h"
 
 namespace fs = std::filesystem;
 
@@ -61,16 +62,10 @@ class PLXSiteFolder : public testing::Test {
   std::unique_ptr<PLXSites> sites;
 };
 
-struct PathRow {
-  char const* why;
-  std::string path;
-  std::string expected;
-};
-
 }  // namespace
 
 TEST_F(PLXSiteFolder, MapsURLPathsToItsOwnFilesOnly) {
-  PathRow const rows[] = {
+  TextRow const rows[] = {
       {"the root", "/", "/"},
       {"a file", "/index.html", "/index.html"},
       {"a folder as asked for", "/sub/", "/sub/"},
@@ -105,10 +100,7 @@ TEST_F(PLXSiteFolder, MapsURLPathsToItsOwnFilesOnly) {
       {"a step too long for any disk", "/" + std::string(256, 'a'), "-"},
       {"the longest step", "/" + std::string(255, 'a'), "/" + std::string(255, 'a')},
   };
-  for (PathRow const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Shown(Site().MapPath(row.path)), row.expected);
-  }
+  ExpectTexts(rows, [&](std::string const& path_i) { return Shown(Site().MapPath(path_i)); });
   std::string path;
   while (path.size() < 100000) path += "/abcdefgh";
   EXPECT_EQ(Shown(Site().MapPath(path)), "-");
@@ -123,7 +115,7 @@ TEST_F(PLXSiteFolder, ContainsWhatAModuleMayWriteAndNothingElse) {
   PLXRegion const& mail = *Site().FindRegion("mail");
   std::string const folder = mail.Folder().string();
   EXPECT_EQ(folder, (root / "mail/").string());
-  PathRow const rows[] = {
+  TextRow const rows[] = {
       {"the folder itself", "", "/mail/"},
       {"a file that does not exist yet", "Attachments/a.txt", "/mail/Attachments/a.txt"},
       {"a module's own data", "plxEmailClient Data/ada/Mailboxes", "/mail/plxEmailClient Data/ada/Mailboxes"},
@@ -151,10 +143,7 @@ TEST_F(PLXSiteFolder, ContainsWhatAModuleMayWriteAndNothingElse) {
        }(),
        "-"},
   };
-  for (PathRow const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Shown(mail.Contain(row.path)), row.expected);
-  }
+  ExpectTexts(rows, [&](std::string const& path_i) { return Shown(mail.Contain(path_i)); });
   PLXRegion const& out = *Site().FindRegion("out");
   EXPECT_EQ(Shown(out.Contain("file")), "-") << "the region itself is a link that leads out";
   EXPECT_EQ(out.Folder(), root / "out-folder/");
