@@ -300,6 +300,9 @@ PLXDisposition PLXServer::DisposePlan(PLXRequest& request_io, std::shared_ptr<Pl
     disposition = AnswerFile(request_io, plan.file, plan.isDownload);
   } else if (plan.what == Plan::What::kAdministration) {
     disposition.kind = PLXDisposition::Kind::kAdministration;
+  } else if (IsShownAtOnce(request_io, plan)) {
+    disposition.answer = Answer(request_io, plan_i);
+    return disposition;
   } else if (plan.what != Plan::What::kAnswer) {
     disposition.kind = PLXDisposition::Kind::kPage;
   }
@@ -315,6 +318,17 @@ PLXDisposition PLXServer::DisposePlan(PLXRequest& request_io, std::shared_ptr<Pl
   disposition.state = plan_i;
   AddActive(request_io, plan);
   return disposition;
+}
+
+// A page without tags waits for nothing, so there is no need of a thread for it: a visit costs half as much.
+// Where there may be a body or a password to look at, it takes the usual way.
+bool PLXServer::IsShownAtOnce(PLXRequest const& request_i, Plan& plan_io) {
+  bool const isPlain = plan_io.what == Plan::What::kPage && IsReading(request_i.method) &&
+                       !request_i.hasCredentials && request_i.Header("Content-Length").empty() &&
+                       request_i.Header("Transfer-Encoding").empty();
+  if (!isPlain) return false;
+  plan_io.page = myPages->GetKept(plan_io.file);
+  return plan_io.page && plan_io.page->IsQuick();
 }
 
 void PLXServer::AddActive(PLXRequest const& request_i, Plan const& plan_i) {
@@ -411,7 +425,7 @@ PLXResponse PLXServer::AnswerPage(PLXRequest const& request_i, Plan const& plan_
   if (request_i.hasCredentials) {
     if (auto const wait = myThrottle.Wait(attempt); wait.count() > 0) return TooManyLogins(wait);
   }
-  auto const page = myPages->Get(plan_i.file);
+  auto const page = plan_i.page ? plan_i.page : myPages->Get(plan_i.file);
   if (!page) {
     std::error_code error;
     if (!fs::exists(plan_i.file, error)) return ErrorPage(404, "There is no such page or file here.");

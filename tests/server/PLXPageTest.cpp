@@ -273,6 +273,27 @@ TEST_F(PLXPageText, RunsBodiesSixtyFourDeepAndBoxesDeeperOnes) {
   EXPECT_THAT(tooDeep, HasSubstr("x" + Repeated("}", 64)));
 }
 
+TEST(PLXPage, IsQuickWhenItRunsNoTagAndIsNotLarge) {
+  FakeTags tags;
+  auto const isQuick = [&](std::string const& text) { return PLXPage::Parse(text, tags)->IsQuick(); };
+  EXPECT_TRUE(isQuick("text &plxPath.a; <plxUnknown>"));
+  EXPECT_FALSE(isQuick("<plxShow>"));
+  EXPECT_FALSE(isQuick("<plxRecords database=\"a\"></plxRecords>"));
+  EXPECT_FALSE(isQuick(std::string(100000, 'x')));
+}
+
+TEST(PLXPageCache, GivesWhatItKeepsUntilTheFileChanges) {
+  TemporaryFolder folder;
+  FakeTags tags;
+  PLXPageCache cache(tags);
+  std::filesystem::path const file = folder.Write("a.html", "one");
+  EXPECT_EQ(cache.GetKept(file), nullptr) << "nobody has read it yet";
+  while (cache.GetKept(file) == nullptr) cache.Get(file);
+  EXPECT_EQ(cache.GetKept(file)->Text(), "one");
+  folder.Write("a.html", "three");
+  EXPECT_EQ(cache.GetKept(file), nullptr);
+}
+
 TEST(PLXPageCache, ReadsAFileAgainWhenItHasChanged) {
   TemporaryFolder folder;
   FakeTags tags;
