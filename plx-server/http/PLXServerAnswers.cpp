@@ -215,10 +215,10 @@ void PLXServer::PlanPath(PLXRequest const& request_i, Plan& plan_io) const {
   auto const file = plan_io.site->MapPath(request_i.path);
   if (!file) return PlanMissing(request_i, plan_io);
   plan_io.file = *file;
-  std::error_code error;
-  auto const status = fs::status(*file, error);
-  if (fs::is_directory(status)) return PlanFolder(request_i, plan_io);
-  if (!fs::is_regular_file(status) || request_i.path.ends_with('/')) return PlanMissing(request_i, plan_io);
+  bool const isThere = ::stat(file->c_str(), &plan_io.state) == 0;
+  if (isThere && S_ISDIR(plan_io.state.st_mode)) return PlanFolder(request_i, plan_io);
+  bool const isFile = isThere && S_ISREG(plan_io.state.st_mode);
+  if (!isFile || request_i.path.ends_with('/')) return PlanMissing(request_i, plan_io);
   plan_io.isDownload = IsDownload(*plan_io.site, request_i.path, *file);
   PlanFile(request_i, plan_io);
 }
@@ -233,8 +233,7 @@ void PLXServer::PlanFolder(PLXRequest const& request_i, Plan& plan_io) const {
   }
   for (std::string const& index : plan_io.site->Configuration().indexes) {
     auto const file = plan_io.site->MapPath(request_i.path + index);
-    std::error_code error;
-    if (!file || !fs::is_regular_file(*file, error)) continue;
+    if (!file || ::stat(file->c_str(), &plan_io.state) != 0 || !S_ISREG(plan_io.state.st_mode)) continue;
     plan_io.file = *file;
     plan_io.isDownload = IsDownload(*plan_io.site, request_i.path + index, *file);
     return PlanFile(request_i, plan_io);
@@ -297,7 +296,7 @@ PLXDisposition PLXServer::DisposePlan(PLXRequest& request_io, std::shared_ptr<Pl
     disposition.kind =
         PLXDisposition::Kind::kPage;  // checking a password takes a thread that may be busy for long
   } else if (plan.what == Plan::What::kFile) {
-    disposition = AnswerFile(request_io, plan.file, plan.isDownload);
+    disposition = AnswerFile(request_io, plan.file, plan.isDownload, &plan.state);
   } else if (plan.what == Plan::What::kAdministration) {
     disposition.kind = PLXDisposition::Kind::kAdministration;
   } else if (IsShownAtOnce(request_io, plan)) {
@@ -327,7 +326,7 @@ bool PLXServer::IsShownAtOnce(PLXRequest const& request_i, Plan& plan_io) {
                        !request_i.hasCredentials && request_i.Header("Content-Length").empty() &&
                        request_i.Header("Transfer-Encoding").empty();
   if (!isPlain) return false;
-  plan_io.page = myPages->GetKept(plan_io.file);
+  plan_io.page = myPages->GetKept(plan_io.file, plan_io.state);
   return plan_io.page && plan_io.page->IsQuick();
 }
 

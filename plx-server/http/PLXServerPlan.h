@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <vector>
 
 #include "PLXServer.h"
@@ -45,6 +46,7 @@ struct PLXServer::Plan {
   PLXRegion const* region = nullptr;
   What what = What::kAnswer;
   PLXResponse answer;                   // kAnswer
+  struct stat state {};                 // of the file: kFile, kPage
   std::filesystem::path file;           // kFile, kPage; of an action the place its path names
   std::shared_ptr<PLXPage const> page;  // kPage, when it was at hand
   bool isDownload = false;              // kFile

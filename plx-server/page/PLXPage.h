@@ -63,8 +63,10 @@ class PLXPageCache {
 
   // Null when the file cannot be read; a page over 64 MB is refused with a reason in the log.
   std::shared_ptr<PLXPage const> Get(std::filesystem::path const& file_i);
-  // Null when the page is not kept or the file has changed: reads nothing but the file's state.
-  std::shared_ptr<PLXPage const> GetKept(std::filesystem::path const& file_i);
+  // Null when the page is not kept as the file is now, of which this is the state. Reads nothing.
+  std::shared_ptr<PLXPage const> GetKept(std::filesystem::path const& file_i, struct stat const& state_i) {
+    return Find(file_i.native(), state_i);
+  }
 
  private:
   struct Entry;

@@ -120,11 +120,6 @@ std::shared_ptr<PLXPage const> PLXPageCache::Get(std::filesystem::path const& fi
   return page;
 }
 
-std::shared_ptr<PLXPage const> PLXPageCache::GetKept(std::filesystem::path const& file_i) {
-  struct stat state {};
-  return stat(file_i.c_str(), &state) == 0 ? Find(file_i.native(), state) : nullptr;
-}
-
 std::shared_ptr<PLXPage const> PLXPageCache::Find(std::string const& file_i, struct stat const& state_i) {
   std::lock_guard const lock(myMutex);
   auto const found = myEntryByFile.find(file_i);
