@@ -15,7 +15,7 @@ using Kind = PLXRecordError::Kind;
 constexpr std::int64_t kBeforeAll = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kAfterAll = std::numeric_limits<std::int64_t>::max();
 
-constexpr std::size_t kMostAhead = 64;              // records
+constexpr std::size_t kMostAhead = 256;             // records
 constexpr std::size_t kMostAheadBytes = 256 << 10;  // a batch that takes more is followed by a smaller one
 constexpr auto kAheadIsFresh = std::chrono::milliseconds(5);
 
@@ -46,6 +46,7 @@ PLXRecordCursor::PLXRecordCursor(std::shared_ptr<PLXRecordStore> store_i, std::s
       myAccess(access_i),
       myOwner(owner_i),
       myKey(PLXRecordNameKey(name_i)),
+      myChangeCount(ChangesOf(myKey)),
       myIdentifier(kBeforeAll) {
   PLXRecordCatalogue::CheckDatabaseName(name_i);
   myStore->Locks().Take(myKey, myAccess, myOwner);
@@ -194,8 +195,6 @@ std::uint64_t PLXRecordCursor::RecordCount() {
 
 // ---- Moving
 
-PLXRecordCursor::ChangeMark::~ChangeMark() { ++ChangesOf(myKey); }
-
 PLXRecordCursor::Row PLXRecordCursor::AdoptRow(PLXSQLRow& row_io) const {
   Row row{std::get<std::int64_t>(row_io.at(0)), {}};
   row.values.resize(myDefinition.fields.size());
@@ -234,12 +233,12 @@ void PLXRecordCursor::StandOn(Row row_i) {
 // Whether the record of this place was read ahead and still counts.
 bool PLXRecordCursor::IsAhead(std::int64_t place_i, std::int64_t step_i) const {
   return myAhead.step == step_i && myAhead.next < myAhead.rows.size() && myAhead.place == place_i &&
-         myAhead.changes == ChangesOf(myKey) && std::chrono::steady_clock::now() < myAhead.until;
+         myAhead.changes == myChangeCount && std::chrono::steady_clock::now() < myAhead.until;
 }
 
 // Twice as many as last time when those were used up, one when the walk begins or something was changed.
 void PLXRecordCursor::BeginAhead(std::int64_t place_i, std::int64_t step_i) {
-  std::uint64_t const changes = ChangesOf(myKey);
+  std::uint64_t const changes = myChangeCount;
   bool const goesOn = myAhead.step == step_i && myAhead.place == place_i &&
                       myAhead.next == myAhead.rows.size() && myAhead.changes == changes;
   std::size_t const batch = goesOn ? std::min(myAhead.batch * 2, kMostAhead) : 1;
@@ -260,24 +259,39 @@ void PLXRecordCursor::LimitAhead() {
 
 void PLXRecordCursor::ReadAhead(std::int64_t index_i, std::int64_t step_i) {
   BeginAhead(index_i, step_i);
-  std::vector<PLXSQLParameter> identifiers;
-  std::string condition = "id IN (";
+  std::vector<std::int64_t> identifiers;
   auto const count = static_cast<std::int64_t>(myFound->size());
   for (std::int64_t index = index_i; index >= 0 && index < count && identifiers.size() < myAhead.batch;
        index += step_i) {
-    condition += identifiers.empty() ? "?" : ", ?";
-    identifiers.emplace_back((*myFound)[static_cast<std::size_t>(index)]);
+    identifiers.push_back((*myFound)[static_cast<std::size_t>(index)]);
   }
-  std::vector<Row> rows = ReadRows(condition + ")", identifiers);
-  std::sort(rows.begin(), rows.end(), [](Row const& a, Row const& b) { return a.identifier < b.identifier; });
-  for (PLXSQLParameter const& identifier : identifiers) {
+  std::vector<Row> rows = ReadRecords(identifiers);
+  auto const isLess = [](Row const& a, Row const& b) { return a.identifier < b.identifier; };
+  if (!std::is_sorted(rows.begin(), rows.end(), isLess)) std::sort(rows.begin(), rows.end(), isLess);
+  myAhead.rows.reserve(identifiers.size());
+  for (std::int64_t const identifier : identifiers) {
     auto const found =
-        std::lower_bound(rows.begin(), rows.end(), std::get<std::int64_t>(identifier),
+        std::lower_bound(rows.begin(), rows.end(), identifier,
                          [](Row const& row, std::int64_t sought) { return row.identifier < sought; });
-    bool const isThere = found != rows.end() && found->identifier == std::get<std::int64_t>(identifier);
+    bool const isThere = found != rows.end() && found->identifier == identifier;
     myAhead.rows.push_back(isThere ? std::optional(std::move(*found)) : std::nullopt);
   }
   LimitAhead();
+}
+
+// The records of these identifiers, in any order, and perhaps some that lie between them: where they lie
+// close together, one way through all is shorter than a search for each.
+std::vector<PLXRecordCursor::Row> PLXRecordCursor::ReadRecords(
+    std::vector<std::int64_t> const& identifiers_i) {
+  auto const [first, last] = std::minmax_element(identifiers_i.begin(), identifiers_i.end());
+  auto const distance = static_cast<std::uint64_t>(*last) - static_cast<std::uint64_t>(*first);
+  if (distance < 2 * identifiers_i.size()) {
+    PLXSQLParameter const ends[] = {*first, *last};
+    return ReadRows("id BETWEEN ? AND ?", ends);
+  }
+  std::string condition = "id IN (";
+  for (std::size_t index = 0; index < identifiers_i.size(); ++index) condition += index == 0 ? "?" : ", ?";
+  return ReadRows(condition + ")", std::vector<PLXSQLParameter>(identifiers_i.begin(), identifiers_i.end()));
 }
 
 void PLXRecordCursor::ReadAheadLive(std::int64_t from_i, std::int64_t step_i) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -116,8 +117,8 @@ class PLXRecordCursor {
     std::vector<std::optional<PLXSQLValue>> values;
   };
 
-  // Records read before a move gets to them, so that walking through many costs one statement for up to 64 of
-  // them. Any change through this process makes them worthless at once, one by another server within
+  // Records read before a move gets to them, so that walking through many costs one statement for up to 256
+  // of them. Any change through this process makes them worthless at once, one by another server within
   // milliseconds.
   struct Ahead {
     std::int64_t place =
@@ -139,6 +140,7 @@ class PLXRecordCursor {
   void BeginAhead(std::int64_t place_i, std::int64_t step_i);
   void LimitAhead();
   void ReadAhead(std::int64_t index_i, std::int64_t step_i);
+  std::vector<Row> ReadRecords(std::vector<std::int64_t> const& identifiers_i);
   void ReadAheadLive(std::int64_t from_i, std::int64_t step_i);
   bool Walk(std::int64_t index_i, std::int64_t step_i);
   bool WalkLive(std::int64_t from_i, bool isForward_i, std::int64_t skipped_i = 0);
@@ -151,17 +153,17 @@ class PLXRecordCursor {
   // Ends with the word to every cursor of this process that what it read ahead is worthless.
   class ChangeMark {
    public:
-    explicit ChangeMark(std::string const& key_i) : myKey(key_i) {}
-    ~ChangeMark();
+    explicit ChangeMark(std::atomic<std::uint64_t>& count_io) : myCount(count_io) {}
+    ~ChangeMark() { ++myCount; }
     ChangeMark(ChangeMark const&) = delete;
     ChangeMark& operator=(ChangeMark const&) = delete;
 
    private:
-    std::string const& myKey;
+    std::atomic<std::uint64_t>& myCount;
   };
   template <typename Work>
   auto Change(Work const& work_i) {
-    ChangeMark const mark(myKey);
+    ChangeMark const mark(myChangeCount);
     return myStore->Write(work_i);
   }
   void DropChanges();
@@ -172,7 +174,8 @@ class PLXRecordCursor {
   std::shared_ptr<PLXRecordStore> const myStore;
   PLXRecordAccess const myAccess;
   void const* const myOwner;
-  std::string const myKey;  // of the name
+  std::string const myKey;                    // of the name
+  std::atomic<std::uint64_t>& myChangeCount;  // of the databases with the name's hash, in this process
   PLXRecordDefinition myDefinition;
   std::vector<std::size_t> myShort;  // the fields that are read with a record: all but long texts
   std::string myColumns;             // "id, " and theirs

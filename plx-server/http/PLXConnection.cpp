@@ -60,6 +60,7 @@ bool PLXOpenFile::Holds(std::uint64_t bytes_i) const {
 }
 
 bool PLXOpenFile::Read(std::uint64_t offset_i, std::size_t length_i, std::string& bytes_o) const {
+  if (myDescriptor < 0) return false;
   bytes_o.resize(length_i);
   for (std::size_t done = 0; done < length_i;) {
     ssize_t const got = PLXUninterrupted([&] {

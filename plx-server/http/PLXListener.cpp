@@ -641,8 +641,9 @@ awaitable<void> PLXListener::Implementation::WriteFile(PLXConnection& connection
   PLXOpenFile const file(answer_i.file);
   bool const isHead = exchange_i.request.method == "HEAD";
   bool const isSmall = !isHead && answer_i.length <= kFile_InOnePiece;
-  bool isThere = file.Holds(answer_i.offset + answer_i.length);
-  if (isThere && isSmall) isThere = file.Read(answer_i.offset, answer_i.length, response.body);
+  // Reading shows by itself whether the bytes are there.
+  bool const isThere = isSmall ? file.Read(answer_i.offset, answer_i.length, response.body)
+                               : file.Holds(answer_i.offset + answer_i.length);
   if (!isThere) response = ErrorAnswer(myHandler, 404, "The file has just gone or changed.");
   if (!isThere || isSmall) {
     co_await Write(connection_i, exchange_i, std::move(response));

@@ -108,6 +108,7 @@ class PLXServer : public PLXRequestHandler {
   void PlanPost(PLXRequest const& request_i, Plan& plan_io) const;
   void PlanMissing(PLXRequest const& request_i, Plan& plan_io) const;
   PLXDisposition DisposePlan(PLXRequest& request_io, std::shared_ptr<Plan> const& plan_i);
+  bool IsShownAtOnce(PLXRequest const& request_i, Plan& plan_io);
   void AddActive(PLXRequest const& request_i, Plan const& plan_i);
 
   // Answer, step by step.

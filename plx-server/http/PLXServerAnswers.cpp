@@ -215,10 +215,10 @@ void PLXServer::PlanPath(PLXRequest const& request_i, Plan& plan_io) const {
   auto const file = plan_io.site->MapPath(request_i.path);
   if (!file) return PlanMissing(request_i, plan_io);
   plan_io.file = *file;
-  std::error_code error;
-  auto const status = fs::status(*file, error);
-  if (fs::is_directory(status)) return PlanFolder(request_i, plan_io);
-  if (!fs::is_regular_file(status) || request_i.path.ends_with('/')) return PlanMissing(request_i, plan_io);
+  bool const isThere = ::stat(file->c_str(), &plan_io.state) == 0;
+  if (isThere && S_ISDIR(plan_io.state.st_mode)) return PlanFolder(request_i, plan_io);
+  bool const isFile = isThere && S_ISREG(plan_io.state.st_mode);
+  if (!isFile || request_i.path.ends_with('/')) return PlanMissing(request_i, plan_io);
   plan_io.isDownload = IsDownload(*plan_io.site, request_i.path, *file);
   PlanFile(request_i, plan_io);
 }
@@ -233,8 +233,7 @@ void PLXServer::PlanFolder(PLXRequest const& request_i, Plan& plan_io) const {
   }
   for (std::string const& index : plan_io.site->Configuration().indexes) {
     auto const file = plan_io.site->MapPath(request_i.path + index);
-    std::error_code error;
-    if (!file || !fs::is_regular_file(*file, error)) continue;
+    if (!file || ::stat(file->c_str(), &plan_io.state) != 0 || !S_ISREG(plan_io.state.st_mode)) continue;
     plan_io.file = *file;
     plan_io.isDownload = IsDownload(*plan_io.site, request_i.path + index, *file);
     return PlanFile(request_i, plan_io);
@@ -297,9 +296,12 @@ PLXDisposition PLXServer::DisposePlan(PLXRequest& request_io, std::shared_ptr<Pl
     disposition.kind =
         PLXDisposition::Kind::kPage;  // checking a password takes a thread that may be busy for long
   } else if (plan.what == Plan::What::kFile) {
-    disposition = AnswerFile(request_io, plan.file, plan.isDownload);
+    disposition = AnswerFile(request_io, plan.file, plan.isDownload, &plan.state);
   } else if (plan.what == Plan::What::kAdministration) {
     disposition.kind = PLXDisposition::Kind::kAdministration;
+  } else if (IsShownAtOnce(request_io, plan)) {
+    disposition.answer = Answer(request_io, plan_i);
+    return disposition;
   } else if (plan.what != Plan::What::kAnswer) {
     disposition.kind = PLXDisposition::Kind::kPage;
   }
@@ -315,6 +317,17 @@ PLXDisposition PLXServer::DisposePlan(PLXRequest& request_io, std::shared_ptr<Pl
   disposition.state = plan_i;
   AddActive(request_io, plan);
   return disposition;
+}
+
+// A page without tags waits for nothing, so there is no need of a thread for it: a visit costs half as much.
+// Where there may be a body or a password to look at, it takes the usual way.
+bool PLXServer::IsShownAtOnce(PLXRequest const& request_i, Plan& plan_io) {
+  bool const isPlain = plan_io.what == Plan::What::kPage && IsReading(request_i.method) &&
+                       !request_i.hasCredentials && request_i.Header("Content-Length").empty() &&
+                       request_i.Header("Transfer-Encoding").empty();
+  if (!isPlain) return false;
+  plan_io.page = myPages->GetKept(plan_io.file, plan_io.state);
+  return plan_io.page && plan_io.page->IsQuick();
 }
 
 void PLXServer::AddActive(PLXRequest const& request_i, Plan const& plan_i) {
@@ -411,7 +424,7 @@ PLXResponse PLXServer::AnswerPage(PLXRequest const& request_i, Plan const& plan_
   if (request_i.hasCredentials) {
     if (auto const wait = myThrottle.Wait(attempt); wait.count() > 0) return TooManyLogins(wait);
   }
-  auto const page = myPages->Get(plan_i.file);
+  auto const page = plan_i.page ? plan_i.page : myPages->Get(plan_i.file);
   if (!page) {
     std::error_code error;
     if (!fs::exists(plan_i.file, error)) return ErrorPage(404, "There is no such page or file here.");

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <vector>
 
 #include "PLXServer.h"
@@ -43,10 +44,12 @@ struct PLXServer::Plan {
   PLXSite const* site = nullptr;
   PLXRegion const* region = nullptr;
   What what = What::kAnswer;
-  PLXResponse answer;          // kAnswer
-  std::filesystem::path file;  // kFile, kPage; of an action the place its path names
-  bool isDownload = false;     // kFile
-  std::string action;          // kAction
-  std::string scriptName;      // the path, encoded; the same for every spelling of one path
-  bool isIncluded = false;     // asked for by a page of this server that waits for it
+  PLXResponse answer;                   // kAnswer
+  struct stat state {};                 // of the file: kFile, kPage
+  std::filesystem::path file;           // kFile, kPage; of an action the place its path names
+  std::shared_ptr<PLXPage const> page;  // kPage, when it was at hand
+  bool isDownload = false;              // kFile
+  std::string action;                   // kAction
+  std::string scriptName;               // the path, encoded; the same for every spelling of one path
+  bool isIncluded = false;              // asked for by a page of this server that waits for it
 };

@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstdio>
 #include <iterator>
-#include <optional>
 #include <sys/stat.h>
 
 #include "PLXASCII.h"
@@ -156,24 +155,19 @@ struct FileState {
 
 // A file that was changed within the last second may be changed again without its time moving on, so its tag
 // is weak: good for a cache that asks again, never for joining two ranges.
-std::optional<FileState> ReadState(std::filesystem::path const& file_i) {
-  struct stat status {};
-  if (::stat(file_i.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      ::access(file_i.c_str(), R_OK) != 0) {
-    return std::nullopt;
-  }
+FileState StateOf(struct stat const& status_i) {
   using namespace std::chrono;
   sys_seconds const now = floor<seconds>(system_clock::now());
-  sys_seconds const modified{seconds(status.st_mtim.tv_sec)};
+  sys_seconds const modified{seconds(status_i.st_mtim.tv_sec)};
 
   char tag[80];
   int const length = std::snprintf(
       tag, sizeof tag, "%s\"%llx-%llx-%llx.%lx\"", modified >= now - 1s ? "W/" : "",
-      static_cast<unsigned long long>(status.st_ino), static_cast<unsigned long long>(status.st_size),
-      static_cast<unsigned long long>(status.st_mtim.tv_sec),
-      static_cast<unsigned long>(status.st_mtim.tv_nsec));
+      static_cast<unsigned long long>(status_i.st_ino), static_cast<unsigned long long>(status_i.st_size),
+      static_cast<unsigned long long>(status_i.st_mtim.tv_sec),
+      static_cast<unsigned long>(status_i.st_mtim.tv_nsec));
   FileState state;
-  state.size = static_cast<std::uint64_t>(status.st_size);
+  state.size = static_cast<std::uint64_t>(status_i.st_size);
   state.modified = std::min(modified, now);  // a date in the future would never be believed
   state.tag.assign(tag, static_cast<std::size_t>(length));
   return state;
@@ -323,29 +317,33 @@ void SetContentHeaders(PLXResponse& response_io, std::filesystem::path const& fi
 
 }  // namespace
 
-PLXDisposition AnswerFile(PLXRequest const& request_i, std::filesystem::path const& file_i, bool download_i) {
+PLXDisposition AnswerFile(PLXRequest const& request_i, std::filesystem::path const& file_i, bool download_i,
+                          struct stat const* status_i) {
   bool const isGet = request_i.method == "GET";
   if (!isGet && request_i.method != "HEAD") {
     PLXDisposition disposition = PlainAnswer(405, "A file can only be read.\n");
     disposition.answer.SetHeader("Allow", "GET, HEAD");
     return disposition;
   }
-  std::optional<FileState> const state = ReadState(file_i);
-  if (!state) return PlainAnswer(404, "There is no such file.\n");
+  struct stat status {};
+  if (status_i != nullptr) status = *status_i;
+  bool const isThere = status_i != nullptr || ::stat(file_i.c_str(), &status) == 0;
+  if (!isThere || !S_ISREG(status.st_mode)) return PlainAnswer(404, "There is no such file.\n");
+  FileState const state = StateOf(status);
 
-  if (int const status = CheckPreconditions(request_i, *state); status != 200) {
-    PLXDisposition disposition = PlainAnswer(status, status == 412 ? "The file has changed.\n" : "");
-    SetValidators(disposition.answer, *state);
+  if (int const code = CheckPreconditions(request_i, state); code != 200) {
+    PLXDisposition disposition = PlainAnswer(code, code == 412 ? "The file has changed.\n" : "");
+    SetValidators(disposition.answer, state);
     return disposition;
   }
 
   PLXFileAnswer answer;
   answer.file = file_i;
-  answer.length = state->size;
+  answer.length = state.size;
   std::string_view const range = isGet ? request_i.Header("Range") : std::string_view{};
-  if (!range.empty() && RangeIsFresh(request_i, *state)) {
-    RangeKind const kind = ReadRange(range, state->size, answer.offset, answer.length);
-    std::string const size = std::to_string(state->size);
+  if (!range.empty() && RangeIsFresh(request_i, state)) {
+    RangeKind const kind = ReadRange(range, state.size, answer.offset, answer.length);
+    std::string const size = std::to_string(state.size);
     if (kind == RangeKind::kBeyond) {
       PLXDisposition disposition = PlainAnswer(416, "The file has " + size + " bytes.\n");
       disposition.answer.SetHeader("Content-Range", "bytes */" + size);
@@ -358,7 +356,7 @@ PLXDisposition AnswerFile(PLXRequest const& request_i, std::filesystem::path con
                                                      size);
     }
   }
-  SetValidators(answer.response, *state);
+  SetValidators(answer.response, state);
   SetContentHeaders(answer.response, file_i, download_i);
 
   PLXDisposition disposition;
@@ -384,13 +382,18 @@ std::string FormatHTTPDate(std::chrono::sys_seconds time_i) {
   hh_mm_ss const clock{time_i - day};
   std::string_view const dayName = ourDays[weekday{day}.c_encoding()];
   std::string_view const monthName = ourMonths[static_cast<unsigned>(date.month()) - 1];
-  char text[64];
-  int const length =
-      std::snprintf(text, sizeof text, "%.3s, %02u %.3s %04d %02d:%02d:%02d GMT", dayName.data(),
-                    static_cast<unsigned>(date.day()), monthName.data(), static_cast<int>(date.year()),
-                    static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                    static_cast<int>(clock.seconds().count()));
-  return std::string(text, static_cast<std::size_t>(length));
+  std::string text = "ddd, 00 mmm 0000 00:00:00 GMT";
+  auto const put = [&text](std::size_t end_i, std::size_t digits_i, auto number_i) {
+    for (; digits_i-- > 0; number_i /= 10) text[--end_i] = static_cast<char>('0' + number_i % 10);
+  };
+  text.replace(0, 3, dayName);
+  put(7, 2, static_cast<unsigned>(date.day()));
+  text.replace(8, 3, monthName);
+  put(16, 4, static_cast<unsigned>(static_cast<int>(date.year())));
+  put(19, 2, clock.hours().count());
+  put(22, 2, clock.minutes().count());
+  put(25, 2, clock.seconds().count());
+  return text;
 }
 
 bool ParseHTTPDate(std::string_view text_i, std::chrono::sys_seconds& time_o) {

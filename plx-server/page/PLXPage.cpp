@@ -322,5 +322,8 @@ std::shared_ptr<PLXPage const> PLXPage::Parse(std::string text_i, PLXTagProcesso
   page->myText = std::move(text_i);
   PLXPageParser(*page, tags_i).Parse();
   page->myPieces.shrink_to_fit();
+  page->myIsQuick =
+      page->Bytes() <= kQuickPage_MaximumBytes &&
+      std::ranges::none_of(page->myPieces, [](Piece const& piece) { return piece.tag != nullptr; });
   return page;
 }

@@ -29,6 +29,8 @@ class PLXPage {
   std::vector<Piece> const& Pieces() const { return myPieces; }
   std::string const& Text() const { return myText; }  // as it was parsed
   std::size_t Bytes() const;                          // of memory, roughly
+  // Shown in less time than it takes to hand it to another thread, because it runs no tag and is not large.
+  bool IsQuick() const { return myIsQuick; }
 
  private:
   PLXPage();
@@ -36,6 +38,7 @@ class PLXPage {
   std::string myText;
   std::vector<Piece> myPieces;
   std::deque<std::string> myBoxes;  // problem boxes of the page's own faults
+  bool myIsQuick = false;
 };
 
 // Runs a page: every tag in document order on this thread, values put in, a reported problem as a styled box
@@ -60,6 +63,10 @@ class PLXPageCache {
 
   // Null when the file cannot be read; a page over 64 MB is refused with a reason in the log.
   std::shared_ptr<PLXPage const> Get(std::filesystem::path const& file_i);
+  // Null when the page is not kept as the file is now, of which this is the state. Reads nothing.
+  std::shared_ptr<PLXPage const> GetKept(std::filesystem::path const& file_i, struct stat const& state_i) {
+    return Find(file_i.native(), state_i);
+  }
 
  private:
   struct Entry;

@@ -19,6 +19,7 @@ struct PLXPage::Piece {
 };
 
 inline constexpr std::size_t kPageBody_MaximumDepth = 64;  // bounds the stack of a rendering thread
+inline constexpr std::size_t kQuickPage_MaximumBytes = 64 << 10;
 inline constexpr std::size_t kPageProblems_Maximum = 100;  // boxes that one page shows of its own faults
 
 // The tags that the server runs itself; no module can have them.

@@ -243,6 +243,32 @@ TEST_F(PLXPageText, RunsBodiesSixtyFourDeepAndBoxesDeeperOnes) {
   EXPECT_THAT(tooDeep, HasSubstr("x" + Repeated("}", 64)));
 }
 
+TEST(PLXPage, IsQuickWhenItRunsNoTagAndIsNotLarge) {
+  FakeTags tags;
+  auto const isQuick = [&](std::string const& text) { return PLXPage::Parse(text, tags)->IsQuick(); };
+  EXPECT_TRUE(isQuick("text &plxPath.a; <plxUnknown>"));
+  EXPECT_FALSE(isQuick("<plxShow>"));
+  EXPECT_FALSE(isQuick("<plxRecords database=\"a\"></plxRecords>"));
+  EXPECT_FALSE(isQuick(std::string(100000, 'x')));
+}
+
+TEST(PLXPageCache, GivesWhatItKeepsUntilTheFileChanges) {
+  TemporaryFolder folder;
+  FakeTags tags;
+  PLXPageCache cache(tags);
+  std::filesystem::path const file = folder.Write("a.html", "one");
+  auto const kept = [&] {
+    struct stat state {};
+    EXPECT_EQ(::stat(file.c_str(), &state), 0);
+    return cache.GetKept(file, state);
+  };
+  EXPECT_EQ(kept(), nullptr) << "nobody has read it yet";
+  while (kept() == nullptr) cache.Get(file);
+  EXPECT_EQ(kept()->Text(), "one");
+  folder.Write("a.html", "three");
+  EXPECT_EQ(kept(), nullptr);
+}
+
 TEST(PLXPageCache, ReadsAFileAgainWhenItHasChanged) {
   TemporaryFolder folder;
   FakeTags tags;

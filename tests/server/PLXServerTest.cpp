@@ -29,6 +29,7 @@ struct Outcome {
   Kind kind = Kind::kAnswer;
   bool neverQueued = false;
   PLXResponse response;
+  bool atOnce = false;
   PLXRequest request;
   int Status() const { return response.status; }
 };
@@ -41,7 +42,7 @@ class PLXServerRequests : public testing::Test {
     folder.Write(root / "page.html", "page &plxPath.q; end");
     folder.Write(root / "page.html~", "page &plxPath.q; end");
     folder.Write(root / "data.txt", "0123456789");
-    folder.Write(root / "sub/index.plx", "sub");
+    folder.Write(root / "sub/index.plx", "sub<plxQuick>");
     folder.Write(root / "empty/note.txt", "x");
     folder.Write(root / "files/evil.html", "<b>evil</b>");
     folder.Write(root / "staff/page.html", "staff page");
@@ -105,6 +106,8 @@ class PLXServerRequests : public testing::Test {
     PLXDisposition disposition = Server().Dispose(request_i);
     outcome.kind = disposition.kind;
     outcome.neverQueued = disposition.neverQueued;
+    outcome.atOnce = disposition.kind == Kind::kAnswer && disposition.answer.status == 200;
+    if (outcome.atOnce) outcome.kind = Kind::kPage;  // one that was kept
     switch (disposition.kind) {
       case Kind::kAnswer:
         outcome.response = disposition.answer;
@@ -241,6 +244,24 @@ TEST_F(PLXServerRequests, AddsTheConfiguredHeadersToEveryKindOfAnswer) {
   EXPECT_EQ(HeaderOf(Server().ErrorAnswer(400, "No."), "X-Frame-Options"), "SAMEORIGIN");
   EXPECT_EQ(HeaderOf(Get("/plx-admin/").response, "X-Frame-Options"), "DENY")
       << "what an answer says itself stays";
+}
+
+TEST_F(PLXServerRequests, AnswersAPageWithoutTagsAtOnceWhenItIsKept) {
+  while (!Get("/page.html").atOnce) continue;  // until its times are old enough to keep it
+  Outcome const outcome = Get("/page.html?q=a%3Cb");
+  EXPECT_TRUE(outcome.atOnce);
+  EXPECT_EQ(outcome.response.body, "page a&lt;b end");
+  EXPECT_EQ(HeaderOf(outcome.response, "Content-Type"), "text/html");
+  EXPECT_EQ(HeaderOf(outcome.response, "X-Frame-Options"), "SAMEORIGIN");
+  EXPECT_FALSE(Get("/sub/").atOnce) << "a tag may wait for something";
+
+  PLXRequest request = Request("GET", "/page.html");
+  LogIn(request, "ada", "pw");
+  EXPECT_FALSE(Ask(request).atOnce) << "its password may have to be looked at";
+  request = Request("GET", "/page.html");
+  request.headers.push_back({"Content-Length", "3"});
+  EXPECT_FALSE(Ask(request).atOnce) << "its body has to be read";
+  EXPECT_FALSE(Ask(Request("POST", "/page.html")).atOnce);
 }
 
 // ---- Actions and includes ----
