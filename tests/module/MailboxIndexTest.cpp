@@ -406,22 +406,6 @@ TEST_F(Mailbox, NothingAcknowledgedIsLostToAKill) {
   ExpectExactly(0, next + 1);
 }
 
-TEST_F(Mailbox, MailboxesThatAreOpenSeeWhatOthersAdd) {
-  EmailClient_Mailbox one(At("in.idx"), At("in.mbx"));
-  EmailClient_Mailbox other(At("in.idx"), At("in.mbx"));
-  ASSERT_EQ(one.Open(kPLXFilePermission_ReadWrite), Outcome::Done);
-  ASSERT_EQ(other.Open(kPLXFilePermission_ReadWrite), Outcome::Done);
-  for (int number = 0; number < 100; ++number) {
-    EmailClient_Mailbox& first = number % 3 == 0 ? one : other;
-    EmailClient_Mailbox& second = number % 3 == 0 ? other : one;
-    ASSERT_EQ(first.Add(Message(number).c_str()), Outcome::Done);
-    if (number % 2 == 0) {
-      ASSERT_EQ(second.Add(Message(number).c_str()), Outcome::Duplicate);
-    }
-  }
-  ExpectExactly(0, 100);
-}
-
 TEST_F(Mailbox, AddsAtTheSameTimeStoreEachMessageOnceAndWhole) {
   constexpr int kMessages = 400;
   std::map<Outcome, int> outcomes[4];

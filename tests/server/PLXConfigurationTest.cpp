@@ -100,20 +100,16 @@ root = sites/other
   EXPECT_EQ(read.listenPort, 0);
   EXPECT_EQ(read.state, folder / "var # not a comment");
   EXPECT_THAT(read.modules, ElementsAre(folder / "module.so"));
-  EXPECT_EQ(read.limits.pageThreads, 16u);
-  EXPECT_EQ(read.limits.waitingPages, 64u) << "four for each thread";
-  EXPECT_EQ(read.limits.administrationThreads, 2u);
-  EXPECT_EQ(read.limits.connections, 99u);
-  EXPECT_EQ(read.limits.connectionsPerAddress, 0u);
-  EXPECT_EQ(read.limits.headerBytes, 8192u);
-  EXPECT_EQ(read.limits.bodyBytes, std::size_t{2} << 30);
-  EXPECT_EQ(read.limits.bodyInMemoryBytes, 1u << 20);
-  EXPECT_EQ(read.limits.formFields, 5u);
-  EXPECT_EQ(read.limits.headerTime.count(), 3);
-  EXPECT_EQ(read.limits.bodyTime.count(), 4);
-  EXPECT_EQ(read.limits.writeTime.count(), 5);
-  EXPECT_EQ(read.limits.stopTime.count(), 0);
-  EXPECT_EQ(read.limits.includeDepth, 2u);
+  PLXLimits const& limits = read.limits;
+  EXPECT_EQ(limits.waitingPages, 64u) << "four for each thread";
+  EXPECT_EQ(std::tuple(limits.pageThreads, limits.administrationThreads, limits.connections,
+                       limits.connectionsPerAddress, limits.formFields, limits.includeDepth),
+            std::tuple(16u, 2u, 99u, 0u, 5u, 2u));
+  EXPECT_EQ(std::tuple(limits.headerBytes, limits.bodyBytes, limits.bodyInMemoryBytes),
+            std::tuple(8192u, std::size_t{2} << 30, 1u << 20));
+  EXPECT_EQ(std::tuple(limits.headerTime.count(), limits.bodyTime.count(), limits.writeTime.count(),
+                       limits.stopTime.count()),
+            std::tuple(3, 4, 5, 0));
   EXPECT_THAT(read.proxies, ElementsAre("127.0.0.1", "::1"));
   EXPECT_THAT(read.securityHeaders,
               ElementsAre(Pair("X-Frame-Options", "DENY"),
