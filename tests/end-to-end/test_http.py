@@ -59,19 +59,13 @@ class Requests(ServerCase):
 
 
 class Load(ServerCase):
-    PAGES = {"page.html": "<p>&plxPath.q;</p><plxPOP>", "file.txt": "x" * 1000}
+    PAGES = {"page.html": "<p>&plxPath.q;</p><plxPOP>"}
     LOGIN = ("admin", "correct horse")
 
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
         cls.server.switch_tags_off(cls.LOGIN)
-
-    def test_wrk_meets_no_error(self):
-        for path in ("page.html?q=1", "file.txt"):
-            done = subprocess.run(["wrk", "-t1", "-c32", "-d2s", "--timeout", "30s", f"{self.server.url}/{path}"], capture_output=True, text=True, timeout=60)
-            self.assertNotIn("Socket errors", done.stdout)
-            self.assertNotIn("Non-2xx", done.stdout)
 
     def test_reloading_under_load_drops_no_request(self):
         load = subprocess.Popen(["wrk", "-t1", "-c16", "-d3s", "--timeout", "30s", f"{self.server.url}/page.html?q=1"], stdout=subprocess.PIPE, text=True)

@@ -41,8 +41,7 @@ TEST(PLXRegExpMatching, FindsTheFirstGreedyMatch) {
     std::string expression;
     std::string text;
     std::string shown;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"an address", kAddress, "ada.l@mail.example.com", "[ada.l@mail.example.com]"},
       {"an address of one line among others", kAddress, "x\r\nada@example.org\r\ny",
        "x\r\n[ada@example.org]\r\ny"},
@@ -119,8 +118,7 @@ TEST(PLXRegExpErrors, AreTold) {
     char const* why;
     char const* expression;
     PLXSInt32 error;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"group in a group, behind one mark", "(a(b))", 4},
       {"group in a group, behind three marks", "([a](b))", 8},
       {"group without end", "ab(c", 4},

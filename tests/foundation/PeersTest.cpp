@@ -192,11 +192,10 @@ TEST(Peers, OfSMTPMaySpeakInAnyPieces) {
     char const* why;
     std::string reply;  // for a code, to every step
     bool isDribbled;
-  };
-  Row const rows[] = {{"one byte a segment", "|more to come\r\n", true},
-                      {"line feeds alone", "|ok\n", false},
-                      {"several lines", "-one\r\n|two\r\n", false},
-                      {"several lines in single bytes", "-one\r\n|two\n", true}};
+  } const rows[] = {{"one byte a segment", "|more to come\r\n", true},
+                    {"line feeds alone", "|ok\n", false},
+                    {"several lines", "-one\r\n|two\r\n", false},
+                    {"several lines in single bytes", "-one\r\n|two\n", true}};
   std::vector<std::function<void()>> tasks;
   for (Row const& row : rows) {
     tasks.push_back([&row] {

@@ -129,15 +129,14 @@ TEST_F(Mailbox, HeadersAreFoundByTheirBeginning) {
     char const* why;
     char const* lines;
     char const* value;
-  };
-  Row const rows[] = {{"letter case does not count", "dAtE: 1\r\nDate: 2", "1"},
-                      {"the line's name may go on", "Dated: 1\r\nDate: 2", "1"},
-                      {"blanks before the value go, behind it they stay", "Date: \t \n1 ", "1 "},
-                      {"a value may have colons", "Date:1:2", "1:2"},
-                      {"a line without a colon has no value", "Date\r\nDate: 2", ""},
-                      {"folded lines are not joined", "Date:\r\n 1", ""},
-                      {"none", "X-Date: 1", ""},
-                      {"no lines", "", ""}};
+  } const rows[] = {{"letter case does not count", "dAtE: 1\r\nDate: 2", "1"},
+                    {"the line's name may go on", "Dated: 1\r\nDate: 2", "1"},
+                    {"blanks before the value go, behind it they stay", "Date: \t \n1 ", "1 "},
+                    {"a value may have colons", "Date:1:2", "1:2"},
+                    {"a line without a colon has no value", "Date\r\nDate: 2", ""},
+                    {"folded lines are not joined", "Date:\r\n 1", ""},
+                    {"none", "X-Date: 1", ""},
+                    {"no lines", "", ""}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     PLXTokenizedString const lines(PLXString(row.lines), "\r\n");

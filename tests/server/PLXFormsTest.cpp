@@ -202,14 +202,13 @@ TEST(PLXFormsBody, IsReadOrRefusedWithItsStatus) {
     std::string type, text;
     int status;
     std::size_t fields;
-  };
-  Row const rows[] = {{"as many fields as there may be", multipart, form, 0, 2},
-                      {"the other kind", "Application/X-WWW-Form-URLEncoded; x=y", "a=1&b=2", 0, 2},
-                      {"no form", "text/plain", "a=1&b=2&c=3", 0, 0},
-                      {"nothing", multipart, "", 0, 0},
-                      {"too many parts", multipart, Part("name=c", "") + form, 413, 0},
-                      {"too many arguments", "application/x-www-form-urlencoded", "a&b&c", 413, 0},
-                      {"a form that is cut", multipart, form.substr(0, form.size() - 1), 400, 0}};
+  } const rows[] = {{"as many fields as there may be", multipart, form, 0, 2},
+                    {"the other kind", "Application/X-WWW-Form-URLEncoded; x=y", "a=1&b=2", 0, 2},
+                    {"no form", "text/plain", "a=1&b=2&c=3", 0, 0},
+                    {"nothing", multipart, "", 0, 0},
+                    {"too many parts", multipart, Part("name=c", "") + form, 413, 0},
+                    {"too many arguments", "application/x-www-form-urlencoded", "a&b&c", 413, 0},
+                    {"a form that is cut", multipart, form.substr(0, form.size() - 1), 400, 0}};
   for (Row const& row : rows) {
     for (std::size_t const inMemory : {std::size_t{0}, row.text.size()}) {
       SCOPED_TRACE(row.why);

@@ -203,8 +203,7 @@ TEST_F(PLXListenerTest, FillsTheRequest) {
     char const* why;
     std::string request;
     std::string body;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"path and query are decoded once", Get("/a%2520b/../c%20d?x=1&y=%2B+"), "GET /c d query x=1;y=+ ;"},
       {"cookies and login", Get("/page", "Cookie: a=1; b=2\r\nCookie: c=3\r\nAuthorization: Basic YTpi\r\n"),
        "GET /page cookies a=1;b=2;c=3; user a"},
@@ -321,8 +320,7 @@ TEST_F(PLXListenerTest, KeepsConnectionsAsAsked) {
     std::string request;
     bool stays;
     std::string line;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"1.1", Get("/page"), true, ""},
       {"1.1, asked to close", Get("/page", "Connection: close\r\n"), false, "Connection: close"},
       {"1.0", "GET /page HTTP/1.0\r\n\r\n", false, "Connection: close"},

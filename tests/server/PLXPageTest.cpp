@@ -159,8 +159,7 @@ TEST_F(PLXPageText, ShowsAFaultInItsPlaceAndGoesOn) {
     char const* page;
     char const* problem;
     char const* rest;  // what the page still shows
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"a tag that another interrupts", "a\n<plxShow a='1' <b>c</b>",
        "&lt;plxShow&gt; tag on line 2 is never closed", "</div><b>c</b>"},
       {"a quote that stays open", "<plxShow a=\"1>rest<br>", "quotation mark is never closed",
@@ -212,8 +211,7 @@ TEST_F(PLXPageText, StaysLinearAndFlatOnHostilePages) {
   struct Row {
     char const* why;
     std::string page;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"tags", Repeated("<plxShow a=1>", kMany)},
       {"bodies in bodies", Repeated("<plxWrap>", kMany) + "x" + Repeated("</plxWrap>", kMany)},
       {"bodies without end", Repeated("<plxWrap>", kMany)},
