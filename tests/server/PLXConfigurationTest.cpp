@@ -209,6 +209,11 @@ TEST_F(PLXConfigurationFile, SaysWhatIsWrongWhereAndWhatToDo) {
       {"header-bytes = 99999999999G" + kSite,
        ":1: \"header-bytes\" is out of range: \"99999999999G\". Write a size in bytes, or with K, M or G "
        "behind it, from 1K to 1M."},
+      {"page-threads = 99999999999999999999" + kSite,
+       ":1: \"page-threads\" is out of range: \"99999999999999999999\". Write a whole number from 1 to "
+       "1024."},
+      {"page-threads = [1, 2]" + kSite,
+       ":1: \"page-threads\" cannot be a list. Write a whole number from 1 to 1024."},
       {"trace = maybe" + kSite, ":1: \"trace\" cannot be \"maybe\". Write true or false."},
       {"listen = \"127.0.0.1:65536\"" + kSite,
        ":1: \"127.0.0.1:65536\" names no port from 0 to 65535. Write address and port: \"127.0.0.1:8080\"."},
@@ -220,6 +225,11 @@ TEST_F(PLXConfigurationFile, SaysWhatIsWrongWhereAndWhatToDo) {
        "\"::1\"."},
       {"security-headers = [\"X Frame: DENY\"]" + kSite,
        ":1: \"X Frame: DENY\" is no header line. Write \"Name: value\", such as \"X-Frame-Options: DENY\"."},
+      {"security-headers = [\"X-Frame-Options:\"]" + kSite,
+       ":1: \"X-Frame-Options:\" is no header line. Write \"Name: value\", such as \"X-Frame-Options: "
+       "DENY\"."},
+      {region + "site = \"demo\"\npath = \"/r/\"\nheaders = [\"X\"]",
+       ":8: \"X\" is no header line. Write \"Name: value\", such as \"X-Frame-Options: DENY\"."},
       {"security-headers = [\"Content-Length: 3\"]" + kSite,
        ":1: the header \"Content-Length\" is the server's own. Remove it."},
       {"something is wrong" + kSite,

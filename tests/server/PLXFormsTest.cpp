@@ -59,6 +59,8 @@ TEST(PLXFormsMultipart, ReadsWhatBrowsersSend) {
       {"a quote that is not closed", Part("name=\"a;b", "1") + "--b--", "<a;b|1>"},
       {"a backslash at the end of it", Part("name=\"a\\", "1") + "--b--", "<a\\|1>"},
       {"this folder is no file name", Part("name=f; filename=\".\"", "") + "--b--", "<f|>"},
+      {"a plain name before an extended one", Part("name=f; filename=x; filename*=UTF-8''y", "") + "--b--",
+       "<f|x>"},
       {"header lines that end in LF",
        "--b\r\nX: y\nContent-Disposition: form-data; name=a\n\r\n\r\n1\r\n--b--", "<a|1>"},
       {"DEL in a name", Part("name=\"a\x7F\"", "1") + "--b--", "<a|1>"},
