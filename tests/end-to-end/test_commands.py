@@ -71,12 +71,6 @@ class Commands(unittest.TestCase):
 
 
 class Life(unittest.TestCase):
-    def test_a_second_server_on_one_state_folder_is_refused(self):
-        server = Server()
-        self.addCleanup(server.stop)
-        done = server.command("serve", check=False)
-        self.assertNotEqual(done.returncode, 0)
-        self.assertIn("state", done.stderr)
 
     def test_a_reload_takes_a_new_site_and_keeps_the_old_one_on_a_mistake(self):
         server = Server({"page.html": "old"})

@@ -77,8 +77,7 @@ TEST_F(MIMEParser, TakesEachKindOfPart) {
     char const* why;
     std::string part;
     char const* outcome;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"a field", "Content-Disposition: form-data; name=\"a b\"\r\n\r\nx\r\ny", "false a b=x\r\ny"},
       {"an upload is not decoded",
        "Content-Disposition: form-data; name=f; filename=t\r\nContent-Transfer-Encoding: base64\r\n\r\nQUJD",
@@ -120,8 +119,7 @@ TEST_F(MIMEParser, ReturnsTheBody) {
     std::string message;
     bool result;
     std::string body;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"the text and not the attachment", Multipart({text, Attachment("t", "x")}), true, "Hello"},
       {"the last text", Multipart({"\r\nfirst", text}), false, "Hello"},
       {"attachments only", Multipart({Attachment("t", "x")}), true, ""},
@@ -227,13 +225,12 @@ TEST_F(MIMEParser, StoresWhatPatternsAndSizeAllow) {
     char const* patterns;
     PLXUInt32 maximumSize;
     std::vector<std::string> names;
-  };
-  Row const rows[] = {{".*", 0, {"a.txt", "b.txt", "c.gif", "d.txt_e.html"}},
-                      {".*", 1, {"a.txt", "c.gif", "d.txt_e.html"}},
-                      {".*", 4194304, {"a.txt", "b.txt", "c.gif", "d.txt_e.html"}},
-                      {"( gif$", 1, {"c.gif"}},
-                      {"^b txt$", 0, {"a.txt", "b.txt"}},
-                      {"", 0, {}}};
+  } const rows[] = {{".*", 0, {"a.txt", "b.txt", "c.gif", "d.txt_e.html"}},
+                    {".*", 1, {"a.txt", "c.gif", "d.txt_e.html"}},
+                    {".*", 4194304, {"a.txt", "b.txt", "c.gif", "d.txt_e.html"}},
+                    {"( gif$", 1, {"c.gif"}},
+                    {"^b txt$", 0, {"a.txt", "b.txt"}},
+                    {"", 0, {}}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.patterns);
     std::vector<std::string> names;

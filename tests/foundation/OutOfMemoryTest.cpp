@@ -4,11 +4,9 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
-#include <netinet/in.h>
 #include <new>
 #include <set>
 #include <string>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -28,6 +26,7 @@
 #include "PLXRegExp.h"
 #include "PLXTextFile.h"
 #include "PLXTimestamp.h"
+#include "ScriptedPeer.h"
 #include "TemporaryFolder.h"
 
 // Each piece of work is done in a process of its own with the first piece of memory refused, then with the
@@ -433,15 +432,10 @@ namespace {
 class Peer {
  public:
   explicit Peer(std::string const& says_i) {
-    int const listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    bind(listener, reinterpret_cast<sockaddr*>(&address), size);
+    std::uint16_t port = 0;
+    int const listener = OpenBoundSocket(port);
     listen(listener, 8);
-    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
-    myAddress = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    myAddress = "127.0.0.1:" + std::to_string(port);
     myProcess = fork();
     if (myProcess == 0) {
       for (int client; (client = accept(listener, nullptr, nullptr)) != -1; close(client)) {

@@ -89,12 +89,11 @@ TEST(PLXCryptorBase64, WarnsOfALengthItDidNotForesee) {
     char const* why;
     std::size_t size;
     char const* warning;
-  };
-  Row const rows[] = {{"nothing", 0, ""},
-                      {"part of a line", 54, ""},
-                      {"a line that padding fills", 55, kLengthWarning},
-                      {"a line and a bit", 58, ""},
-                      {"two full lines", 114, kLengthWarning}};
+  } const rows[] = {{"nothing", 0, ""},
+                    {"part of a line", 54, ""},
+                    {"a line that padding fills", 55, kLengthWarning},
+                    {"a line and a bit", 58, ""},
+                    {"two full lines", 114, kLengthWarning}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     std::string const data = RandomBytes(row.size);

@@ -48,8 +48,11 @@ class ReportPeer : public ScriptedPeer {
   PLXString URL() { return Plx("http://" + Address() + "/SendMail"); }
 };
 
-PLXEmailFields Fields(std::string const& server_i) {
+PLXEmailFields Fields(std::string const& server_i, std::filesystem::path const& failedMail_i = "",
+                      PLXString const& callback_i = "") {
   PLXEmailFields fields;
+  fields.failedMailFolder = Plx(failedMail_i);
+  fields.callbackURL = callback_i;
   fields.mailServer = Plx(server_i);
   fields.from = "ada@test.org";
   fields.to = "bob@test.org";
@@ -172,9 +175,7 @@ void ExpectFailure(MailPeer& peer_i, std::string reason_i) {
     reason_i = "Unable to connect to server (127.0.0.1:" + std::to_string(peer_i.Port()) + ")";
   }
   report.Hears("&Info=" + Encoded(reason_i));
-  PLXEmailFields fields = Fields(address);
-  fields.failedMailFolder = Plx(folder / "FM");
-  fields.callbackURL = report.URL();
+  PLXEmailFields fields = Fields(address, folder / "FM", report.URL());
   Send(fields);
   std::set<std::string> const names = NamesIn(folder);
   ASSERT_EQ(names.size(), 1u);
@@ -189,8 +190,7 @@ TEST(PLXEmailDialogue, TellsWhatTheServerRefused) {
     char const* why;
     void (*script)(MailPeer&);
     char const* reason;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"no QUIT after a refused greeting", [](MailPeer& peer) { peer.Says("554 no"); },
        "554- Transaction Failed"},
       {"another greeting is left politely",
@@ -235,9 +235,8 @@ TEST(PLXEmailDialogue, TellsWhatTheServerRefused) {
 TEST(PLXEmailFailures, HaveNamesOfTheirOwn) {
   TemporaryFolder const folder;
   RefusedPort const nobody;
-  PLXEmailFields fields = Fields(nobody.Address());
-  fields.failedMailFolder = Plx(folder / "new" / "FM");
-  fields.callbackURL = Plx("http://" + nobody.Address() + "/");
+  PLXEmailFields fields =
+      Fields(nobody.Address(), folder / "new" / "FM", Plx("http://" + nobody.Address() + "/"));
   PLXEmailSendThread::WaitUntilAllSent(0);  // from here on nobody waits to report again
   for (int count = 0; count < 40; ++count) {
     auto* const thread = new PLXEmailSendThread(fields);
@@ -308,9 +307,7 @@ TEST(PLXEmailFailures, AreReportedUntilSomebodyListens) {
   report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"), "503 Busy");
   report.AcceptsNext();
   report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"));
-  PLXEmailFields fields = Fields("no.such.host.invalid");
-  fields.failedMailFolder = Plx(folder / "FM");
-  fields.callbackURL = report.URL();
+  PLXEmailFields fields = Fields("no.such.host.invalid", folder / "FM", report.URL());
   Send(fields);
   EXPECT_EQ(NamesIn(folder).size(), 1u);
 }
@@ -319,9 +316,7 @@ TEST(PLXEmailFailures, AreHeldWhileNoDiskTakesThem) {
   TemporaryFolder const folder;
   ReportPeer report;
   report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"));
-  PLXEmailFields fields = Fields("no.such.host.invalid");
-  fields.failedMailFolder = Plx(folder / "taken" / "FM");
-  fields.callbackURL = report.URL();
+  PLXEmailFields fields = Fields("no.such.host.invalid", folder / "taken" / "FM", report.URL());
   folder.Write("taken", "a file where the folder is to be");
   auto* const thread = new PLXEmailSendThread(fields);
   EXPECT_FALSE(thread->Keep());
@@ -367,10 +362,8 @@ TEST(PLXEmailResend, KeepsTheMessageUntilItIsTaken) {
     ReportPeer report;
     report.Hears("&Info=" +
                  Encoded("Unable to connect to server (127.0.0.1:" + std::to_string(nobody.Port()) + ")"));
-    PLXEmailFields fields = Fields(nobody.Address());
-    fields.failedMailFolder = Plx(folder / "FM");
+    PLXEmailFields fields = Fields(nobody.Address(), folder / "FM", report.URL());
     fields.messageID = "msg1";
-    fields.callbackURL = report.URL();
     Send(fields);
     std::string const stored = folder.Read("FM/msg1");
     std::string const body = stored.substr(stored.find("\n\n"));
@@ -390,10 +383,9 @@ TEST(PLXEmailResend, NeverReplacesWhatItCouldNotRead) {
   peer.TakesMessage();
   PLXEmailSendThread::WaitUntilAllSent(0);  // from here on nobody waits to report again
   for (bool const isTaken : {false, true}) {
-    PLXEmailFields fields = Fields(isTaken ? peer.Address() : nobody.Address());
-    fields.failedMailFolder = Plx(folder / "FM");
+    PLXEmailFields fields = Fields(isTaken ? peer.Address() : nobody.Address(), folder / "FM",
+                                   Plx("http://" + nobody.Address() + "/"));
     fields.messageID = "msg1";
-    fields.callbackURL = Plx("http://" + nobody.Address() + "/");
     Send(fields);
     EXPECT_EQ(folder.Read("FM/msg1"), "Subject: cut\n\nno end");
   }
@@ -405,9 +397,7 @@ TEST(PLXEmailSendThread, BreaksOffWhatNeverEnds) {
   RefusedPort const nobody;
   MailPeer peer;
   peer.Greets().HearsHello().IsLeft();
-  PLXEmailFields fields = Fields(peer.Address());
-  fields.failedMailFolder = Plx(folder / "FM");
-  fields.callbackURL = Plx("http://" + nobody.Address() + "/");
+  PLXEmailFields fields = Fields(peer.Address(), folder / "FM", Plx("http://" + nobody.Address() + "/"));
   auto* const thread = new PLXEmailSendThread(fields);
   ASSERT_TRUE(thread->Start());
   EXPECT_TRUE(PLXEmailSendThread::WaitUntilAllSent(2000));

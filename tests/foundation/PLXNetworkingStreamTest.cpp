@@ -60,15 +60,14 @@ TEST(PLXIPAddress, TakesFourNumbersUpTo255) {
     char const* why;
     std::string text;
     char const* result;  // null: refused
-  };
-  Row const rows[] = {{"plain", "1.2.3.4", "1.2.3.4"},
-                      {"zeros in front are no octal", "010.001.1.1", "10.1.1.1"},
-                      {"one too high", "256.1.1.1", nullptr},
-                      {"far too high for an integer", "1.2.3.99999999999999", nullptr},
-                      {"negative", "1.-2.3.4", nullptr},
-                      {"no number at all", "nan.1.1.1", nullptr},
-                      {"five", "1.2.3.4.5", nullptr},
-                      {"endless", std::string(1 << 20, '.'), nullptr}};
+  } const rows[] = {{"plain", "1.2.3.4", "1.2.3.4"},
+                    {"zeros in front are no octal", "010.001.1.1", "10.1.1.1"},
+                    {"one too high", "256.1.1.1", nullptr},
+                    {"far too high for an integer", "1.2.3.99999999999999", nullptr},
+                    {"negative", "1.-2.3.4", nullptr},
+                    {"no number at all", "nan.1.1.1", nullptr},
+                    {"five", "1.2.3.4.5", nullptr},
+                    {"endless", std::string(1 << 20, '.'), nullptr}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     PLXIPAddress address(0x09090909);
@@ -83,16 +82,15 @@ TEST(CrackNum, FindsTheNumberInFrontOrBehindTheFirstWord) {
     char const* text;
     PLXUInt32 code;
     int moved;
-  };
-  Row const rows[] = {{"a reply", "354 go ahead", 354, 3},
-                      {"blanks and tabs in front", " \t421 busy", 421, 5},
-                      {"a status line", "HTTP/1.1 302 Found", 302, 0},
-                      {"two blanks and a tab behind the word", "+OK  \t2 320", 2, 0},
-                      {"a word and no number", "-ERR no", 0, 0},
-                      {"a word alone", "+OK", 0, 0},
-                      {"a line end ends no word", "+OK\r\n12 3", 3, 0},
-                      {"nothing", "", 0, 0},
-                      {"digits beyond 32 bits count modulo 2^32", "4294967298 ", 2, 10}};
+  } const rows[] = {{"a reply", "354 go ahead", 354, 3},
+                    {"blanks and tabs in front", " \t421 busy", 421, 5},
+                    {"a status line", "HTTP/1.1 302 Found", 302, 0},
+                    {"two blanks and a tab behind the word", "+OK  \t2 320", 2, 0},
+                    {"a word and no number", "-ERR no", 0, 0},
+                    {"a word alone", "+OK", 0, 0},
+                    {"a line end ends no word", "+OK\r\n12 3", 3, 0},
+                    {"nothing", "", 0, 0},
+                    {"digits beyond 32 bits count modulo 2^32", "4294967298 ", 2, 10}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     char const* cursor = row.text;
@@ -107,8 +105,7 @@ TEST(PLXNetworkingStreamResponse, IsCrackedAtItsStart) {
     std::string bytes;
     PLXUInt32 code;
     char const* text;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"a leading number is taken off", "250 OK\r\n", 250, " OK\r\n"},
       {"with the blanks before it", "  421 busy", 421, " busy"},
       {"a number behind a word stays", "HTTP/1.0 200 OK\r\n", 200, "HTTP/1.0 200 OK\r\n"},
@@ -222,19 +219,18 @@ TEST(ResolveDomainName, TakesAPortBehindAColon) {
     std::string name;
     bool isFound;
     PLXUInt16 port;
-  };
-  Row const rows[] = {{"a name and a port", "localhost:2525", true, 2525},
-                      {"dotted numbers", "127.0.0.1:110", true, 110},
-                      {"a colon and nothing behind it", "localhost:", true, 0},
-                      {"the port ends with its digits", "localhost: 80x", true, 80},
-                      {"sixteen bits of a port too high", "localhost:65616", true, 80},
-                      {"a port of any length", "localhost:" + std::string(100000, '0') + "7", true, 7},
-                      {"the first colon decides", "localhost:1:2", true, 1},
-                      {"nothing", "", false, 25},
-                      {"a port without a name", ":80", false, 80},
-                      {"a zero byte", std::string("localhost\0x", 11), false, 25},
-                      {"a name too long", std::string(1 << 20, 'a'), false, 25},
-                      {"a name that nobody can have", "no-such-host.invalid", false, 25}};
+  } const rows[] = {{"a name and a port", "localhost:2525", true, 2525},
+                    {"dotted numbers", "127.0.0.1:110", true, 110},
+                    {"a colon and nothing behind it", "localhost:", true, 0},
+                    {"the port ends with its digits", "localhost: 80x", true, 80},
+                    {"sixteen bits of a port too high", "localhost:65616", true, 80},
+                    {"a port of any length", "localhost:" + std::string(100000, '0') + "7", true, 7},
+                    {"the first colon decides", "localhost:1:2", true, 1},
+                    {"nothing", "", false, 25},
+                    {"a port without a name", ":80", false, 80},
+                    {"a zero byte", std::string("localhost\0x", 11), false, 25},
+                    {"a name too long", std::string(1 << 20, 'a'), false, 25},
+                    {"a name that nobody can have", "no-such-host.invalid", false, 25}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     PLXIPAddress address(0x09090909);

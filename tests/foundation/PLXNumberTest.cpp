@@ -65,8 +65,7 @@ TEST(PLXNumberText, ReportsWhatIsNone) {
     PLXString text;
     char const* message;
     char const* value;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"second point", 38, 8, "1.2.3", "Dec Point Invalid", "0"},
       {"letter", 38, 8, "12a", "Digit Expected", "null"},
       {"sign behind", 38, 8, "12-", "Sign Invalid", "null"},
@@ -146,11 +145,10 @@ TEST(PLXNumberDeathTest, AbortsOnAnImpossibleShape) {
   struct Row {
     PLXSInt32 length, scale;
     char const* text;
-  };
-  Row const rows[] = {{0, 0, "STATE ASSERTION FAILURE: myLength > 0 && myLength <= 100"},
-                      {101, 0, "STATE ASSERTION FAILURE: myLength > 0 && myLength <= 100"},
-                      {5, -1, "STATE ASSERTION FAILURE: myScale >= 0"},
-                      {5, 6, "STATE ASSERTION FAILURE: myLength >= myScale"}};
+  } const rows[] = {{0, 0, "STATE ASSERTION FAILURE: myLength > 0 && myLength <= 100"},
+                    {101, 0, "STATE ASSERTION FAILURE: myLength > 0 && myLength <= 100"},
+                    {5, -1, "STATE ASSERTION FAILURE: myScale >= 0"},
+                    {5, 6, "STATE ASSERTION FAILURE: myLength >= myScale"}};
   for (Row const& row : rows) {
     PLXNumber number = 1;
     DamageShape(number, row.length, row.scale);
@@ -168,8 +166,7 @@ TEST(PLXNumberShape, ChangesOnlyWhenTheValueFits) {
     PLXSInt32 length, scale;
     char const* message;  // null when it succeeds
     char const* shape;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"rounds to a smaller scale", 10, 2, nullptr, "-123.46 (10, 2)"},
       {"-1 keeps the length", -1, 3, nullptr, "-123.457 (10, 3)"},
       {"exactly the places needed", 7, 4, nullptr, "-123.4567 (7, 4)"},
@@ -379,8 +376,7 @@ TEST(PLXNumberArithmetic, RaisesToIntegerPowers) {
     char const* base;
     PLXSInt32 exponent;
     std::string value;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {38, 8, "2", -2, "0.25"},
       {38, 8, "-0.5", -3, "-8"},
       {38, 8, "0", 0, "1"},
@@ -503,8 +499,7 @@ TEST(PLXNumberConversion, ChecksTheRangeOfIntegers) {
     char const* message;
     unsigned natural;
     char const* naturalMessage;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"2.99", 2, nullptr, 2, nullptr},
       {"-2.99", -2, nullptr, 0, "Negative Num to Unsigned"},
       {"2147483647.9", 2147483647, nullptr, 2147483647, nullptr},
@@ -529,11 +524,10 @@ TEST(PLXNumberConversion, TakesTheShortestDecimalOfADouble) {
   struct Row {
     double value;
     char const* text;
-  };
-  Row const rows[] = {{-0.1, "-0.1"},       {1e22, "10000000000000000000000"},
-                      {1e-8, "0.00000001"}, {5e-9, "0.00000001"},
-                      {4.9e-9, "0"},        {-0.0, "0"},
-                      {5e-324, "0"},        {1e29, "100000000000000000000000000000"}};
+  } const rows[] = {{-0.1, "-0.1"},       {1e22, "10000000000000000000000"},
+                    {1e-8, "0.00000001"}, {5e-9, "0.00000001"},
+                    {4.9e-9, "0"},        {-0.0, "0"},
+                    {5e-324, "0"},        {1e29, "100000000000000000000000000000"}};
   for (Row const& row : rows) EXPECT_EQ(Text(PLXNumber(row.value)), row.text);
   typedef std::numeric_limits<double> Limits;
   for (double value : {Limits::infinity(), -Limits::infinity(), Limits::quiet_NaN()}) {

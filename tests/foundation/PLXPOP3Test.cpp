@@ -28,8 +28,7 @@ TEST(PLXPOP3Connect, TellsWhereTheServerRefused) {
     void (*play)(ScriptedPeer&);
     PLXUInt32 result;
     char const* password = "pw";
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"let in, in lower case and with a pause within a line",
        [](ScriptedPeer& peer_io) {
          peer_io.Sends("+o").Pauses().Says("k 1 ready").Hears("USER ada").Says("+Ok").Hears("PASS pw");

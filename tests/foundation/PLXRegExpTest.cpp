@@ -41,8 +41,7 @@ TEST(PLXRegExpMatching, FindsTheFirstGreedyMatch) {
     std::string expression;
     std::string text;
     std::string shown;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"an address", kAddress, "ada.l@mail.example.com", "[ada.l@mail.example.com]"},
       {"an address of one line among others", kAddress, "x\r\nada@example.org\r\ny",
        "x\r\n[ada@example.org]\r\ny"},
@@ -119,8 +118,7 @@ TEST(PLXRegExpErrors, AreTold) {
     char const* why;
     char const* expression;
     PLXSInt32 error;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"group in a group, behind one mark", "(a(b))", 4},
       {"group in a group, behind three marks", "([a](b))", 8},
       {"group without end", "ab(c", 4},
@@ -129,6 +127,10 @@ TEST(PLXRegExpErrors, AreTold) {
       {"brace without end", "ab{2", 3},
       {"brace without end behind a group", "(a){2", 5},
       {"nothing in braces", "a{}", -1},
+      {"no least count", "a{,2}", -1},
+      {"second comma", "a{1,2,3}", -1},
+      {"group in braces", "a{1(b)}", -1},
+      {"count beyond any number", "a{1,99999999999999999999}", -1},
       {"blank in braces", "[a]{1, 2}", -1},
       {"count beyond a byte", "(a){256}", -1},
       {"more than most", "a{3,2}", -1},

@@ -19,8 +19,7 @@ TEST(PLXStringID, ValuesAreFixed) {
     char const* why;
     PLXString text;
     PLXUInt32 id;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"nothing", "", 0xFFFFFFFF},
       {"an entry of the polynomial", PLXString("\x01", 1), ~0x77073096u},
       {"own entry 28", PLXString("\x1C", 1), ~0x14045C4Fu},
@@ -46,8 +45,7 @@ TEST(PLXTokenizedString, CutsAtEveryDelimiter) {
     char const* delimiter;
     unsigned flags;
     std::vector<PLXString> tokens;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"adjacent and trailing", "a,,b,", ",", 0, {"a", "", "b", ""}},
       {"leading", "/a/b", "/", 0, {"", "a", "b"}},
       {"only a delimiter", ",", ",", 0, {"", ""}},

@@ -139,8 +139,7 @@ TEST(PLXStringEditing, ReplacesAllAndCounts) {
     unsigned options;
     PLXUInt32 count;
     char const* result;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"backward", "abab", "ab", "c", 2, 2, "cc"},
       {"backward meets what it put in", "aab", "ab", "b", 2, 2, "b"},
       {"backward ends where the replacement holds the pattern", "aaa", "a", "aa", 2, 3, "aaaaaa"},
@@ -200,8 +199,7 @@ TEST(PLXStringComparing, OrdersSignedBytesThenLengths) {
     char const* right;
     unsigned options;
     PLXUInt32 result;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"8-bit bytes come before ASCII", "\x80", "a", 0, kPLXCompare_Less},
       {"the shorter is less", "ab", "abc", 0, kPLXCompare_Less},
       {"case ignored", "aBc", "AbC", 1, kPLXCompare_Equal},

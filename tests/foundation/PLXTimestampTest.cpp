@@ -319,8 +319,7 @@ TEST(PLXTimestampFormat, ConvertsFromLocalTime) {
     char const* offset;
     int minutes;
     char const* zone;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"whole hours", "-5", -300, "-0500"},
       {"half an hour", "5.5", 330, "+0530"},
       {"a quarter moves the clock, and shows the hour", "5.75", 345, "+0500"},
@@ -379,11 +378,10 @@ TEST(PLXTimestampZone, HasText) {
   struct Row {
     char const* offset;
     char const* zone;
-  };
-  Row const rows[] = {{"-5", "-0500"},    {"5.5", "+0530"},  {"0", "GMT"},      {"-3.75", "-0300"},
-                      {"5.25", "+0500"},  {"", "GMT"},       {"-0.5", "-0030"}, {"-0.25", "GMT"},
-                      {"14", "+1400"},    {"5.05", "+0500"}, {"5.55", "+0500"}, {"-12.50", "-1230"},
-                      {"123.5", "+12330"}};
+  } const rows[] = {{"-5", "-0500"},    {"5.5", "+0530"},  {"0", "GMT"},      {"-3.75", "-0300"},
+                    {"5.25", "+0500"},  {"", "GMT"},       {"-0.5", "-0030"}, {"-0.25", "GMT"},
+                    {"14", "+1400"},    {"5.05", "+0500"}, {"5.55", "+0500"}, {"-12.50", "-1230"},
+                    {"123.5", "+12330"}};
   for (Row const& row : rows) {
     EXPECT_EQ(Std(PLXTimestamp::GetTimeZoneString(PLXNumber(row.offset))), row.zone) << row.offset;
   }
@@ -395,8 +393,7 @@ TEST(PLXTimestampZone, IsReadFromText) {
     char const* zone;
     bool isPositive;
     int hours, minutes;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"east", "+0530", true, 5, 30},
       {"west", "-0330", false, 3, 30},
       {"no sign is east", "1245", true, 12, 45},
@@ -431,8 +428,7 @@ TEST(PLXTimestampRFC1123, IsRead) {
     std::string text;
     std::string asWritten;
     std::string inGMT;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"west", "Tue, 05 Mar 2002 14:07:09 -0500", "20020305140709", "20020305190709"},
       {"east, over the end of the year", "Tue, 01 Jan 2002 01:07:09 +0530", "20020101010709",
        "20011231193709"},

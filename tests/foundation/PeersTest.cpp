@@ -2,9 +2,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
-#include <netinet/in.h>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -134,14 +132,7 @@ class EndlessPeer {
  public:
   EndlessPeer(std::string beginning_i, std::string rest_i, useconds_t pause_i = 0)
       : myBeginning(std::move(beginning_i)), myRest(std::move(rest_i)), myPause(pause_i) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(bind(myListener, reinterpret_cast<sockaddr*>(&address), size), 0);
     EXPECT_EQ(listen(myListener, 1), 0);
-    EXPECT_EQ(getsockname(myListener, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    myPort = ntohs(address.sin_port);
     myThread = std::thread([this] { Play(); });
   }
   ~EndlessPeer() {
@@ -164,8 +155,8 @@ class EndlessPeer {
   std::string const myBeginning;
   std::string const myRest;
   useconds_t const myPause;
-  int const myListener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   std::uint16_t myPort = 0;
+  int const myListener = OpenBoundSocket(myPort);
   std::thread myThread;
 };
 
@@ -201,11 +192,10 @@ TEST(Peers, OfSMTPMaySpeakInAnyPieces) {
     char const* why;
     std::string reply;  // for a code, to every step
     bool isDribbled;
-  };
-  Row const rows[] = {{"one byte a segment", "|more to come\r\n", true},
-                      {"line feeds alone", "|ok\n", false},
-                      {"several lines", "-one\r\n|two\r\n", false},
-                      {"several lines in single bytes", "-one\r\n|two\n", true}};
+  } const rows[] = {{"one byte a segment", "|more to come\r\n", true},
+                    {"line feeds alone", "|ok\n", false},
+                    {"several lines", "-one\r\n|two\r\n", false},
+                    {"several lines in single bytes", "-one\r\n|two\n", true}};
   std::vector<std::function<void()>> tasks;
   for (Row const& row : rows) {
     tasks.push_back([&row] {

@@ -129,15 +129,14 @@ TEST_F(Mailbox, HeadersAreFoundByTheirBeginning) {
     char const* why;
     char const* lines;
     char const* value;
-  };
-  Row const rows[] = {{"letter case does not count", "dAtE: 1\r\nDate: 2", "1"},
-                      {"the line's name may go on", "Dated: 1\r\nDate: 2", "1"},
-                      {"blanks before the value go, behind it they stay", "Date: \t \n1 ", "1 "},
-                      {"a value may have colons", "Date:1:2", "1:2"},
-                      {"a line without a colon has no value", "Date\r\nDate: 2", ""},
-                      {"folded lines are not joined", "Date:\r\n 1", ""},
-                      {"none", "X-Date: 1", ""},
-                      {"no lines", "", ""}};
+  } const rows[] = {{"letter case does not count", "dAtE: 1\r\nDate: 2", "1"},
+                    {"the line's name may go on", "Dated: 1\r\nDate: 2", "1"},
+                    {"blanks before the value go, behind it they stay", "Date: \t \n1 ", "1 "},
+                    {"a value may have colons", "Date:1:2", "1:2"},
+                    {"a line without a colon has no value", "Date\r\nDate: 2", ""},
+                    {"folded lines are not joined", "Date:\r\n 1", ""},
+                    {"none", "X-Date: 1", ""},
+                    {"no lines", "", ""}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     PLXTokenizedString const lines(PLXString(row.lines), "\r\n");
@@ -404,22 +403,6 @@ TEST_F(Mailbox, NothingAcknowledgedIsLostToAKill) {
   }
   EXPECT_EQ(AddAll(0, next + 1), (std::map<Outcome, int>{{Outcome::Duplicate, next}, {Outcome::Done, 1}}));
   ExpectExactly(0, next + 1);
-}
-
-TEST_F(Mailbox, MailboxesThatAreOpenSeeWhatOthersAdd) {
-  EmailClient_Mailbox one(At("in.idx"), At("in.mbx"));
-  EmailClient_Mailbox other(At("in.idx"), At("in.mbx"));
-  ASSERT_EQ(one.Open(kPLXFilePermission_ReadWrite), Outcome::Done);
-  ASSERT_EQ(other.Open(kPLXFilePermission_ReadWrite), Outcome::Done);
-  for (int number = 0; number < 100; ++number) {
-    EmailClient_Mailbox& first = number % 3 == 0 ? one : other;
-    EmailClient_Mailbox& second = number % 3 == 0 ? other : one;
-    ASSERT_EQ(first.Add(Message(number).c_str()), Outcome::Done);
-    if (number % 2 == 0) {
-      ASSERT_EQ(second.Add(Message(number).c_str()), Outcome::Duplicate);
-    }
-  }
-  ExpectExactly(0, 100);
 }
 
 TEST_F(Mailbox, AddsAtTheSameTimeStoreEachMessageOnceAndWhole) {

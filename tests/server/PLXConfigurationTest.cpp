@@ -100,20 +100,16 @@ root = sites/other
   EXPECT_EQ(read.listenPort, 0);
   EXPECT_EQ(read.state, folder / "var # not a comment");
   EXPECT_THAT(read.modules, ElementsAre(folder / "module.so"));
-  EXPECT_EQ(read.limits.pageThreads, 16u);
-  EXPECT_EQ(read.limits.waitingPages, 64u) << "four for each thread";
-  EXPECT_EQ(read.limits.administrationThreads, 2u);
-  EXPECT_EQ(read.limits.connections, 99u);
-  EXPECT_EQ(read.limits.connectionsPerAddress, 0u);
-  EXPECT_EQ(read.limits.headerBytes, 8192u);
-  EXPECT_EQ(read.limits.bodyBytes, std::size_t{2} << 30);
-  EXPECT_EQ(read.limits.bodyInMemoryBytes, 1u << 20);
-  EXPECT_EQ(read.limits.formFields, 5u);
-  EXPECT_EQ(read.limits.headerTime.count(), 3);
-  EXPECT_EQ(read.limits.bodyTime.count(), 4);
-  EXPECT_EQ(read.limits.writeTime.count(), 5);
-  EXPECT_EQ(read.limits.stopTime.count(), 0);
-  EXPECT_EQ(read.limits.includeDepth, 2u);
+  PLXLimits const& limits = read.limits;
+  EXPECT_EQ(limits.waitingPages, 64u) << "four for each thread";
+  EXPECT_EQ(std::tuple(limits.pageThreads, limits.administrationThreads, limits.connections,
+                       limits.connectionsPerAddress, limits.formFields, limits.includeDepth),
+            std::tuple(16u, 2u, 99u, 0u, 5u, 2u));
+  EXPECT_EQ(std::tuple(limits.headerBytes, limits.bodyBytes, limits.bodyInMemoryBytes),
+            std::tuple(8192u, std::size_t{2} << 30, 1u << 20));
+  EXPECT_EQ(std::tuple(limits.headerTime.count(), limits.bodyTime.count(), limits.writeTime.count(),
+                       limits.stopTime.count()),
+            std::tuple(3, 4, 5, 0));
   EXPECT_THAT(read.proxies, ElementsAre("127.0.0.1", "::1"));
   EXPECT_THAT(read.securityHeaders,
               ElementsAre(Pair("X-Frame-Options", "DENY"),
@@ -213,6 +209,11 @@ TEST_F(PLXConfigurationFile, SaysWhatIsWrongWhereAndWhatToDo) {
       {"header-bytes = 99999999999G" + kSite,
        ":1: \"header-bytes\" is out of range: \"99999999999G\". Write a size in bytes, or with K, M or G "
        "behind it, from 1K to 1M."},
+      {"page-threads = 99999999999999999999" + kSite,
+       ":1: \"page-threads\" is out of range: \"99999999999999999999\". Write a whole number from 1 to "
+       "1024."},
+      {"page-threads = [1, 2]" + kSite,
+       ":1: \"page-threads\" cannot be a list. Write a whole number from 1 to 1024."},
       {"trace = maybe" + kSite, ":1: \"trace\" cannot be \"maybe\". Write true or false."},
       {"listen = \"127.0.0.1:65536\"" + kSite,
        ":1: \"127.0.0.1:65536\" names no port from 0 to 65535. Write address and port: \"127.0.0.1:8080\"."},
@@ -224,6 +225,11 @@ TEST_F(PLXConfigurationFile, SaysWhatIsWrongWhereAndWhatToDo) {
        "\"::1\"."},
       {"security-headers = [\"X Frame: DENY\"]" + kSite,
        ":1: \"X Frame: DENY\" is no header line. Write \"Name: value\", such as \"X-Frame-Options: DENY\"."},
+      {"security-headers = [\"X-Frame-Options:\"]" + kSite,
+       ":1: \"X-Frame-Options:\" is no header line. Write \"Name: value\", such as \"X-Frame-Options: "
+       "DENY\"."},
+      {region + "site = \"demo\"\npath = \"/r/\"\nheaders = [\"X\"]",
+       ":8: \"X\" is no header line. Write \"Name: value\", such as \"X-Frame-Options: DENY\"."},
       {"security-headers = [\"Content-Length: 3\"]" + kSite,
        ":1: the header \"Content-Length\" is the server's own. Remove it."},
       {"something is wrong" + kSite,

@@ -36,8 +36,7 @@ TEST(PLXDelimitedText, WritesWhatComesBackAsItWas) {
     char delimiter;
     Records records;
     std::string text;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"only what needs quotes has them",
        ',',
        {{"a;b", " c ", "d,e", "say \"x\""}},
@@ -65,8 +64,7 @@ TEST(PLXDelimitedText, ReadsWhatOtherProgramsWrite) {
     char const* text;
     Records records;
     char const* error;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"nothing, and nothing but a mark", "\xEF\xBB\xBF", {}, ""},
       {"a mark, LF ends, empty lines, no last end",
        "\xEF\xBB\xBF\"a\",b\n\r\n\n1,",

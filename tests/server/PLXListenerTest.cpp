@@ -203,11 +203,13 @@ TEST_F(PLXListenerTest, FillsTheRequest) {
     char const* why;
     std::string request;
     std::string body;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"path and query are decoded once", Get("/a%2520b/../c%20d?x=1&y=%2B+"), "GET /c d query x=1;y=+ ;"},
       {"cookies and login", Get("/page", "Cookie: a=1; b=2\r\nCookie: c=3\r\nAuthorization: Basic YTpi\r\n"),
        "GET /page cookies a=1;b=2;c=3; user a"},
+      {"credentials that are none, and two",
+       Get("/page", "Authorization: x\r\nAuthorization: Basic YTpi\r\nAuthorization: Basic Yzpk\r\n"),
+       "GET /page user a"},
       {"a form", Post(kURLEncoded, "a=1&b=2"), "POST /page post a=1;b=2; bytes 7"},
       {"another body is nobody's arguments", Post("text/plain", "a=1"), "POST /page bytes 3"},
       {"an absolute address names the host", Get("HTTP://other:81/page?q"),
@@ -321,8 +323,7 @@ TEST_F(PLXListenerTest, KeepsConnectionsAsAsked) {
     std::string request;
     bool stays;
     std::string line;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"1.1", Get("/page"), true, ""},
       {"1.1, asked to close", Get("/page", "Connection: close\r\n"), false, "Connection: close"},
       {"1.0", "GET /page HTTP/1.0\r\n\r\n", false, "Connection: close"},

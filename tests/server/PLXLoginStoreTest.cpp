@@ -106,8 +106,7 @@ TEST(PLXLoginStore, RefusesNamesAndPasswordsThatCannotBeKept) {
     char const* why;
     std::string user, password;
     char const* problem;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"no user", "", "x", "A user name has 1 to 255 bytes."},
       {"a long user", std::string(256, 'u'), "x", "A user name has 1 to 255 bytes."},
       {"a colon", "a:b", "x", "A user name holds no \":\" and no control character."},

@@ -97,6 +97,7 @@ TEST_F(PLXPageText, RunsTagsInPlace) {
       {"nobody's tag is text, and so is its closing tag", "<plxNobody a='<'>x</plxNobody>",
        "<plxNobody a='<'>x</plxNobody>"},
       {"a body", "<plxWrap a=1>text</PLXWRAP >", "{a=1;text}"},
+      {"an empty body", "<plxWrap></plxWrap><plxWrap/>x", "{}{}x"},
       {"the same tag inside itself", "<plxWrap>a<plxWrap>b</plxWrap>c</plxWrap>", "{a{b}c}"},
       {"tags in a body run first", "<plxWrap>a<plxShow b=1>c</plxWrap>", "{a[b=1;]c}"},
       {"a closing tag after a tag without body", "<plxShow></plxShow>x", "[]x"},
@@ -159,10 +160,10 @@ TEST_F(PLXPageText, ShowsAFaultInItsPlaceAndGoesOn) {
     char const* page;
     char const* problem;
     char const* rest;  // what the page still shows
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"a tag that another interrupts", "a\n<plxShow a='1' <b>c</b>",
        "&lt;plxShow&gt; tag on line 2 is never closed", "</div><b>c</b>"},
+      {"a tag cut by the end", "a<plxShow b", "&lt;plxShow&gt; tag on line 1 is never closed", "a<div"},
       {"a quote that stays open", "<plxShow a=\"1>rest<br>", "quotation mark is never closed",
        "</div>rest<br>"},
       {"a quote closed by another tag's", "<plxShow a=\"1>rest<plxShow b=\"2\">",
@@ -212,8 +213,7 @@ TEST_F(PLXPageText, StaysLinearAndFlatOnHostilePages) {
   struct Row {
     char const* why;
     std::string page;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"tags", Repeated("<plxShow a=1>", kMany)},
       {"bodies in bodies", Repeated("<plxWrap>", kMany) + "x" + Repeated("</plxWrap>", kMany)},
       {"bodies without end", Repeated("<plxWrap>", kMany)},

@@ -165,8 +165,7 @@ TEST_F(PLXServerRequests, FindsPageFileOrRefusalByPathAndMethod) {
     int status;
     char const* header;
     char const* value;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"the index of the root", "GET", "/", Kind::kPage, 200, "Content-Type", "text/html"},
       {"a second kind of index", "GET", "/sub/", Kind::kPage, 200, "", ""},
       {"a page takes posts", "POST", "/page.html", Kind::kPage, 200, "", ""},
@@ -210,8 +209,7 @@ TEST_F(PLXServerRequests, GivesPagesAHostThatIsConfigured) {
     char const* host;
     std::uint16_t port;
     char const* expected;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"a configured name", "/", "www.demo.test:8080", 8080, "www.demo.test:8080"},
       {"letter case and root dot do not count", "/", "WWW.Demo.TEST.", 8080, "www.demo.test:8080"},
       {"port 80 is not said", "/", "demo.test", 80, "demo.test"},
@@ -326,8 +324,7 @@ TEST_F(PLXServerRequests, AsksForTheRegionsLoginBeforeAnythingElse) {
     char const* user;
     char const* password;
     int status;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"no login", "/staff/page.html", "", "", 401},
       {"no login, not even whether it exists", "/staff/none", "", "", 401},
       {"a wrong password", "/staff/page.html", "bob", "no", 401},
@@ -543,8 +540,7 @@ TEST_F(PLXServerRequests, TakesNoPostsThatActForAVisitorFromOtherSites) {
     int openPage;    // nothing of the visitor's comes with it
     int withCookie;  // or with a login that a module checks
     int staffPage;   // with the region's login
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"no browser", {}, 200, 200, 200},
       {"the browser vouches for it", {{"Sec-Fetch-Site", "same-origin"}}, 200, 200, 200},
       {"a sister host", {{"Sec-Fetch-Site", "same-site"}}, 200, 200, 403},
@@ -600,8 +596,7 @@ TEST_F(PLXServerRequests, KeepsPrivatePagesOutOfCachesFramesAndScripts) {
     char const* cache;
     char const* policy;  // how it begins
     char const* opener;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"/page.html", "", "", ""},
       {"/data.txt", "no-cache", "", ""},
       {"/cookie.html", "no-store", "", ""},

@@ -168,21 +168,20 @@ TEST_F(PLXSiteFolder, FindsTheRegionWithTheLongestPath) {
     char const* path;
     char const* region;
     bool isDownload = false;
-  };
-  Row const rows[] = {{"/", "main"},
-                      {"", "main"},
-                      {"/mail/a", "mail"},
-                      {"/mail", "mail"},
-                      {"/mails", "main"},
-                      {"/mail/deep/a", "deep"},
-                      {"/mail/deeper", "mail"},
-                      {"//mail/a", "mail"},
-                      {"///mail//deep///a", "deep"},
-                      {"/attachments/a.plx", "main", true},
-                      {"//attachments//a.plx", "main", true},
-                      {"/Attachments/a.plx", "main", true},
-                      {"/mail//Attachments/a.plx", "mail", true},
-                      {"/mail/x/Attachments/a.plx", "mail"}};
+  } const rows[] = {{"/", "main"},
+                    {"", "main"},
+                    {"/mail/a", "mail"},
+                    {"/mail", "mail"},
+                    {"/mails", "main"},
+                    {"/mail/deep/a", "deep"},
+                    {"/mail/deeper", "mail"},
+                    {"//mail/a", "mail"},
+                    {"///mail//deep///a", "deep"},
+                    {"/attachments/a.plx", "main", true},
+                    {"//attachments//a.plx", "main", true},
+                    {"/Attachments/a.plx", "main", true},
+                    {"/mail//Attachments/a.plx", "mail", true},
+                    {"/mail/x/Attachments/a.plx", "mail"}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.path);
     EXPECT_EQ(Site().RegionOf(row.path).Name(), row.region);

@@ -67,8 +67,7 @@ TEST_F(PLXStaticFile, AnswersConditionsInTheirOrder) {
     char const* why;
     std::vector<PLXNameValue> headers;
     int status;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"the tag that the client has", {{"If-None-Match", tag}}, 304},
       {"as a weak one in a list", {{"If-None-Match", "\"x, y\", W/" + tag}}, 304},
       {"any", {{"If-None-Match", "*"}}, 304},
@@ -106,8 +105,7 @@ TEST_F(PLXStaticFile, SendsOneRange) {
     int status;
     std::uint64_t offset, length;
     char const* range;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"from to", {{"Range", "bytes=2-4"}}, 206, 2, 3, "bytes 2-4/10"},
       {"to the end", {{"Range", "bytes=7-"}}, 206, 7, 3, "bytes 7-9/10"},
       {"far beyond it", {{"Range", "bytes=7-99999999999999999999999"}}, 206, 7, 3, "bytes 7-9/10"},
@@ -172,8 +170,7 @@ TEST_F(PLXStaticFile, NamesADownload) {
     char const* why;
     char const* name;
     char const* disposition;
-  };
-  Row const rows[] = {
+  } const rows[] = {
       {"plain", "a b.html", "attachment; filename=\"a b.html\""},
       {"quotes and backslashes", "a\"b\\.txt",
        "attachment; filename=\"a_b_.txt\"; filename*=UTF-8''a%22b%5C.txt"},

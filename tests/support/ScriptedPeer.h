@@ -16,6 +16,19 @@
 #include <utility>
 #include <vector>
 
+// A socket with a port of its own on this machine; nobody listens at it yet.
+inline int OpenBoundSocket(std::uint16_t& port_o) {
+  int const bound = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  EXPECT_EQ(bind(bound, reinterpret_cast<sockaddr*>(&address), size), 0);
+  EXPECT_EQ(getsockname(bound, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  port_o = ntohs(address.sin_port);
+  return bound;
+}
+
 // The other end of a protocol client: a server on loopback that plays a script to whoever connects.
 //
 //   ScriptedPeer peer;
@@ -27,16 +40,8 @@
 // reached. A script that ends without a last word closes the connection as Closes does.
 class ScriptedPeer {
  public:
-  ScriptedPeer()
-      : myListener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), myStop(eventfd(0, EFD_CLOEXEC)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(bind(myListener, reinterpret_cast<sockaddr*>(&address), size), 0);
+  ScriptedPeer() : myListener(OpenBoundSocket(myPort)), myStop(eventfd(0, EFD_CLOEXEC)) {
     EXPECT_EQ(listen(myListener, 16), 0);
-    EXPECT_EQ(getsockname(myListener, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    myPort = ntohs(address.sin_port);
   }
   ScriptedPeer(ScriptedPeer const&) = delete;
   ScriptedPeer& operator=(ScriptedPeer const&) = delete;
@@ -230,10 +235,10 @@ class ScriptedPeer {
     return rest.empty();
   }
 
+  std::uint16_t myPort = 0;
   int myListener;
   int myStop;
   int myConnection = -1;
-  std::uint16_t myPort = 0;
   bool myStarted = false;
   std::vector<ScriptStep> mySteps;
   std::string myHeard;
@@ -243,15 +248,7 @@ class ScriptedPeer {
 // A port of this machine at which nobody listens, and nobody can as long as this lives.
 class RefusedPort {
  public:
-  RefusedPort() : mySocket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(bind(mySocket, reinterpret_cast<sockaddr*>(&address), size), 0);
-    EXPECT_EQ(getsockname(mySocket, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    myPort = ntohs(address.sin_port);
-  }
+  RefusedPort() : mySocket(OpenBoundSocket(myPort)) {}
   RefusedPort(RefusedPort const&) = delete;
   RefusedPort& operator=(RefusedPort const&) = delete;
   ~RefusedPort() { close(mySocket); }
@@ -260,6 +257,6 @@ class RefusedPort {
   std::string Address() const { return "127.0.0.1:" + std::to_string(myPort); }
 
  private:
-  int mySocket;
   std::uint16_t myPort = 0;
+  int mySocket;
 };

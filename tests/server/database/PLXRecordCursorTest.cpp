@@ -103,14 +103,13 @@ TEST_P(Records, MakesListsAndDeletesDatabases) {
 // ---- Values
 
 TEST_P(Records, KeepsEveryValueAsItWas) {
-  auto cursor = Open("values");
-  cursor->AddField("b", kBoolean);
-  cursor->AddField("i", kInteger);
-  cursor->AddField("u", kUnsigned);
-  cursor->AddField("f", kFloat);
-  cursor->AddField("n", kNumber | kUnique);
-  cursor->AddField("t", kText | 10);
-  cursor->AddField("l", kLongText);
+  auto cursor = OpenWith("values", {{"b", kBoolean},
+                                    {"i", kInteger},
+                                    {"u", kUnsigned},
+                                    {"f", kFloat},
+                                    {"n", kNumber | kUnique},
+                                    {"t", kText | 10},
+                                    {"l", kLongText}});
   AddRecord(*cursor, {});
   for (char const* const field : {"b", "i", "u", "f", "t", "l"})
     EXPECT_EQ(GetText(*cursor, field), "") << field;
@@ -155,12 +154,8 @@ TEST_P(Records, KeepsEveryValueAsItWas) {
 }
 
 TEST_P(Records, TakesOnlyWhatAFieldCanHold) {
-  auto cursor = Open("kinds");
-  for (auto const& [name, word] :
-       {std::pair("b", kBoolean), std::pair("i", kInteger), std::pair("u", kUnsigned), std::pair("f", kFloat),
-        std::pair("t", kText)}) {
-    cursor->AddField(name, word);
-  }
+  auto cursor =
+      OpenWith("kinds", {{"b", kBoolean}, {"i", kInteger}, {"u", kUnsigned}, {"f", kFloat}, {"t", kText}});
   AddRecord(*cursor, {{"b", Integer(1)}, {"i", Integer(-7)}, {"u", Integer(7)}, {"f", 0.5}, {"t", "x"}});
   struct Row {
     char const* field;
@@ -206,8 +201,7 @@ TEST_P(Records, KeepsSixtyFourMegabytes) {
   std::string text(64u << 20, 'x');
   for (std::size_t index = 0; index < text.size(); index += 997)
     text[index] = static_cast<char>(index % 255 + 1);
-  auto cursor = Open("large");
-  cursor->AddField("l", kLongText);
+  auto cursor = OpenWith("large", {{"l", kLongText}});
   AddRecord(*cursor, {{"l", text}});
   EXPECT_TRUE(cursor->Get("l") == PLXSQLValue(text));
 }
@@ -230,10 +224,7 @@ TEST_P(Records, GivesIdentifiersOnce) {
 // ---- Uniqueness
 
 TEST_P(Records, TakesNoUniqueValueTwice) {
-  auto cursor = Open("unique");
-  cursor->AddField("UIDL", kText | 70 | kUnique);
-  cursor->AddField("n", kInteger | kUnique);
-  cursor->AddField("t", kText);
+  auto cursor = OpenWith("unique", {{"UIDL", kText | 70 | kUnique}, {"n", kInteger | kUnique}, {"t", kText}});
   std::string const longText(100000, 'u');
   for (std::string const& text :
        {std::string("a"), std::string("A"), std::string("a "), std::string(), longText, longText + "1",
@@ -271,12 +262,11 @@ TEST_P(Records, TakesNoUniqueValueTwice) {
 // ---- Searching
 
 TEST_P(Records, FindsWhatAnExpressionDescribes) {
-  auto cursor = Open("people");
-  cursor->AddField("Name", kText | 50 | kIndexed);
-  cursor->AddField("Last seen", kInteger);
-  cursor->AddField("Weight", kFloat);
-  cursor->AddField("Is member", kBoolean);
-  cursor->AddField("k", kText);
+  auto cursor = OpenWith("people", {{"Name", kText | 50 | kIndexed},
+                                    {"Last seen", kInteger},
+                                    {"Weight", kFloat},
+                                    {"Is member", kBoolean},
+                                    {"k", kText}});
   auto const add = [&](char const* key_i, char const* name_i, PLXRecordValue seen_i, double weight_i) {
     AddRecord(*cursor, {{"k", key_i}, {"Name", name_i}, {"Last seen", seen_i}, {"Weight", weight_i}});
   };
@@ -336,9 +326,7 @@ TEST_P(Records, FindsWhatAnExpressionDescribes) {
 // ---- Moving
 
 TEST_P(Records, MovesInWhatItFound) {
-  auto cursor = Open("moves");
-  cursor->AddField("k", kText);
-  cursor->AddField("g", kInteger);
+  auto cursor = OpenWith("moves", {{"k", kText}, {"g", kInteger}});
   for (char const* const key : {"a", "b", "c", "d", "e", "f"}) {
     AddRecord(*cursor, {{"k", key}, {"g", Integer(key[0] == 'c' ? 0 : 1)}});
   }
@@ -399,8 +387,7 @@ TEST_P(Records, MovesInWhatItFound) {
 }
 
 TEST_P(Records, DropsWhatWasNotSaved) {
-  auto cursor = Open("drafts");
-  cursor->AddField("k", kText);
+  auto cursor = OpenWith("drafts", {{"k", kText}});
   EXPECT_EQ(Failure([&] { cursor->Set("k", "x"); }), Kind::kEnd) << "no record";
   EXPECT_EQ(Failure([&] { cursor->Add(); }), Kind::kEnd);
   EXPECT_EQ(Failure([&] { cursor->Update(); }), Kind::kEnd);
@@ -488,14 +475,10 @@ TEST_P(Records, BuildsOneDatabaseHoweverManyBegin) {
 // ---- Exchange
 
 TEST_P(Records, LosesNothingThroughAFile) {
-  auto from = Open("from");
-  auto to = Open("to");
-  for (PLXRecordCursor* const cursor : {from.get(), to.get()}) {
-    cursor->AddField("a, \"b\"", kText | kUnique);
-    cursor->AddField("n", kInteger);
-    cursor->AddField("f", kFloat);
-    cursor->AddField("l", kLongText);
-  }
+  std::vector<std::pair<char const*, std::uint32_t>> const fields = {
+      {"a, \"b\"", kText | kUnique}, {"n", kInteger}, {"f", kFloat}, {"l", kLongText}};
+  auto from = OpenWith("from", fields);
+  auto to = OpenWith("to", fields);
   std::string bytes;
   for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
   AddRecord(
@@ -561,8 +544,7 @@ TEST_P(Records, SaysWhenASourceCannotBeReached) {
 
 TEST_P(Records, GoesOnAfterTheEngineWasRestarted) {
   if (!IsPostgreSQL()) GTEST_SKIP() << "it lives in this process";
-  auto cursor = Open("x");
-  cursor->AddField("k", kText);
+  auto cursor = OpenWith("x", {{"k", kText}});
   AddRecord(*cursor, {{"k", "a"}});
   PLXODBC killer(TestPostgreSQL::Source(), TestPostgreSQL::kUser, TestPostgreSQL::kPassword);
   auto const kill = [&killer] {

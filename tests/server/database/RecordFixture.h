@@ -57,6 +57,12 @@ class Records : public testing::TestWithParam<std::string> {
     return std::make_unique<PLXRecordCursor>(engine_i.Store(), name_i, access_i, owner_i);
   }
   std::unique_ptr<PLXRecordCursor> Open(std::string const& name_i) { return Open(*myEngine, name_i); }
+  std::unique_ptr<PLXRecordCursor> OpenWith(
+      std::string const& name_i, std::vector<std::pair<char const*, std::uint32_t>> const& fields_i) {
+    auto cursor = Open(name_i);
+    for (auto const& [field, word] : fields_i) cursor->AddField(field, word);
+    return cursor;
+  }
 
   TemporaryFolder const myFolder;
   std::unique_ptr<PLXRecordEngine> myEngine;
