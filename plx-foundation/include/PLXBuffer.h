@@ -31,8 +31,7 @@ class PLXBuffer : public PLXObject {
   PLXUInt8 operator[](PLXUInt32 offset_i) const;
 
  protected:
-  // Points at bytes that somebody else owns and that outlive the buffer. Such a buffer never changes its
-  // size.
+  // Points at bytes that somebody else owns and that outlive the buffer, until it grows.
   struct Borrowed {};
   constexpr PLXBuffer(Borrowed, PLXUInt8* data_i, PLXUInt32 size_i) noexcept
       : myBufferData(data_i), myBufferByteCount(size_i), myOwnsData(false) {}

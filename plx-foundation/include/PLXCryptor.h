@@ -35,6 +35,9 @@ class PLXCryptor {
   // `byteCount_i` bytes.
   static PLXString Base64Encode(PLXDataStream& stream_io, PLXUInt32 byteCount_i);
   static PLXString Base64Encode(PLXBuffer const& data_i);
+  // What Base64Encode returns, behind a text that must not be the stream's own.
+  static void AppendBase64(PLXDataStream& stream_io, PLXString& text_io);
+  static void AppendBase64(PLXDataStream& stream_io, PLXUInt32 byteCount_i, PLXString& text_io);
 
   // Read the stream to its end into a buffer of just the bytes found. CR and LF are skipped between groups of
   // four characters; within one, and like any byte outside the alphabet, they count as "A". "=" as a group's

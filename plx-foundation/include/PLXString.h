@@ -13,7 +13,8 @@ inline constexpr PLXUInt32 kPLXCompare_Equal = FourCC("Equ ");
 inline constexpr PLXUInt32 kPLXCompare_Greater = FourCC("Grtr");
 
 // The bytes behind one or more PLXStrings: always zero-terminated, in storage of 32 x (length / 32 + 1)
-// bytes.
+// bytes. A short text is made in one block of memory with its representation; what grows beyond that moves
+// into a block of its own.
 //
 // The count is a plain integer, so a representation belongs to one thread. The exception are constants: a
 // representation over a literal is never counted, never written and never freed, so any thread may copy a
@@ -21,7 +22,8 @@ inline constexpr PLXUInt32 kPLXCompare_Greater = FourCC("Grtr");
 class PLXStringRepresentation : public PLXBuffer {
  public:
   // Storage for `length_i` characters, the length set to it, the text undefined but for its end. Count 1.
-  explicit PLXStringRepresentation(PLXUInt32 length_i);
+  // Null when there is no memory for the representation.
+  static PLXStringRepresentation* Make(PLXUInt32 length_i);
   // Stands on a literal for good.
   template <PLXUInt32 kSize>
   explicit PLXStringRepresentation(char const (&literal_i)[kSize]) noexcept
@@ -38,6 +40,13 @@ class PLXStringRepresentation : public PLXBuffer {
   void SetLength(PLXUInt32 length_i) noexcept {
     myLength = length_i;
     myBaseAddress[length_i] = 0;
+  }
+  // Requires: room behind the text.
+  void AppendInPlace(void const* data_i, PLXUInt32 length_i) noexcept {
+    char* const end = myBaseAddress + myLength;
+    myLength += length_i;
+    std::memcpy(end, data_i, length_i);
+    end[length_i] = 0;
   }
   bool IsShared() const noexcept { return myReferenceCount > 1; }
   bool IsLocked() const noexcept { return myLocked; }
@@ -58,6 +67,17 @@ class PLXStringRepresentation : public PLXBuffer {
 
  private:
   static constexpr PLXUInt32 kNeverCounted = 0xFFFFFFFF;
+  // What stays unused in the block of a text that has outgrown it is at most this much.
+  static constexpr PLXUInt32 kLongestBesideText = 512;  // bytes of storage
+
+  explicit PLXStringRepresentation(PLXUInt32 length_i);
+  // With the storage right behind the representation.
+  PLXStringRepresentation(PLXUInt32 length_i, PLXUInt32 storageSize_i) noexcept
+      : PLXBuffer(Borrowed(), reinterpret_cast<PLXUInt8*>(this + 1), storageSize_i),
+        myBaseAddress(reinterpret_cast<char*>(this + 1)),
+        myLength(length_i) {
+    myBaseAddress[length_i] = 0;
+  }
 
   char* myBaseAddress;
   PLXUInt32 myLength;
@@ -149,8 +169,7 @@ class PLXString : public PLXObject {
     PLXUInt32 const length = GetLength();
     if (length_i - 1 < myStringRepresentation->GetSize() - length - 1 &&
         !myStringRepresentation->IsShared()) {
-      std::memcpy(myStringRepresentation->GetBaseAddress() + length, data_i, length_i);
-      myStringRepresentation->SetLength(length + length_i);
+      myStringRepresentation->AppendInPlace(data_i, length_i);
       return *this;
     }
     return AppendGrowing(data_i, length_i);
@@ -232,7 +251,9 @@ class PLXString : public PLXObject {
 };
 
 inline bool operator==(PLXString const& left_i, PLXString const& right_i) {
-  return left_i.CompareTo(right_i) == kPLXCompare_Equal;
+  return left_i.GetLength() == right_i.GetLength() &&
+         (left_i.GetCStringAccess() == right_i.GetCStringAccess() ||
+          std::memcmp(left_i.GetCStringAccess(), right_i.GetCStringAccess(), left_i.GetLength()) == 0);
 }
 inline bool operator==(PLXString const& left_i, char const* right_i) { return left_i == PLXString(right_i); }
 PLXString operator+(PLXString const& left_i, PLXString const& right_i);

@@ -125,15 +125,13 @@ std::uint64_t EncodeStream(PLXDataStream& stream_io, std::uint64_t byteCount_i, 
 }
 
 // With a line end after every full line, the last one too.
-PLXString EncodeWholeStream(PLXDataStream& stream_io, std::string_view lineEnd_i) {
-  PLXString text;
+void EncodeWholeStream(PLXDataStream& stream_io, std::string_view lineEnd_i, PLXString& text_io) {
   std::uint64_t const expectedLength =
       EncodedSize(stream_io.GetExpectedByteCount(), lineEnd_i.size()) + lineEnd_i.size();
-  text.Reserve(EncodedLength(ourSourceFile, expectedLength));
-  std::uint64_t const size = EncodeStream(stream_io, UINT64_MAX, lineEnd_i, text);
+  text_io.ReserveToAppend(EncodedLength(ourSourceFile, expectedLength));
+  std::uint64_t const size = EncodeStream(stream_io, UINT64_MAX, lineEnd_i, text_io);
   bool const lastLineIsFull = size > 0 && EncodedCharacters(size) % kLineCharacters == 0;
-  if (lastLineIsFull) text.Append(lineEnd_i.data(), static_cast<PLXUInt32>(lineEnd_i.size()));
-  return text;
+  if (lastLineIsFull) text_io.Append(lineEnd_i.data(), static_cast<PLXUInt32>(lineEnd_i.size()));
 }
 
 // The forms that know the length foresee it with a line end after every full line, yet write none after the
@@ -143,8 +141,8 @@ std::uint64_t ForeseenLength(std::uint64_t size_i) {
   return characters + characters / kLineCharacters * kDefaultBase64EncodeEOL.size();
 }
 
-void CheckLength(PLXString const& text_i, std::uint64_t foreseenLength_i) {
-  if (text_i.GetLength() != foreseenLength_i) PLXWarnState(ourSourceFile, "outIndex != encodedDataLength");
+void CheckLength(PLXUInt32 length_i, std::uint64_t foreseenLength_i) {
+  if (length_i != foreseenLength_i) PLXWarnState(ourSourceFile, "outIndex != encodedDataLength");
 }
 
 // ---- Base64 decoding ----
@@ -311,20 +309,33 @@ char* DecodeQuotedLine(std::string_view line_i, char* target_o) {
 // ---- Base64 ----
 
 PLXString PLXCryptor::Base64Encode(PLXDataStream& stream_io, PLXString const& lineEnd_i) {
-  return EncodeWholeStream(stream_io, View(lineEnd_i));
+  PLXString text;
+  EncodeWholeStream(stream_io, View(lineEnd_i), text);
+  return text;
 }
 
 PLXString PLXCryptor::Base64Encode(PLXDataStream& stream_io) {
-  return EncodeWholeStream(stream_io, kDefaultBase64EncodeEOL);
+  PLXString text;
+  AppendBase64(stream_io, text);
+  return text;
 }
 
 PLXString PLXCryptor::Base64Encode(PLXDataStream& stream_io, PLXUInt32 byteCount_i) {
-  std::uint64_t const foreseenLength = ForeseenLength(byteCount_i);
   PLXString text;
-  text.Reserve(static_cast<PLXUInt32>(std::min(foreseenLength, kBelievedLength)));
-  EncodeStream(stream_io, byteCount_i, kDefaultBase64EncodeEOL, text);
-  CheckLength(text, foreseenLength);
+  AppendBase64(stream_io, byteCount_i, text);
   return text;
+}
+
+void PLXCryptor::AppendBase64(PLXDataStream& stream_io, PLXString& text_io) {
+  EncodeWholeStream(stream_io, kDefaultBase64EncodeEOL, text_io);
+}
+
+void PLXCryptor::AppendBase64(PLXDataStream& stream_io, PLXUInt32 byteCount_i, PLXString& text_io) {
+  std::uint64_t const foreseenLength = ForeseenLength(byteCount_i);
+  PLXUInt32 const length = text_io.GetLength();
+  text_io.ReserveToAppend(static_cast<PLXUInt32>(std::min(foreseenLength, kBelievedLength)));
+  EncodeStream(stream_io, byteCount_i, kDefaultBase64EncodeEOL, text_io);
+  CheckLength(text_io.GetLength() - length, foreseenLength);
 }
 
 PLXString PLXCryptor::Base64Encode(PLXBuffer const& data_i) {
@@ -333,7 +344,7 @@ PLXString PLXCryptor::Base64Encode(PLXBuffer const& data_i) {
   char* const target =
       text.ReserveLength(EncodedLength(ourSourceFile, EncodedSize(size, kDefaultBase64EncodeEOL.size())));
   EncodeLines(static_cast<PLXUInt8 const*>(data_i.GetAddress()), size, kDefaultBase64EncodeEOL, target);
-  CheckLength(text, ForeseenLength(size));
+  CheckLength(text.GetLength(), ForeseenLength(size));
   return text;
 }
 

@@ -1,5 +1,7 @@
 #include "PLXEmail.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <memory>
 
 #include "PLXCryptor.h"
@@ -8,7 +10,8 @@
 
 namespace {
 
-constexpr PLXUInt32 kPartHeaderSize = 512;  // bytes, about, around the data of an attachment
+constexpr PLXUInt32 kPartHeaderSize = 512;         // bytes, about, around the data of an attachment
+constexpr std::uint64_t kBelievedSize = 16 << 20;  // of what is said about a stream's length
 
 }  // namespace
 
@@ -60,17 +63,23 @@ void PLXEmail::AddAttachment(PLXDataStream& data_io, AttachmentEncodingMechanism
     return;
   }
   if (mechanism_i != kAttachmentEncoding_Base64) return;
-  PLXString const data = byteCount_i < 0
-                             ? PLXCryptor::Base64Encode(data_io)
-                             : PLXCryptor::Base64Encode(data_io, static_cast<PLXUInt32>(byteCount_i));
   PLXString name = GetHeaderText(fileName_i);
   name.ReplaceAll("\"", "'");
   PLXString& part = myFields.attachments;
-  part.ReserveToAppend(kPartHeaderSize + 2 * name.GetLength() + data.GetLength());
+  std::uint64_t const bytes =
+      byteCount_i < 0 ? data_io.GetExpectedByteCount() : static_cast<std::uint64_t>(byteCount_i);
+  // Base64 in lines takes 78 characters for 57 bytes.
+  std::uint64_t const expected = std::min<std::uint64_t>(bytes, kBelievedSize) * 78 / 57;
+  part.ReserveToAppend(kPartHeaderSize + 2 * name.GetLength() + static_cast<PLXUInt32>(expected));
   part.Append("\r\n").Append(kAttachmentBoundaryLabel);
   part.Append("Content-Type: application/octet-stream; name=\"").Append(name).Append("\"\r\n");
   part.Append("Content-Transfer-Encoding: base64\r\n");
-  part.Append("Content-Disposition: attachment; filename=\"").Append(name).Append("\"\r\n\r\n").Append(data);
+  part.Append("Content-Disposition: attachment; filename=\"").Append(name).Append("\"\r\n\r\n");
+  if (byteCount_i < 0) {
+    PLXCryptor::AppendBase64(data_io, part);
+  } else {
+    PLXCryptor::AppendBase64(data_io, static_cast<PLXUInt32>(byteCount_i), part);
+  }
 }
 
 bool PLXEmail::Send(unsigned int /*reserved_i*/) {

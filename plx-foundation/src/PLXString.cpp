@@ -27,9 +27,9 @@ PLXStringRepresentation* EmptyStringRepresentation() noexcept {
 }
 
 PLXStringRepresentation* MakeRepresentation(PLXUInt32 length_i) {
-  void* const newStringRepresentation = PLXObject::AllocateMemory(sizeof(PLXStringRepresentation));
+  PLXStringRepresentation* const newStringRepresentation = PLXStringRepresentation::Make(length_i);
   PLX_ASSERT_NOT_NULL(newStringRepresentation);
-  return new (newStringRepresentation) PLXStringRepresentation(length_i);
+  return newStringRepresentation;
 }
 
 PLXStringRepresentation* MakeRepresentation(void const* data_i, PLXUInt32 length_i) {
@@ -75,6 +75,16 @@ PLXUInt32 PLXStringRepresentation::StorageSize(PLXUInt32 length_i) {
   bool const newStringRepresentation = length_i < 0xFFFFFFE0;
   if (!newStringRepresentation) PLXFailNullPointer(ourSourceFile, "newStringRepresentation");
   return 32 * (length_i / 32 + 1);
+}
+
+PLXStringRepresentation* PLXStringRepresentation::Make(PLXUInt32 length_i) {
+  PLXUInt32 const size = StorageSize(length_i);
+  if (size > kLongestBesideText) {
+    void* const block = AllocateMemory(sizeof(PLXStringRepresentation));
+    return block == nullptr ? nullptr : new (block) PLXStringRepresentation(length_i);
+  }
+  void* const block = AllocateMemory(sizeof(PLXStringRepresentation) + size);
+  return block == nullptr ? nullptr : new (block) PLXStringRepresentation(length_i, size);
 }
 
 PLXStringRepresentation::PLXStringRepresentation(PLXUInt32 length_i)
@@ -315,14 +325,13 @@ PLXSInt32 PLXString::ReplaceSubstring(PLXUInt32 offset_i, PLXUInt32 count_i, PLX
   return static_cast<PLXSInt32>(GetLength() - length);
 }
 
-// One walk counts, so that the result is made at its full length; a second one fills it.
+// The places are counted first, so that the result is made at its full length.
 PLXUInt32 PLXString::ReplaceAllForward(PLXString const& pattern_i, PLXString const& replacement_i,
                                        unsigned options_i) {
-  PLXUInt32 count = 0;
-  PLXUInt32 position = 0;
-  for (PLXUInt32 start = 0; Find(pattern_i, start, kPLXWholeLength, options_i, position); ++count) {
-    start = position + pattern_i.GetLength();
-  }
+  char const* const text = GetCStringAccess();
+  PLXPlaces const places(text, GetLength(), pattern_i.GetCStringAccess(), pattern_i.GetLength(),
+                         (options_i & kPLXOption_IgnoreCase) != 0);
+  PLXUInt32 const count = places.GetCount();
   if (count == 0) return 0;
   unsigned long long const length = GetLength() -
                                     static_cast<unsigned long long>(count) * pattern_i.GetLength() +
@@ -330,13 +339,12 @@ PLXUInt32 PLXString::ReplaceAllForward(PLXString const& pattern_i, PLXString con
   PLXString result;
   char* next =
       result.ReserveLength(static_cast<PLXUInt32>(std::min<unsigned long long>(length, kPLXWholeLength)));
-  char const* const text = GetCStringAccess();
   PLXUInt32 start = 0;
-  while (Find(pattern_i, start, kPLXWholeLength, options_i, position)) {
-    next = std::copy_n(text + start, position - start, next);
+  places.Visit([&](PLXUInt32 place_i) {
+    next = std::copy_n(text + start, place_i - start, next);
     next = std::copy_n(replacement_i.GetCStringAccess(), replacement_i.GetLength(), next);
-    start = position + pattern_i.GetLength();
-  }
+    start = place_i + pattern_i.GetLength();
+  });
   std::copy_n(text + start, GetLength() - start, next);
   *this = std::move(result);
   return count;

@@ -1,5 +1,7 @@
 #include "PLXStringSearch.h"
 
+#include <bit>
+#include <cstdint>
 #include <cstring>
 
 // An exact search forward is the platform's memchr and memmem: vectorised, and linear whatever the pattern.
@@ -71,12 +73,62 @@ char const* FindExact(char const* text_i, PLXUInt32 length_i, char const* patter
   for (int tried = 0; tried < kPlacesTried; ++tried) {
     place =
         static_cast<char const*>(std::memchr(place, *pattern_i, static_cast<std::size_t>(placesEnd - place)));
-    if (place == nullptr) return nullptr;
-    if (std::memcmp(place + 1, pattern_i + 1, patternLength_i - 1) == 0) return place;
+    if (place == nullptr || patternLength_i == 1) return place;
+    if (place[1] == pattern_i[1] && std::memcmp(place + 1, pattern_i + 1, patternLength_i - 1) == 0)
+      return place;
     if (++place == placesEnd) return nullptr;
   }
   return static_cast<char const*>(
       memmem(place, static_cast<std::size_t>(textEnd - place), pattern_i, patternLength_i));
+}
+
+// Sixteen bytes at once, as the compiler's vectors.
+typedef PLXUInt8 Bytes __attribute__((vector_size(16)));
+
+Bytes LoadBytes(char const* text_i) noexcept {
+  Bytes bytes;
+  std::memcpy(&bytes, text_i, sizeof bytes);
+  return bytes;
+}
+
+// Both forms of a letter.
+struct Letter {
+  PLXUInt8 upper;
+  PLXUInt8 lower;
+  explicit Letter(char character_i) noexcept
+      : upper(ourUppercaseCharacterMap[static_cast<PLXUInt8>(character_i)]),
+        lower(ourLowercaseCharacterMap[upper]) {}
+  Bytes FindIn(Bytes bytes_i) const noexcept { return Bytes((bytes_i == upper) | (bytes_i == lower)); }
+};
+
+// Looks at sixteen places at once for the pattern's first and last letter, and compares where both are there.
+// Null with the place at the end: it is not there. Null with a place before: so many places had no more than
+// these two letters that the rest is left to the sliding window.
+char const* FindLetters(char const*& place_io, char const* placesEnd_i, char const* pattern_i,
+                        PLXUInt32 patternLength_i) noexcept {
+  Letter const first(pattern_i[0]);
+  Letter const last(pattern_i[patternLength_i - 1]);
+  std::size_t wrongPlaces = 0;
+  char const* const begin = place_io;
+  for (; placesEnd_i - place_io >= 16; place_io += 16) {
+    Bytes const hits =
+        first.FindIn(LoadBytes(place_io)) & last.FindIn(LoadBytes(place_io + (patternLength_i - 1)));
+    std::uint64_t halves[2];
+    std::memcpy(halves, &hits, sizeof halves);
+    if ((halves[0] | halves[1]) == 0) continue;
+    PLXUInt8 isHit[16];
+    std::memcpy(isHit, &hits, sizeof isHit);
+    for (std::size_t index = 0; index < 16; ++index) {
+      if (isHit[index] == 0) continue;
+      if (EqualBytes<true>(place_io + index + 1, pattern_i + 1, patternLength_i - 1)) return place_io + index;
+      ++wrongPlaces;
+    }
+    if (wrongPlaces > 64 + static_cast<std::size_t>(place_io - begin) / 16) return nullptr;
+  }
+  for (; place_io < placesEnd_i; ++place_io) {
+    if (EqualBytes<true>(place_io, pattern_i, patternLength_i)) return place_io;
+  }
+  return nullptr;
 }
 
 template <bool kIgnoreCase>
@@ -123,7 +175,13 @@ char const* SlideBackward(char const* text_i, PLXUInt32 length_i, char const* pa
 
 char const* PLXFindForward(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
                            PLXUInt32 patternLength_i, bool ignoreCase_i) noexcept {
-  if (ignoreCase_i) return SlideForward<true>(text_i, length_i, pattern_i, patternLength_i);
+  if (ignoreCase_i) {
+    char const* const textEnd = text_i + length_i;
+    char const* const placesEnd = textEnd - (patternLength_i - 1);
+    char const* const match = FindLetters(text_i, placesEnd, pattern_i, patternLength_i);
+    if (match != nullptr || text_i == placesEnd) return match;
+    return SlideForward<true>(text_i, static_cast<PLXUInt32>(textEnd - text_i), pattern_i, patternLength_i);
+  }
   return FindExact(text_i, length_i, pattern_i, patternLength_i);
 }
 
@@ -141,10 +199,22 @@ PLXUInt32 PLXFindDifference(char const* left_i, char const* right_i, PLXUInt32 l
     while (index < length_i && Fold<true>(left_i[index]) == Fold<true>(right_i[index])) ++index;
     return index;
   }
-  // Blocks are compared by the platform, only the one that differs byte by byte.
-  PLXUInt32 constexpr kBlock = 64;
-  while (length_i - index >= kBlock && std::memcmp(left_i + index, right_i + index, kBlock) == 0)
-    index += kBlock;
+  // Long equal stretches are passed by the platform.
+  for (PLXUInt32 const block : {1024U, 256U}) {
+    while (length_i - index >= block && std::memcmp(left_i + index, right_i + index, block) == 0)
+      index += block;
+  }
+  for (; length_i - index >= 8; index += 8) {
+    std::uint64_t left;
+    std::uint64_t right;
+    std::memcpy(&left, left_i + index, sizeof left);
+    std::memcpy(&right, right_i + index, sizeof right);
+    if (left == right) continue;
+    if constexpr (std::endian::native == std::endian::little) {
+      return index + static_cast<PLXUInt32>(std::countr_zero(left ^ right)) / 8;
+    }
+    break;
+  }
   while (index < length_i && left_i[index] == right_i[index]) ++index;
   return index;
 }
@@ -152,4 +222,18 @@ PLXUInt32 PLXFindDifference(char const* left_i, char const* right_i, PLXUInt32 l
 bool PLXEqualBytes(char const* left_i, char const* right_i, PLXUInt32 length_i, bool ignoreCase_i) noexcept {
   return ignoreCase_i ? EqualBytes<true>(left_i, right_i, length_i)
                       : EqualBytes<false>(left_i, right_i, length_i);
+}
+
+PLXPlaces::PLXPlaces(char const* text_i, PLXUInt32 length_i, char const* pattern_i, PLXUInt32 patternLength_i,
+                     bool ignoreCase_i)
+    : myText(text_i),
+      myLength(length_i),
+      myPattern(pattern_i),
+      myPatternLength(patternLength_i),
+      myIgnoresCase(ignoreCase_i) {
+  if (patternLength_i == 0) return;
+  for (PLXUInt32 place = FindNext(0); place != kNowhere; place = FindNext(place + myPatternLength)) {
+    if (myCount < kRemembered) myPlaces.push_back(place);
+    ++myCount;
+  }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <vector>
 
 #include "PLXTypes.h"
 
@@ -22,3 +23,43 @@ char const* PLXFindBackward(char const* text_i, PLXUInt32 length_i, char const* 
 PLXUInt32 PLXFindDifference(char const* left_i, char const* right_i, PLXUInt32 length_i,
                             bool ignoreCase_i) noexcept;
 bool PLXEqualBytes(char const* left_i, char const* right_i, PLXUInt32 length_i, bool ignoreCase_i) noexcept;
+
+// All places of a pattern in a text, from the first on, none overlapping the one before. They are found
+// twice, to be counted and to be visited, but for the first million, which is remembered.
+class PLXPlaces {
+ public:
+  // Text and pattern outlive the object. An empty pattern is nowhere.
+  PLXPlaces(char const* text_i, PLXUInt32 length_i, char const* pattern_i, PLXUInt32 patternLength_i,
+            bool ignoreCase_i);
+
+  PLXUInt32 GetCount() const noexcept { return myCount; }
+  // Calls with the offset of each.
+  template <typename Visitor>
+  void Visit(Visitor visitor_i) const {
+    for (PLXUInt32 const place : myPlaces) visitor_i(place);
+    if (myCount == myPlaces.size()) return;
+    for (PLXUInt32 place = FindNext(myPlaces.back() + myPatternLength); place != kNowhere;
+         place = FindNext(place + myPatternLength)) {
+      visitor_i(place);
+    }
+  }
+
+ private:
+  static constexpr PLXUInt32 kNowhere = 0xFFFFFFFF;
+  static constexpr PLXUInt32 kRemembered = 1 << 20;
+
+  PLXUInt32 FindNext(PLXUInt32 start_i) const noexcept {
+    if (myLength - start_i < myPatternLength) return kNowhere;
+    char const* const found =
+        PLXFindForward(myText + start_i, myLength - start_i, myPattern, myPatternLength, myIgnoresCase);
+    return found == nullptr ? kNowhere : static_cast<PLXUInt32>(found - myText);
+  }
+
+  char const* const myText;
+  PLXUInt32 const myLength;
+  char const* const myPattern;
+  PLXUInt32 const myPatternLength;
+  bool const myIgnoresCase;
+  PLXUInt32 myCount = 0;
+  std::vector<PLXUInt32> myPlaces;
+};

@@ -1,26 +1,19 @@
 #include "PLXTokenizedString.h"
 
+#include "PLXStringSearch.h"
+
 bool PLXTokenizedString::Tokenize(PLXString const& source_i, PLXString const& delimiter_i, unsigned flags_i) {
   if (source_i.IsEmpty() || delimiter_i.IsEmpty()) return false;
-  unsigned const options = (flags_i & kIgnoreCase) != 0 ? kPLXOption_IgnoreCase : 0;
-
-  // Two walks over the text, the first only counting, so that the array is made once.
-  PLXUInt32 position = 0;
-  PLXUInt32 count = 1;
-  for (PLXUInt32 start = 0; source_i.Find(delimiter_i, start, kPLXWholeLength, options, position); ++count) {
-    start = position + delimiter_i.GetLength();
-  }
-  PLXUInt32 index = myTokenStarts.GetElementCount();
-  myTokenStarts.ResizeToHold(index + count);
-  mySource = source_i;  // nothing throws from here on
+  PLXPlaces const delimiters(source_i.GetCStringAccess(), source_i.GetLength(),
+                             delimiter_i.GetCStringAccess(), delimiter_i.GetLength(),
+                             (flags_i & kIgnoreCase) != 0);
+  PLXUInt32 const index = myTokenStarts.GetElementCount();
+  myTokenStarts.ResizeToHold(index + delimiters.GetCount() + 1);
+  unsigned int* start = &myTokenStarts[index];
+  *start = 0;
+  delimiters.Visit([&](PLXUInt32 place_i) { *++start = place_i + delimiter_i.GetLength(); });
+  mySource = source_i;
   myDelimiter = delimiter_i;
-  PLXUInt32 start = 0;
-  while (true) {
-    myTokenStarts[index] = start;
-    if (!mySource.Find(myDelimiter, start, kPLXWholeLength, options, position)) break;
-    start = position + myDelimiter.GetLength();
-    ++index;
-  }
   return true;
 }
 
