@@ -3,7 +3,7 @@ import json
 import re
 import sys
 
-PEERS = ("StdStrings", "StdStringKey", "StdString", "StdSearch", "CppDecFloat", "OpenSSL", "Poco", "GMime", "Gcrypt", "Nettle", "SQLiteByKey", "SQLite")
+PEERS = ("StdStrings", "StdStringKey", "StdString", "StdSearch", "CppDecFloat", "OpenSSL", "Poco", "GMime", "Gcrypt", "Nettle", "SQLiteByKey", "SQLite", "PlainODBC")
 
 
 def cut(name):
