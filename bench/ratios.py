@@ -4,7 +4,7 @@ import re
 import sys
 
 PEERS = ("StdStrings", "StdStringKey", "StdString", "StdSearch", "StdEqual", "StdHash", "StdRegex", "Memmem", "StringViews", "Absl", "CppDecFloat",
-         "OpenSSL", "Poco", "GLib", "Copy", "GMime", "VMime", "Gcrypt", "Nettle", "RE2", "PCRE2JIT", "Platform", "SQLiteByKey", "SQLite")
+         "OpenSSL", "Poco", "GLib", "Copy", "GMime", "VMime", "Gcrypt", "Nettle", "RE2", "PCRE2JIT", "Platform", "SQLiteByKey", "SQLite", "PlainODBC")
 
 
 def cut(name):

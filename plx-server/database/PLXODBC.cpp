@@ -16,7 +16,7 @@ using Kind = PLXSQLError::Kind;
 
 constexpr std::size_t kStatementsKept = 64;
 constexpr std::size_t kLongestPlain = 255;  // drivers take more only as a long type
-constexpr std::size_t kPiece = 64 << 10;
+constexpr std::size_t kFirstPiece = 512;    // of a text: most are whole with it
 constexpr SQLULEN kLoginSeconds = 10;
 
 SQLCHAR* Text(std::string const& text_i) {
@@ -290,7 +290,7 @@ class PLXODBC::Statement {
   // In pieces, because a driver that does not know the length cannot fill a buffer at once; the driver ends
   // each piece with a zero byte.
   PLXSQLValue ReadText(SQLUSMALLINT column_i) {
-    std::string text(kPiece, '\0');
+    std::string text(kFirstPiece, '\0');
     std::size_t filled = 0;
     for (;;) {
       SQLLEN length = 0;

@@ -254,7 +254,11 @@ void PLXRecordCursor::LimitAhead() {
       bytes += text != nullptr ? text->size() : 0;
     }
   }
-  if (bytes > kMostAheadBytes) myAhead.batch = std::max<std::size_t>(1, myAhead.batch / 4);
+  auto const now = std::chrono::steady_clock::now();
+  bool const tookLong = now >= myAhead.until;
+  // Counted from here, or what takes long to read would be worthless before its first record was used.
+  myAhead.until = now + kAheadIsFresh;
+  if (bytes > kMostAheadBytes || tookLong) myAhead.batch = std::max<std::size_t>(1, myAhead.batch / 4);
 }
 
 void PLXRecordCursor::ReadAhead(std::int64_t index_i, std::int64_t step_i) {
