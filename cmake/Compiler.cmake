@@ -15,8 +15,8 @@ endif()
 add_compile_definitions(_GLIBCXX_ASSERTIONS)
 add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT PLX_SANITIZE)
-  add_compile_options(-U_FORTIFY_SOURCE)
-  add_compile_definitions(_FORTIFY_SOURCE=2)
+  # In one piece, because definitions stand before options and would be taken back again.
+  add_compile_options("SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2")
 endif()
 
 if(PLX_SANITIZE)
