@@ -78,6 +78,15 @@ std::string ReadLine(Socket const& socket_i) {
   return line;
 }
 
+std::string TestPage(PLXNamedMailServer const& row_i, std::string const& address_i) {
+  std::string const server = EncodeHTML(row_i.server);
+  std::string page = "<plxSendMail mailServer=\"";
+  page.append(server).append("\" from=\"").append(address_i).append("\" to=\"").append(address_i);
+  page.append("\" subject=\"plxserver check: ").append(row_i.region);
+  page.append("\">This message was sent by plxserver check --send-test. The mail server ").append(server);
+  return page.append(" of the region ").append(row_i.region).append(" takes mail.</plxSendMail>");
+}
+
 std::string Words(int error_i) { return std::generic_category().message(error_i); }
 
 }  // namespace
@@ -133,19 +142,13 @@ int PLXSendTestMail(PLXConfiguration const& configuration_i, std::vector<PLXName
   PLXMailQueue const queue(records, sites);
   std::set<std::string> before;
   for (PLXQueuedMail const& mail : queue.List()) before.insert(mail.number);
-  std::string const address = EncodeHTML(address_i);
   std::string problem;
   {
     PLXServer server(configuration_i, {}, PLXServer::Use::kRender);
     std::vector<std::string> problems;
     if (!server.LoadModules(problems)) return PLXFail(kExitUnavailable, problems.front());
     for (PLXNamedMailServer const& row : servers_i) {
-      PLXResponse const response = server.RenderText(
-          "<plxSendMail mailServer=\"" + EncodeHTML(row.server) + "\" from=\"" + address + "\" to=\"" +
-              address + "\" subject=\"plxserver check: " + row.region +
-              "\">This message was sent by plxserver check --send-test. The mail server " +
-              EncodeHTML(row.server) + " of the region " + row.region + " takes mail.</plxSendMail>",
-          row.region, {});
+      PLXResponse const response = server.RenderText(TestPage(row, EncodeHTML(address_i)), row.region, {});
       if (response.body.empty()) continue;
       return PLXFail(kExitUsage, address_i +
                                      ": the page cannot send to this address. Give one such as "

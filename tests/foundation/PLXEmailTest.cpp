@@ -232,12 +232,29 @@ TEST(PLXEmailDialogue, TellsWhatTheServerRefused) {
 
 // ---- What failed ----
 
+TEST(PLXEmailFailures, AreHeldWhileNoDiskTakesThem) {
+  TemporaryFolder const folder;
+  ReportPeer report;
+  report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"));
+  PLXEmailFields fields = Fields("no.such.host.invalid", folder / "taken" / "FM", report.URL());
+  folder.Write("taken", "a file where the folder is to be");
+  auto* const thread = new PLXEmailSendThread(fields);
+  EXPECT_FALSE(thread->Keep());
+  ASSERT_TRUE(thread->Start());
+  report.Heard();
+  std::filesystem::remove(folder / "taken");
+  std::filesystem::create_directory(folder / "taken");
+  // From here on nobody waits to report again.
+  EXPECT_TRUE(PLXEmailSendThread::WaitUntilAllSent(10000));
+  EXPECT_EQ(NamesIn(folder / "taken" / "FM").size(), 1u);
+}
+
 TEST(PLXEmailFailures, HaveNamesOfTheirOwn) {
   TemporaryFolder const folder;
   RefusedPort const nobody;
   PLXEmailFields fields =
       Fields(nobody.Address(), folder / "new" / "FM", Plx("http://" + nobody.Address() + "/"));
-  PLXEmailSendThread::WaitUntilAllSent(0);  // from here on nobody waits to report again
+  PLXEmailSendThread::WaitUntilAllSent(0);
   for (int count = 0; count < 40; ++count) {
     auto* const thread = new PLXEmailSendThread(fields);
     ASSERT_TRUE(thread->Start());
@@ -310,22 +327,6 @@ TEST(PLXEmailFailures, AreReportedUntilSomebodyListens) {
   PLXEmailFields fields = Fields("no.such.host.invalid", folder / "FM", report.URL());
   Send(fields);
   EXPECT_EQ(NamesIn(folder).size(), 1u);
-}
-
-TEST(PLXEmailFailures, AreHeldWhileNoDiskTakesThem) {
-  TemporaryFolder const folder;
-  ReportPeer report;
-  report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"));
-  PLXEmailFields fields = Fields("no.such.host.invalid", folder / "taken" / "FM", report.URL());
-  folder.Write("taken", "a file where the folder is to be");
-  auto* const thread = new PLXEmailSendThread(fields);
-  EXPECT_FALSE(thread->Keep());
-  ASSERT_TRUE(thread->Start());
-  report.Heard();
-  std::filesystem::remove(folder / "taken");
-  std::filesystem::create_directory(folder / "taken");
-  EXPECT_TRUE(PLXEmailSendThread::WaitUntilAllSent(10000));
-  EXPECT_EQ(NamesIn(folder / "taken" / "FM").size(), 1u);
 }
 
 // A stored message as it lies in its file.
