@@ -4,7 +4,6 @@
 #include <string_view>
 
 #include "PLXCalendar.h"
-#include "PLXRegExp.h"
 #include "PLXStringUtility.h"
 #include "PLXTimestamp.h"
 
@@ -50,9 +49,61 @@ bool IsSign(char character_i) { return character_i == '-' || character_i == '+';
 // ---- RFC 1123 ----
 
 // Tue, 05 Mar 2002 14:07:09 -0500
-constexpr char kRFC1123Expression[] =
-    "(\\c{3})[,] (\\d{1,2}) (\\c{3}) (\\d{4}) (\\d{2}):(\\d{2}):(\\d{2}) ([-+]?[0-9GMT]{3,4})";
-enum RFC1123Group : PLXUInt32 { kDay = 1, kMonth, kYear, kHour, kMinute, kSecond, kZone, kGroupCount };
+struct RFC1123Date {
+  std::string_view day, month, year, hour, minute, second, zone;
+};
+
+bool IsLetter(char character_i) {
+  return (character_i >= 'a' && character_i <= 'z') || (character_i >= 'A' && character_i <= 'Z');
+}
+bool IsZoneCharacter(char character_i) {
+  return PLXStringUtility::IsDigit(character_i) || character_i == 'G' || character_i == 'M' ||
+         character_i == 'T';
+}
+
+// Takes as many as there are, up to the most, off the front; false when these are too few.
+bool Take(std::string_view& text_io, bool (*accepts_i)(char), std::size_t least_i, std::size_t most_i,
+          std::string_view& taken_o) {
+  std::size_t count = 0;
+  while (count < most_i && count < text_io.size() && accepts_i(text_io[count])) ++count;
+  taken_o = text_io.substr(0, count);
+  text_io.remove_prefix(count);
+  return count >= least_i;
+}
+
+bool Skip(std::string_view& text_io, char character_i) {
+  if (!text_io.starts_with(character_i)) return false;
+  text_io.remove_prefix(1);
+  return true;
+}
+
+bool ReadRFC1123(std::string_view text_i, RFC1123Date& date_o) {
+  auto const isDigit = [](char character_i) { return PLXStringUtility::IsDigit(character_i); };
+  std::string_view dayOfWeek;
+  if (!Take(text_i, IsLetter, 3, 3, dayOfWeek) || !Skip(text_i, ',') || !Skip(text_i, ' ') ||
+      !Take(text_i, isDigit, 1, 2, date_o.day) || !Skip(text_i, ' ') ||
+      !Take(text_i, IsLetter, 3, 3, date_o.month) || !Skip(text_i, ' ') ||
+      !Take(text_i, isDigit, 4, 4, date_o.year) || !Skip(text_i, ' ') ||
+      !Take(text_i, isDigit, 2, 2, date_o.hour) || !Skip(text_i, ':') ||
+      !Take(text_i, isDigit, 2, 2, date_o.minute) || !Skip(text_i, ':') ||
+      !Take(text_i, isDigit, 2, 2, date_o.second) || !Skip(text_i, ' ')) {
+    return false;
+  }
+  std::string_view const zone = text_i;
+  if (!text_i.empty() && IsSign(text_i.front())) text_i.remove_prefix(1);
+  std::string_view digits;
+  if (!Take(text_i, IsZoneCharacter, 3, 4, digits)) return false;
+  date_o.zone = zone.substr(0, zone.size() - text_i.size());
+  return true;
+}
+
+// The first date in the text; its comma stands behind three letters.
+bool FindRFC1123(std::string_view text_i, RFC1123Date& date_o) {
+  for (std::size_t comma = text_i.find(','); comma != text_i.npos; comma = text_i.find(',', comma + 1)) {
+    if (comma >= 3 && ReadRFC1123(text_i.substr(comma - 3), date_o)) return true;
+  }
+  return false;
+}
 
 bool IsTimeZone(std::string_view zone_i) {
   if (zone_i == "GMT") return true;
@@ -73,21 +124,13 @@ void PLXTimestamp::Set(PLXString const& text_i) {
 }
 
 void PLXTimestamp::SetFromRFC1123(PLXString const& text_i, bool keepClockAsWritten_i) {
-  // Compiled once; matching leaves it as it is, so every thread shares it.
-  static PLXRegExp const ourExpression(kRFC1123Expression);
-  PLXRegExpMatch match;
-  if (!ourExpression.Execute(text_i, 0, match) || match.GetGroupCount() < kGroupCount) return;
-  auto const group = [&](RFC1123Group index_i) {
-    PLXUInt32 start = 0;
-    PLXUInt32 length = 0;
-    match.GetGroup(index_i, start, length);
-    return View(text_i).substr(start, length);
-  };
-  std::string_view const zone = group(kZone);
+  RFC1123Date date;
+  if (!FindRFC1123(View(text_i), date)) return;
+  std::string_view const zone = date.zone;
   if (!keepClockAsWritten_i && !IsTimeZone(zone)) return;
-  SetDateAndTime(ReadDecimal<PLXUInt16>(group(kYear)), MonthFromName(group(kMonth)),
-                 ReadDecimal<PLXUInt8>(group(kDay)), ReadDecimal<PLXUInt8>(group(kHour)),
-                 ReadDecimal<PLXUInt8>(group(kMinute)), ReadDecimal<PLXUInt8>(group(kSecond)));
+  SetDateAndTime(ReadDecimal<PLXUInt16>(date.year), MonthFromName(date.month),
+                 ReadDecimal<PLXUInt8>(date.day), ReadDecimal<PLXUInt8>(date.hour),
+                 ReadDecimal<PLXUInt8>(date.minute), ReadDecimal<PLXUInt8>(date.second));
   if (keepClockAsWritten_i) return;
 
   bool isPositive;
