@@ -15,6 +15,18 @@
 #include <sstream>
 #endif
 
+#ifdef PLX_BENCH_GLIB
+#include <glib.h>
+#endif
+#ifdef PLX_BENCH_GMIME
+#include <gmime/gmime.h>
+#endif
+#ifdef PLX_BENCH_VMIME
+#include <vmime/utility/encoder/qpEncoder.hpp>
+#include <vmime/utility/inputStreamStringAdapter.hpp>
+#include <vmime/utility/outputStreamStringAdapter.hpp>
+#endif
+
 #include "BenchInput.h"
 #include "PLXCryptor.h"
 #include "PLXStringUtility.h"
@@ -153,7 +165,104 @@ void BM_Base64Decode_Poco(benchmark::State& state_io) {
 BENCHMARK(BM_Base64Decode_Poco)->Apply(Sizes);
 #endif
 
+#ifdef PLX_BENCH_GLIB
+void BM_Base64Encode_GLib(benchmark::State& state_io) {
+  std::string const data = RandomBytes(Size(state_io));
+  for (auto _ : state_io) {
+    gchar* const text = g_base64_encode(reinterpret_cast<guchar const*>(data.data()), data.size());
+    benchmark::DoNotOptimize(text);
+    g_free(text);
+  }
+}
+BENCHMARK(BM_Base64Encode_GLib)->Apply(Sizes);
+
+void BM_Base64Decode_GLib(benchmark::State& state_io) {
+  PLXString const text = PLXCryptor::Base64Encode(Buffer(RandomBytes(Size(state_io))));
+  for (auto _ : state_io) {
+    gsize size = 0;
+    guchar* const data = g_base64_decode(text.GetCStringAccess(), &size);
+    benchmark::DoNotOptimize(data);
+    g_free(data);
+  }
+}
+BENCHMARK(BM_Base64Decode_GLib)->Apply(Sizes);
+#endif
+
+// The limit: as much memory written as the encoder writes.
+void BM_Base64Encode_Copy(benchmark::State& state_io) {
+  PLXString const text = PLXCryptor::Base64Encode(Buffer(RandomBytes(Size(state_io))));
+  for (auto _ : state_io) benchmark::DoNotOptimize(std::string(text.GetCStringAccess(), text.GetLength()));
+}
+BENCHMARK(BM_Base64Encode_Copy)->Apply(Sizes);
+
+void BM_Base64Decode_Copy(benchmark::State& state_io) {
+  std::string const data = RandomBytes(Size(state_io));
+  for (auto _ : state_io) benchmark::DoNotOptimize(std::string(data.data(), data.size()));
+}
+BENCHMARK(BM_Base64Decode_Copy)->Apply(Sizes);
+
 // ---- Quoted-printable ----
+
+#ifdef PLX_BENCH_GMIME
+void WithGMime(benchmark::State& state_io, std::string const& text_i, bool encodes_i) {
+  for (auto _ : state_io) {
+    GMimeEncoding encoding;
+    if (encodes_i) {
+      g_mime_encoding_init_encode(&encoding, GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
+    } else {
+      g_mime_encoding_init_decode(&encoding, GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
+    }
+    std::string result(g_mime_encoding_outlen(&encoding, text_i.size()), 0);
+    result.resize(g_mime_encoding_flush(&encoding, text_i.data(), text_i.size(), result.data()));
+    benchmark::DoNotOptimize(result);
+  }
+}
+#endif
+#ifdef PLX_BENCH_VMIME
+void WithVMime(benchmark::State& state_io, std::string const& text_i, bool encodes_i) {
+  for (auto _ : state_io) {
+    vmime::utility::encoder::qpEncoder encoder;
+    encoder.getProperties()["maxlinelength"] = 76;
+    std::string result;
+    vmime::utility::inputStreamStringAdapter in(text_i);
+    vmime::utility::outputStreamStringAdapter out(result);
+    if (encodes_i) {
+      encoder.encode(in, out);
+    } else {
+      encoder.decode(in, out);
+    }
+    benchmark::DoNotOptimize(result);
+  }
+}
+#endif
+std::string Encoded(std::string const& text_i) {
+  PLXString const encoded = PLXCryptor::QuotedPrintableEncode(Text(text_i));
+  return std::string(encoded.GetCStringAccess(), encoded.GetLength());
+}
+
+#define QUOTED_PRINTABLE_PEER(peer)                                           \
+  void BM_QuotedPrintableEncode_Prose_##peer(benchmark::State& state_io) {    \
+    With##peer(state_io, RandomText(Size(state_io), kProse), true);           \
+  }                                                                           \
+  BENCHMARK(BM_QuotedPrintableEncode_Prose_##peer)->Apply(Sizes);             \
+  void BM_QuotedPrintableEncode_Bytes_##peer(benchmark::State& state_io) {    \
+    With##peer(state_io, RandomBytes(Size(state_io)), true);                  \
+  }                                                                           \
+  BENCHMARK(BM_QuotedPrintableEncode_Bytes_##peer)->Apply(Sizes);             \
+  void BM_QuotedPrintableDecode_Prose_##peer(benchmark::State& state_io) {    \
+    With##peer(state_io, Encoded(RandomText(Size(state_io), kProse)), false); \
+  }                                                                           \
+  BENCHMARK(BM_QuotedPrintableDecode_Prose_##peer)->Apply(Sizes);             \
+  void BM_QuotedPrintableDecode_Bytes_##peer(benchmark::State& state_io) {    \
+    With##peer(state_io, Encoded(RandomBytes(Size(state_io))), false);        \
+  }                                                                           \
+  BENCHMARK(BM_QuotedPrintableDecode_Bytes_##peer)->Apply(Sizes)
+#ifdef PLX_BENCH_GMIME
+QUOTED_PRINTABLE_PEER(GMime);
+#endif
+#ifdef PLX_BENCH_VMIME
+QUOTED_PRINTABLE_PEER(VMime);
+#endif
 
 void BM_QuotedPrintableEncode_Prose(benchmark::State& state_io) {
   PLXString const text = Text(RandomText(Size(state_io), kProse));
@@ -261,5 +370,81 @@ void BM_HTMLDecode_FarSemicolon(benchmark::State& state_io) {
   CountBytes(state_io);
 }
 BENCHMARK(BM_HTMLDecode_FarSemicolon)->Apply(Sizes);
+
+#ifdef PLX_BENCH_GLIB
+// Its texts are UTF-8, so these are ASCII.
+char const kASCIIMarkup[] = "etaoin<>&\"xyz=/ ";
+
+void BM_URLEncode_GLib(benchmark::State& state_io) {
+  std::string const text = RandomText(Size(state_io), kMarkup);
+  for (auto _ : state_io) {
+    char* const encoded =
+        g_uri_escape_bytes(reinterpret_cast<guint8 const*>(text.data()), text.size(), nullptr);
+    benchmark::DoNotOptimize(encoded);
+    g_free(encoded);
+  }
+}
+BENCHMARK(BM_URLEncode_GLib)->Apply(Sizes);
+
+void BM_URLDecode_GLib(benchmark::State& state_io) {
+  std::string const text = RandomText(Size(state_io), kMarkup);
+  char* const encoded =
+      g_uri_escape_bytes(reinterpret_cast<guint8 const*>(text.data()), text.size(), nullptr);
+  std::size_t const length = std::strlen(encoded);
+  for (auto _ : state_io) {
+    GBytes* const decoded = g_uri_unescape_bytes(encoded, static_cast<gssize>(length), nullptr, nullptr);
+    benchmark::DoNotOptimize(decoded);
+    g_bytes_unref(decoded);
+  }
+  g_free(encoded);
+}
+BENCHMARK(BM_URLDecode_GLib)->Apply(Sizes);
+
+void BM_HTMLEncode_ASCII(benchmark::State& state_io) {
+  PLXString const text = Text(RandomText(Size(state_io), kASCIIMarkup));
+  for (auto _ : state_io) benchmark::DoNotOptimize(PLXStringUtility::GetHTMLEncodedString(text));
+  CountBytes(state_io);
+}
+BENCHMARK(BM_HTMLEncode_ASCII)->Apply(Sizes);
+
+void BM_HTMLEncode_ASCII_GLib(benchmark::State& state_io) {
+  std::string const text = RandomText(Size(state_io), kASCIIMarkup);
+  for (auto _ : state_io) {
+    char* const encoded = g_markup_escape_text(text.data(), static_cast<gssize>(text.size()));
+    benchmark::DoNotOptimize(encoded);
+    g_free(encoded);
+  }
+}
+BENCHMARK(BM_HTMLEncode_ASCII_GLib)->Apply(Sizes);
+
+// The peer has no decoder of its own; its parser of markup reads a text in one element.
+void KeepText(GMarkupParseContext* /*context_i*/, char const* text_i, gsize length_i, gpointer result_io,
+              GError** /*error_o*/) {
+  static_cast<std::string*>(result_io)->append(text_i, length_i);
+}
+void BM_HTMLDecode_ASCII(benchmark::State& state_io) {
+  PLXString const text =
+      PLXStringUtility::GetHTMLEncodedString(Text(RandomText(Size(state_io), kASCIIMarkup)));
+  for (auto _ : state_io) benchmark::DoNotOptimize(PLXStringUtility::GetHTMLDecodedString(text));
+  CountBytes(state_io);
+}
+BENCHMARK(BM_HTMLDecode_ASCII)->Apply(Sizes);
+
+void BM_HTMLDecode_ASCII_GLib(benchmark::State& state_io) {
+  PLXString const encoded =
+      PLXStringUtility::GetHTMLEncodedString(Text(RandomText(Size(state_io), kASCIIMarkup)));
+  PLXString const text = PLXString("<a>") + encoded + "</a>";
+  GMarkupParser const parser{nullptr, nullptr, KeepText, nullptr, nullptr};
+  for (auto _ : state_io) {
+    std::string result;
+    GMarkupParseContext* const context =
+        g_markup_parse_context_new(&parser, GMarkupParseFlags(0), &result, nullptr);
+    g_markup_parse_context_parse(context, text.GetCStringAccess(), text.GetLength(), nullptr);
+    g_markup_parse_context_free(context);
+    benchmark::DoNotOptimize(result);
+  }
+}
+BENCHMARK(BM_HTMLDecode_ASCII_GLib)->Apply(Sizes);
+#endif
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "BenchInput.h"
 #include "PLXCAST5.h"
 #include "PLXCryptor.h"
+#include "PLXEmailSendThread.h"
 #include "PLXStringUtility.h"
 
 // Mail: a message taken apart with its attachment saved, and the cipher of stored passwords.
@@ -114,6 +115,77 @@ void BM_MIMESplit_OneAttachment_GMime(benchmark::State& state_io) {
   CountBytes(state_io);
 }
 BENCHMARK(BM_MIMESplit_OneAttachment_GMime)->Apply(Sizes);
+#endif
+
+// ---- Assembly ----
+
+// Access to the text that a sending thread builds.
+class Assembly : public PLXEmailSendThread {
+ public:
+  using PLXEmailSendThread::PLXEmailSendThread;
+  PLXString Build() {
+    PLXString text = BuildMessage();
+    PrepareMessageForOutput(text);
+    return text;
+  }
+};
+class Email : public PLXEmail {
+ public:
+  using PLXEmail::GetFields;
+  using PLXEmail::PLXEmail;
+};
+
+// One message with one attachment, as it goes over the wire.
+void BM_MailAssembly(benchmark::State& state_io) {
+  std::string const bytes = RandomBytes(static_cast<std::size_t>(state_io.range(0)));
+  for (auto _ : state_io) {
+    Email email("", "");
+    email.SetFrom("a@test.org");
+    email.AddTo("b@test.org");
+    email.SetSubject("A file");
+    email.SetMessage("Hello\r\n");
+    PLXBufferStream stream(bytes.data(), static_cast<PLXUInt32>(bytes.size()));
+    email.AddAttachment(stream, kAttachmentEncoding_Base64, "a.bin", static_cast<int>(bytes.size()));
+    Assembly assembly(email.GetFields());
+    email.ClearAttachments();
+    benchmark::DoNotOptimize(assembly.Build());
+  }
+  CountBytes(state_io);
+}
+BENCHMARK(BM_MailAssembly)->Arg(64 << 10)->Arg(10 << 20);
+
+#ifdef PLX_BENCH_GMIME
+void BM_MailAssembly_GMime(benchmark::State& state_io) {
+  g_mime_init();
+  std::string const bytes = RandomBytes(static_cast<std::size_t>(state_io.range(0)));
+  for (auto _ : state_io) {
+    GMimeMessage* const message = g_mime_message_new(TRUE);
+    g_mime_message_add_mailbox(message, GMIME_ADDRESS_TYPE_FROM, nullptr, "a@test.org");
+    g_mime_message_add_mailbox(message, GMIME_ADDRESS_TYPE_TO, nullptr, "b@test.org");
+    g_mime_message_set_subject(message, "A file", nullptr);
+    GMimeMultipart* const parts = g_mime_multipart_new_with_subtype("mixed");
+    GMimeTextPart* const text = g_mime_text_part_new_with_subtype("plain");
+    g_mime_text_part_set_text(text, "Hello\r\n");
+    g_mime_multipart_add(parts, GMIME_OBJECT(text));
+    GMimePart* const part = g_mime_part_new_with_type("application", "octet-stream");
+    GMimeStream* const source = g_mime_stream_mem_new_with_buffer(bytes.data(), bytes.size());
+    GMimeDataWrapper* const content =
+        g_mime_data_wrapper_new_with_stream(source, GMIME_CONTENT_ENCODING_DEFAULT);
+    g_mime_part_set_content(part, content);
+    g_mime_part_set_content_encoding(part, GMIME_CONTENT_ENCODING_BASE64);
+    g_mime_part_set_filename(part, "a.bin");
+    g_mime_multipart_add(parts, GMIME_OBJECT(part));
+    g_mime_message_set_mime_part(message, GMIME_OBJECT(parts));
+    GMimeStream* const result = g_mime_stream_mem_new();
+    g_mime_object_write_to_stream(GMIME_OBJECT(message), nullptr, result);
+    benchmark::DoNotOptimize(result);
+    for (gpointer object : {gpointer(result), gpointer(content), gpointer(source), gpointer(part),
+                            gpointer(text), gpointer(parts), gpointer(message)}) {
+      g_object_unref(object);
+    }
+  }
+}
+BENCHMARK(BM_MailAssembly_GMime)->Arg(64 << 10)->Arg(10 << 20);
 #endif
 
 // ---- CAST5 ----

@@ -3,7 +3,8 @@ import json
 import re
 import sys
 
-PEERS = ("StdStrings", "StdStringKey", "StdString", "StdSearch", "CppDecFloat", "OpenSSL", "Poco", "GMime", "Gcrypt", "Nettle", "SQLiteByKey", "SQLite", "PlainODBC")
+PEERS = ("StdStrings", "StdStringKey", "StdString", "StdSearch", "StdEqual", "StdHash", "StdRegex", "Memmem", "StringViews", "Absl", "CppDecFloat",
+         "OpenSSL", "Poco", "GLib", "Copy", "GMime", "VMime", "Gcrypt", "Nettle", "RE2", "PCRE2JIT", "Platform", "SQLiteByKey", "SQLite", "PlainODBC")
 
 
 def cut(name):

@@ -1,4 +1,3 @@
-#include <cstring>
 #include <map>
 #include <memory>
 #include <optional>
@@ -9,6 +8,7 @@
 #include "../plx-modules/network/EmailClient/MailboxIndex.h"
 #include "EncoderTwins.h"
 #include "Fuzz.h"
+#include "MailboxTwin.h"
 #include "PLXStringID.h"
 
 // Lines are steps on a mailbox, until one that is "index": what follows it then is the index file as it
@@ -17,18 +17,8 @@
 
 namespace {
 
-constexpr std::size_t kSize = 256;
+constexpr std::size_t kSize = MailboxFiles::kSize;
 constexpr std::size_t kMostRecords = 64;
-
-std::uint32_t Word(std::string const& bytes_i, std::size_t offset_i) {
-  std::uint32_t value = 0;
-  std::memcpy(&value, bytes_i.data() + offset_i, 4);
-  return value;
-}
-
-void SetWord(std::string& bytes_io, std::size_t offset_i, std::uint32_t value_i) {
-  std::memcpy(bytes_io.data() + offset_i, &value_i, 4);
-}
 
 std::string Message(unsigned number_i) {
   std::string const number = std::to_string(number_i);
@@ -41,31 +31,10 @@ std::uint32_t KeyOf(unsigned number_i) {
   return PLXStringID(Plx(subject), PLXStringID::kIgnoreCase).GetID();
 }
 
-struct Twin {
-  std::string index, texts;
-
+struct Twin : MailboxFiles {
   bool IsWhole(std::size_t record_i) const {
-    std::uint64_t const offset = Word(index, record_i + 12);
-    std::uint64_t const length = Word(index, record_i + 16);
-    bool const isBlank = length == 0 && Word(index, record_i) == 0;
-    return !isBlank && offset + length <= texts.size();
-  }
-
-  // Every link new: each record of a new key goes where walking down from the root ends.
-  void MendLinks() {
-    std::size_t const end = index.size() / kSize * kSize;
-    for (std::size_t record = 0; record < end; record += kSize) index.replace(record + 4, 8, 8, '\0');
-    for (std::size_t record = kSize; record < end; record += kSize) {
-      std::uint32_t const key = Word(index, record);
-      std::size_t at = 0;
-      std::size_t link = 0;
-      do {
-        if (Word(index, at) == key) break;
-        link = at + (key > Word(index, at) ? 8 : 4);
-        at = Word(index, link);
-      } while (at != 0);
-      if (at == 0 && Word(index, 0) != key) SetWord(index, link, static_cast<std::uint32_t>(record));
-    }
+    bool const isBlank = TextLength(record_i) == 0 && Key(record_i) == 0;
+    return !isBlank && std::uint64_t{TextOffset(record_i)} + TextLength(record_i) <= texts.size();
   }
 
   EmailClient_Mailbox::Outcome Add(unsigned number_i) {
@@ -75,7 +44,7 @@ struct Twin {
     std::optional<std::size_t> place;
     std::size_t const end = index.size() / kSize * kSize;
     for (std::size_t record = 0; record < end; record += kSize) {
-      if (Word(index, record) != KeyOf(number_i)) continue;
+      if (Key(record) != KeyOf(number_i)) continue;
       if (IsWhole(record)) return Outcome::Duplicate;
       if (!place) place = record;
     }
@@ -94,8 +63,8 @@ struct Twin {
     }
     for (std::size_t at = 0; at < end; at += kSize) {
       // What was lost must not come back as somebody else's text.
-      std::uint64_t const lostEnd = std::uint64_t{Word(index, at + 12)} + Word(index, at + 16);
-      bool const isBlank = Word(index, at) == 0 && Word(index, at + 16) == 0;
+      std::uint64_t const lostEnd = std::uint64_t{TextOffset(at)} + TextLength(at);
+      bool const isBlank = Key(at) == 0 && TextLength(at) == 0;
       if (at != place && !isBlank && lostEnd > texts.size() && lostEnd <= texts.size() + text.size()) {
         SetWord(index, at + 12, 0xFFFFFFFF);
       }
@@ -201,9 +170,9 @@ class Machine {
     Require(mailbox.Open(kPLXFilePermission_ReadOnly) == EmailClient_Mailbox::Outcome::Done);
     EmailClient_MessageRecord record;
     for (std::size_t const expected : myTwin.Listed()) {
-      Require(mailbox.ReadNext(record) && record.textOffset == Word(myTwin.index, expected + 12) &&
-              record.textLength == Word(myTwin.index, expected + 16) &&
-              record.shownSize == Word(myTwin.index, expected + 22));
+      Require(mailbox.ReadNext(record) && record.textOffset == myTwin.TextOffset(expected) &&
+              record.textLength == myTwin.TextLength(expected) &&
+              record.shownSize == MailboxFiles::Word(myTwin.index, expected + 22));
     }
     Require(!mailbox.ReadNext(record));
   }

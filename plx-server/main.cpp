@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <string>
 #include <sys/stat.h>
@@ -12,33 +13,24 @@
 #include <unistd.h>
 #include <vector>
 
+#include "PLXCommandLine.h"
 #include "PLXConfiguration.h"
 #include "PLXDelimitedText.h"
 #include "PLXListener.h"
 #include "PLXLog.h"
 #include "PLXLoginStore.h"
+#include "PLXMailCheck.h"
 #include "PLXProcess.h"
+#include "PLXQueueCommand.h"
 #include "PLXRecordCursor.h"
 #include "PLXServer.h"
 #include "PLXSite.h"
 
-// The command line. What goes wrong is told in sentences on standard error and in the exit code, by the
-// numbers of sysexits.h: 64 the command line, 69 something that is needed is not there, 70 the program, 73 a
-// file or folder cannot be made, 74 reading or writing failed, 78 the configuration.
+// The command line. What goes wrong is told in sentences on standard error and in the exit code.
 
 namespace fs = std::filesystem;
 
 namespace {
-
-enum ExitCode {
-  kGood = 0,
-  kUsage = 64,
-  kUnavailable = 69,
-  kSoftware = 70,
-  kCannotCreate = 73,
-  kInputOutput = 74,
-  kConfiguration = 78
-};
 
 constexpr char kFooter[] =
     "Start with: plxserver check, then plxserver serve.\n"
@@ -57,12 +49,9 @@ struct Arguments {
   std::vector<std::string> pageArguments;
   std::string user, region;
   std::string database, exchangeFile, delimiter;
+  PLXQueueRequest queue;
+  std::string testAddress;
 };
-
-int Fail(int code_i, std::string const& sentence_i) {
-  std::cerr << "plxserver: " << sentence_i << std::endl;
-  return code_i;
-}
 
 // ---- Configuration
 // -------------------------------------------------------------------------------------------
@@ -86,8 +75,8 @@ bool ReadConfiguration(Arguments& arguments_io, PLXConfiguration& configuration_
     }
   }
   if (arguments_io.file.empty() && arguments_io.overrides.empty()) {
-    Fail(
-        kConfiguration,
+    PLXFail(
+        kExitConfiguration,
         "there is no configuration: neither plxserver.conf in this folder nor /etc/plxserver/plxserver.conf. "
         "Name one with --config FILE.");
     return false;
@@ -131,20 +120,20 @@ void SayReady(PLXServer& server_io, Arguments const& arguments_i, PLXConfigurati
 
 int Serve(Arguments& arguments_io) {
   PLXConfiguration configuration;
-  if (!ReadConfiguration(arguments_io, configuration)) return kConfiguration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
   if (configuration.coreDumps) AllowCoreDumps();
   std::unique_ptr<PLXServer> server;
   try {
     server = std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io));
   } catch (PLXStateInUse const& error) {
-    return Fail(kUnavailable, error.what());
+    return PLXFail(kExitUnavailable, error.what());
   } catch (std::exception const& error) {
-    return Fail(kCannotCreate, error.what());
+    return PLXFail(kExitCannotCreate, error.what());
   }
   std::vector<std::string> problems;
   if (!server->LoadModules(problems)) {
-    for (std::string const& problem : problems) Fail(kUnavailable, problem);
-    return kUnavailable;
+    for (std::string const& problem : problems) PLXFail(kExitUnavailable, problem);
+    return kExitUnavailable;
   }
   for (std::string const& warning : InstallationWarnings(configuration)) PLXLog::Warning(warning);
   bool isReady = false;
@@ -156,13 +145,13 @@ int Serve(Arguments& arguments_io) {
     if (!isOver) {
       // Pages still use the server and the modules, so neither may be taken apart under them.
       PLXLog::Close();
-      std::_Exit(kGood);
+      std::_Exit(kExitGood);
     }
   } catch (std::exception const& error) {
-    if (isReady) return Fail(kSoftware, error.what());
-    return Fail(kUnavailable, error.what() + kAddressRemedy);
+    if (isReady) return PLXFail(kExitSoftware, error.what());
+    return PLXFail(kExitUnavailable, error.what() + kAddressRemedy);
   }
-  return kGood;
+  return kExitGood;
 }
 
 // ---- render
@@ -170,31 +159,31 @@ int Serve(Arguments& arguments_io) {
 
 int Render(Arguments& arguments_io) {
   PLXConfiguration configuration;
-  if (!ReadConfiguration(arguments_io, configuration)) return kConfiguration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
   std::vector<PLXNameValue> pageArguments;
   for (std::string const& text : arguments_io.pageArguments) {
     auto const equals = text.find('=');
     if (equals == std::string::npos || equals == 0)
-      return Fail(kUsage, "\"" + text + "\" is no name=value pair.");
+      return PLXFail(kExitUsage, "\"" + text + "\" is no name=value pair.");
     pageArguments.push_back({text.substr(0, equals), text.substr(equals + 1)});
   }
   std::unique_ptr<PLXServer> server;
   try {
     server = std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io), PLXServer::Use::kRender);
   } catch (std::exception const& error) {
-    return Fail(kCannotCreate, error.what());
+    return PLXFail(kExitCannotCreate, error.what());
   }
   std::vector<std::string> problems;
   if (!server->LoadModules(problems)) {
-    for (std::string const& problem : problems) Fail(kUnavailable, problem);
-    return kUnavailable;
+    for (std::string const& problem : problems) PLXFail(kExitUnavailable, problem);
+    return kExitUnavailable;
   }
   PLXResponse const response = server->Render(arguments_io.page, pageArguments, arguments_io.site);
   std::cout << response.body << std::flush;
-  if (!std::cout) return Fail(kInputOutput, "the page cannot be written to standard output.");
-  if (response.status < 400) return kGood;
-  return Fail(kUnavailable,
-              arguments_io.page + ": the answer has the status " + std::to_string(response.status) + ".");
+  if (!std::cout) return PLXFail(kExitInputOutput, "the page cannot be written to standard output.");
+  if (response.status < 400) return kExitGood;
+  return PLXFail(kExitUnavailable,
+                 arguments_io.page + ": the answer has the status " + std::to_string(response.status) + ".");
 }
 
 // ---- check
@@ -226,25 +215,52 @@ bool IsStateWritable(fs::path const& state_i) {
   return fs::is_directory(folder, error) && ::access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
-int Check(Arguments& arguments_io) {
-  PLXConfiguration configuration;
-  if (!ReadConfiguration(arguments_io, configuration)) return kConfiguration;
-  int code = kGood;
-  fs::path const state = configuration.state;
+// The mail servers that the regions' preferences name, and a message over each when that is asked for.
+int CheckMail(Arguments const& arguments_i, PLXConfiguration const& configuration_i) {
+  std::error_code none;
+  std::vector<PLXNamedMailServer> servers;
+  if (fs::exists(configuration_i.state, none)) {
+    if (!BecomeOwnerOf(configuration_i.state)) {
+      std::cout << "The mail servers were not tried: the state folder is another user's.\n";
+      return kExitGood;
+    }
+    servers = PLXNamedMailServers(configuration_i);
+  }
+  int code = kExitGood;
+  for (PLXNamedMailServer const& row : servers) {
+    std::string const problem = PLXTryMailServer(row.server);
+    if (!problem.empty()) {
+      code = PLXFail(kExitUnavailable, "region " + row.region + ": " + problem);
+    } else {
+      std::cout << "The mail server " << row.server << " of region " << row.region << " answers.\n";
+    }
+  }
+  if (arguments_i.testAddress.empty()) return code;
+  if (servers.empty()) {
+    return PLXFail(kExitUsage,
+                   "no region's preferences name a mail server, so there is none to test. Pages that name "
+                   "theirs are tested by opening them.");
+  }
+  return code != kExitGood ? code : PLXSendTestMail(configuration_i, servers, arguments_i.testAddress);
+}
+
+int CheckFiles(PLXConfiguration const& configuration_i) {
+  int code = kExitGood;
+  fs::path const state = configuration_i.state;
   if (!IsStateWritable(state)) {
-    code =
-        Fail(kCannotCreate, state.string() +
-                                ": the state folder cannot be written by this user. Give it the right to, or "
-                                "name another folder with the key \"state\".");
+    code = PLXFail(kExitCannotCreate,
+                   state.string() +
+                       ": the state folder cannot be written by this user. Give it the right to, or "
+                       "name another folder with the key \"state\".");
   }
   auto const running = StateUser(state);
   TemporaryFolder const temporary;
-  PLXConfiguration trial = configuration;
+  PLXConfiguration trial = configuration_i;
   trial.state = temporary.Path() / "state";
   PLXServer server(trial, {}, PLXServer::Use::kRender);
   std::vector<std::string> problems;
   if (!server.LoadModules(problems)) {
-    for (std::string const& problem : problems) code = Fail(kUnavailable, problem);
+    for (std::string const& problem : problems) code = PLXFail(kExitUnavailable, problem);
   }
   if (running) {
     std::cout << "A server runs with this state folder (process " << *running
@@ -254,12 +270,20 @@ int Check(Arguments& arguments_io) {
       PLXListener const listener(trial.listenAddress, trial.listenPort, trial.limits, trial.proxies,
                                  temporary.Path(), server);
     } catch (std::exception const& error) {
-      code = Fail(kUnavailable, error.what() + kAddressRemedy);
+      code = PLXFail(kExitUnavailable, error.what() + kAddressRemedy);
     }
   }
-  for (std::string const& warning : InstallationWarnings(configuration))
+  for (std::string const& warning : InstallationWarnings(configuration_i))
     std::cerr << "plxserver: warning: " << warning << std::endl;
-  if (code == kGood) {
+  return code;
+}
+
+int Check(Arguments& arguments_io) {
+  PLXConfiguration configuration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
+  int code = CheckFiles(configuration);
+  if (code == kExitGood) code = CheckMail(arguments_io, configuration);
+  if (code == kExitGood) {
     std::cout << "The configuration is good: sites " << configuration.sites.size() << ", modules "
               << configuration.modules.size() << ".\n";
   }
@@ -319,8 +343,8 @@ void GiveToOwnerOf(fs::path const& file_i, fs::path const& folder_i) {
   if (::geteuid() != 0 || ::stat(folder_i.c_str(), &status) != 0) return;
   for (fs::path const& path : {file_i.parent_path(), file_i}) {
     if (::lchown(path.c_str(), status.st_uid, status.st_gid) != 0) {
-      Fail(kInputOutput,
-           path.string() + ": the file cannot be given to the owner of " + folder_i.string() + ".");
+      PLXFail(kExitInputOutput,
+              path.string() + ": the file cannot be given to the owner of " + folder_i.string() + ".");
     }
   }
 }
@@ -328,7 +352,7 @@ void GiveToOwnerOf(fs::path const& file_i, fs::path const& folder_i) {
 // The file with the logins that the arguments mean.
 bool FindLogins(Arguments& arguments_io, fs::path& state_o, fs::path& file_o, int& code_o) {
   PLXConfiguration configuration;
-  code_o = kConfiguration;
+  code_o = kExitConfiguration;
   if (!ReadConfiguration(arguments_io, configuration)) return false;
   state_o = configuration.state;
   file_o = ServerLoginsFile(state_o);
@@ -343,40 +367,42 @@ bool FindLogins(Arguments& arguments_io, fs::path& state_o, fs::path& file_o, in
   for (auto const& site : sites.All()) {
     for (auto const& candidate : site->Regions()) known += (known.empty() ? "" : ", ") + candidate->Key();
   }
-  code_o = Fail(kUsage, "there is no region \"" + arguments_io.region + "\". There are: " + known + ".");
+  code_o =
+      PLXFail(kExitUsage, "there is no region \"" + arguments_io.region + "\". There are: " + known + ".");
   return false;
 }
 
 int ListUsers(Arguments& arguments_io) {
   fs::path state, file;
-  int code = kGood;
+  int code = kExitGood;
   if (!FindLogins(arguments_io, state, file, code)) return code;
   auto const users = PLXLoginStore(file).Users();
   for (std::string const& user : users) std::cout << user << "\n";
   if (users.empty())
     std::cerr << "There are no logins yet. Make one with: " << CommandFor(arguments_io, "user set NAME")
               << std::endl;
-  return kGood;
+  return kExitGood;
 }
 
 int ChangeUser(Arguments& arguments_io, bool remove_i) {
   fs::path state, file;
-  int code = kGood;
+  int code = kExitGood;
   if (!FindLogins(arguments_io, state, file, code)) return code;
   std::string password, problem;
-  if (!remove_i && !ReadPassword(password, problem)) return Fail(kUsage, problem);
+  if (!remove_i && !ReadPassword(password, problem)) return PLXFail(kExitUsage, problem);
   try {
     PrepareStateFolder(state);
     fs::create_directories(file.parent_path());
   } catch (std::exception const& error) {
-    return Fail(kCannotCreate, error.what());
+    return PLXFail(kExitCannotCreate, error.what());
   }
   PLXLoginStore store(file);
   bool const good = remove_i ? store.Remove(arguments_io.user, problem)
                              : store.SetPassword(arguments_io.user, password, problem);
-  if (!good) return Fail(::access(file.parent_path().c_str(), W_OK) == 0 ? kUsage : kInputOutput, problem);
+  if (!good)
+    return PLXFail(::access(file.parent_path().c_str(), W_OK) == 0 ? kExitUsage : kExitInputOutput, problem);
   GiveToOwnerOf(file, state);
-  return kGood;
+  return kExitGood;
 }
 
 // ---- records
@@ -426,7 +452,7 @@ int ListRecords(PLXRecordEngine& engine_i) {
     PLXRecordCursor cursor(engine_i.Store(), name, PLXRecordAccess::kShared, nullptr);
     std::cout << name << "\t" << cursor.RecordCount() << "\n";
   }
-  return kGood;
+  return kExitGood;
 }
 
 int Exchange(PLXRecordEngine& engine_i, Arguments const& arguments_i, bool isImport_i) {
@@ -434,30 +460,31 @@ int Exchange(PLXRecordEngine& engine_i, Arguments const& arguments_i, bool isImp
   auto const whenMissing =
       isImport_i ? PLXRecordCursor::WhenMissing::kCreate : PLXRecordCursor::WhenMissing::kFail;
   if (isImport_i && ::access(file.c_str(), R_OK) != 0)
-    return Fail(kInputOutput, file.string() + " cannot be read.");
+    return PLXFail(kExitInputOutput, file.string() + " cannot be read.");
   PLXRecordCursor cursor(engine_i.Store(), arguments_i.database, PLXRecordAccess::kShared, nullptr,
                          whenMissing);
   if (isImport_i && cursor.Fields().empty()) AddFields(cursor, file);
   std::string const options = arguments_i.delimiter.empty() ? "" : "delimiter=" + arguments_i.delimiter;
   std::cerr << (isImport_i ? cursor.Import(file) : cursor.Export(file, options)) << " records" << std::endl;
-  return kGood;
+  return kExitGood;
 }
 
 int Records(Arguments& arguments_io, bool isImport_i, bool isExport_i) {
   PLXConfiguration configuration;
-  if (!ReadConfiguration(arguments_io, configuration)) return kConfiguration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
   try {
     PrepareStateFolder(configuration.state);
   } catch (std::exception const& error) {
-    return Fail(kCannotCreate, error.what());
+    return PLXFail(kExitCannotCreate, error.what());
   }
   PLXRecordEngine engine({configuration.state, configuration.recordsSource, configuration.recordsUser,
                           configuration.recordsPassword});
-  int code = kGood;
+  int code = kExitGood;
   try {
     code = isImport_i || isExport_i ? Exchange(engine, arguments_io, isImport_i) : ListRecords(engine);
   } catch (PLXRecordError const& error) {
-    code = Fail(error.GetKind() == PLXRecordError::Kind::kNotReachable ? kUnavailable : kInputOutput,
+    code =
+        PLXFail(error.GetKind() == PLXRecordError::Kind::kNotReachable ? kExitUnavailable : kExitInputOutput,
                 error.what());
   }
   for (char const* const name :
@@ -466,6 +493,32 @@ int Records(Arguments& arguments_io, bool isImport_i, bool isExport_i) {
       GiveToOwnerOf(configuration.state / name, configuration.state);
   }
   return code;
+}
+
+// ---- queue
+// ---------------------------------------------------------------------------------------------------
+
+// Works as the owner of the state folder, so that no file of it becomes root's.
+int Queue(Arguments& arguments_io,
+          std::function<int(PLXConfiguration const&, PLXQueueRequest const&)> const& command_i) {
+  PLXConfiguration configuration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
+  if (!fs::is_directory(configuration.state)) {
+    return PLXFail(kExitUnavailable,
+                   configuration.state.string() + ": there is no state folder yet, so there is no mail.");
+  }
+  if (!BecomeOwnerOf(configuration.state)) {
+    return PLXFail(kExitUnavailable,
+                   configuration.state.string() +
+                       ": the state folder is another user's. Call this command as that user or as root.");
+  }
+  try {
+    return command_i(configuration, arguments_io.queue);
+  } catch (PLXRecordError const& error) {
+    return PLXFail(
+        error.GetKind() == PLXRecordError::Kind::kNotReachable ? kExitUnavailable : kExitInputOutput,
+        error.what());
+  }
 }
 
 // ---- The command line
@@ -484,6 +537,7 @@ void AddCommonOptions(CLI::App& command_io, Arguments& arguments_io) {
 struct Commands {
   CLI::App *serve, *render, *check, *userSet, *userRemove, *userList;
   CLI::App *recordsList, *recordsImport, *recordsExport;
+  CLI::App *queueList, *queueShow, *queueResend, *queueDelete, *queueExport;
 };
 
 Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
@@ -515,8 +569,14 @@ Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
       ->option_text("NAME");
 
   commands.check =
-      app_io.add_subcommand("check", "Says what is wrong with the configuration, and where; starts nothing");
+      app_io.add_subcommand("check",
+                            "Says what is wrong with the configuration, and where, and whether the mail "
+                            "servers of the preferences answer; starts nothing");
   AddCommonOptions(*commands.check, arguments_io);
+  commands.check
+      ->add_option("--send-test", arguments_io.testAddress,
+                   "Sends a message to this address over each of them")
+      ->option_text("ADDRESS");
 
   CLI::App* const user = app_io.add_subcommand("user", "Logins of the administration, or of a region");
   user->require_subcommand(1);
@@ -553,6 +613,27 @@ Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
     }
     AddCommonOptions(*command, arguments_io);
   }
+  CLI::App* const queue = app_io.add_subcommand("queue", "Mail that could not be sent");
+  queue->require_subcommand(1);
+  commands.queueList = queue->add_subcommand("list", "Lists the messages, and why each was not taken");
+  commands.queueShow = queue->add_subcommand("show", "Prints messages");
+  commands.queueResend = queue->add_subcommand("resend", "Sends messages again and says what came of it");
+  commands.queueDelete = queue->add_subcommand("delete", "Deletes messages; they cannot be brought back");
+  commands.queueExport = queue->add_subcommand("export", "Writes each message to a file NUMBER.eml");
+  for (CLI::App* const command : {commands.queueList, commands.queueShow}) {
+    command->add_flag("--json", arguments_io.queue.isJSON, "As JSON, for programs");
+  }
+  commands.queueExport->add_option("--to", arguments_io.queue.folder, "The folder for the files (this one)")
+      ->option_text("FOLDER");
+  for (CLI::App* const command : {commands.queueList, commands.queueShow, commands.queueResend,
+                                  commands.queueDelete, commands.queueExport}) {
+    if (command != commands.queueList) {
+      command->add_option("MESSAGES", arguments_io.queue.numbers, "Their numbers, as the list shows them")
+          ->option_text("[NUMBER ...]");
+      command->add_flag("--all", arguments_io.queue.isAll, "Every message there is");
+    }
+    AddCommonOptions(*command, arguments_io);
+  }
   return commands;
 }
 
@@ -563,6 +644,11 @@ int Run(Commands const& commands_i, Arguments& arguments_io) {
   if (commands_i.userSet->parsed()) return ChangeUser(arguments_io, false);
   if (commands_i.userRemove->parsed()) return ChangeUser(arguments_io, true);
   if (commands_i.userList->parsed()) return ListUsers(arguments_io);
+  if (commands_i.queueList->parsed()) return Queue(arguments_io, PLXQueueList);
+  if (commands_i.queueShow->parsed()) return Queue(arguments_io, PLXQueueShow);
+  if (commands_i.queueResend->parsed()) return Queue(arguments_io, PLXQueueResend);
+  if (commands_i.queueDelete->parsed()) return Queue(arguments_io, PLXQueueDelete);
+  if (commands_i.queueExport->parsed()) return Queue(arguments_io, PLXQueueExport);
   return Records(arguments_io, commands_i.recordsImport->parsed(), commands_i.recordsExport->parsed());
 }
 
@@ -578,11 +664,11 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& error) {
-    return app.exit(error) == 0 ? kGood : kUsage;
+    return app.exit(error) == 0 ? kExitGood : kExitUsage;
   }
   try {
     return Run(commands, arguments);
   } catch (std::exception const& error) {
-    return Fail(kSoftware, error.what());
+    return PLXFail(kExitSoftware, error.what());
   }
 }

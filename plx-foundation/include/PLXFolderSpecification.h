@@ -31,6 +31,9 @@ class PLXFolderSpecification : public PLXFileSystemItem {
   // Creates the folder with every parent that is missing, but not the first component of a relative path.
   // False when it is there already, and when something cannot be created; parents made until then stay.
   bool Create();
+  // The same unless it is there, on whichever thread or by whichever process it is made. False when it is not
+  // there afterwards.
+  bool CreateIfMissing() { return Exists() || Create() || Exists(); }
   // Removes the folder and all that is in it. Links are removed and never followed, here as well as inside.
   // What cannot be removed stays, with the folders that lead to it, and the answer is false. Any depth costs
   // one open folder at a time, and names are read once.

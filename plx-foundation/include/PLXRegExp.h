@@ -7,6 +7,7 @@
 #include "PLXString.h"
 
 class PLXRegExpPattern;  // a node of the compiled expression; src/PLXRegExpPattern.h
+struct PLXRegExpStart;   // where matches can begin; src/PLXRegExpStart.h
 
 // Where an expression was found: offsets and lengths in bytes of the text.
 class PLXRegExpMatch : public PLXObject {
@@ -86,6 +87,7 @@ class PLXRegExp : public PLXObject {
 
  private:
   std::unique_ptr<PLXRegExpPattern const> myRoot;  // null while no expression is compiled
+  std::unique_ptr<PLXRegExpStart const> myStart;
   PLXUInt32 myRepetitionCount = 0;
   PLXRegExpMatch myMatch;
 };

@@ -266,17 +266,16 @@ void PLXEmailSendThread::ReportSuccess(bool isWhole_i) {
     myOutbox.Remove();
     return;
   }
+  // What could not be read to its end may hold more than was sent, so it stays.
+  Arguments const success{{"Status", "S"}};
   bool isTaken = false;
   if (myFields.callbackURL.IsNotEmpty()) {
-    Arguments const success{{"Status", "S"}};
-    myOutbox.SetOutcome(myFields.messageID, GetOutcome(success));
+    if (isWhole_i) myOutbox.SetOutcome(myFields.messageID, GetOutcome(success));
     isTaken = Report(myFields.callbackURL, myFields.messageID, success);
   }
-  // What could not be read to its end may hold more than was sent.
-  if (isWhole_i) {
-    PLXFileSpecification(PLXFolderSpecification(myFields.failedMailFolder), myFields.messageID).Delete();
-  }
-  if (isTaken) myOutbox.Remove();
+  PLXFileSpecification file(PLXFolderSpecification(myFields.failedMailFolder), myFields.messageID);
+  bool const isGone = !isWhole_i || file.Delete() || !file.Exists();
+  if (isTaken && isGone) myOutbox.Remove();
 }
 
 // A message that cannot be stored in the folder stays in the outbox if it is there. One that is in neither,
@@ -302,7 +301,7 @@ void PLXEmailSendThread::ReportFailure(PLXTokenizedString const& lines_i, bool i
 bool PLXEmailSendThread::StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i,
                                       PLXString& name_io) const {
   PLXFolderSpecification folder(myFields.failedMailFolder);
-  if (!folder.Exists()) folder.Create();
+  folder.CreateIfMissing();
   PLXString content;
   PLXUInt32 const count = lines_i.GetTokenCount();
   for (PLXUInt32 index = 0; index < count; ++index) {

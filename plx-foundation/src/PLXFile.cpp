@@ -198,8 +198,7 @@ bool PLXFile::Create() {
   char const* const path = mySpecification.GetSystemPath();
   if (*path == 0 || name.IsEmpty() || name.GetLength() > kLongestFileSystemItemName) return false;
   PLXFolderSpecification folder = mySpecification.GetParentFolder();
-  // Somebody else may make the folder at the same time.
-  if (!folder.Exists() && !folder.Create() && !folder.Exists()) return false;
+  if (!folder.CreateIfMissing()) return false;
   return Descriptor(Uninterrupted([&] {
            return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFilePermissions);
          }))

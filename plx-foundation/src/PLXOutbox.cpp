@@ -43,10 +43,9 @@ bool PLXOutbox::HasMessage(PLXString const& name_i) const {
   return PLXFileSpecification(myFailedMail, name_i).Exists();
 }
 
-// Somebody else may make it at the same time. Mail that fails nowhere has no outbox either.
+// Mail that fails nowhere has no outbox either.
 bool PLXOutbox::MakeFolder() {
-  return myFailedMail.GetOperatingSystemPathname().IsNotEmpty() &&
-         (myFolder.Exists() || myFolder.Create() || myFolder.Exists());
+  return myFailedMail.GetOperatingSystemPathname().IsNotEmpty() && myFolder.CreateIfMissing();
 }
 
 bool PLXOutbox::Add(PLXString const& outcome_i, PLXString const& message_i) {

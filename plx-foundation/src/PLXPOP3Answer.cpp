@@ -27,6 +27,6 @@ bool PLXPOP3Answer::Append(PLXString const& burst_i) {
 }
 
 bool PLXPOP3Answer::IsComplete() const {
-  bool const isStatus = myText.IsNotEmpty() && (myText[0] == '+' || myText[0] == '-');
+  bool const isStatus = myText.BeginsWith("+") || myText.BeginsWith("-");
   return !isStatus || myText.EndsWith(IsPositive() ? GetEndText() : "\n");
 }

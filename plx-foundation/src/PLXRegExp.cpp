@@ -219,6 +219,7 @@ PLXSInt32 PLXRegExp::Compile(PLXString const& expression_i) {
   PLXRegExpPattern::Numbering numbering;
   PLXSInt32 const error = root->SetPattern(marker.GetMarked(), numbering);
   if (error != 0) return error;
+  myStart = std::make_unique<PLXRegExpStart const>(root->FindStart());
   myRoot = std::move(root);
   myRepetitionCount = numbering.repetitionCount;
   myMatch.Clear(numbering.groupCount);
@@ -230,11 +231,13 @@ bool PLXRegExp::Execute(PLXString const& text_i, PLXUInt32 const& startOffset_i,
   match_o.Clear(myMatch.GetGroupCount());
   if (!myRoot) return false;
   PLXRegExpScan scan(text_i, myRepetitionCount, match_o);
-  for (PLXUInt32 position = startOffset_i; position < scan.GetLength(); ++position) {
+  PLXUInt32 next = startOffset_i;
+  while (true) {
+    PLXUInt32 const position = myStart->FindNext(text_i.GetCStringAccess(), text_i.GetLength(), next, next);
+    if (position == PLXRegExpStart::kNowhere) return false;
     std::int64_t const length = myRoot->CheckPattern(scan, position);
     if (length < 0) continue;
     match_o.myRanges[0] = {position, static_cast<PLXUInt32>(length)};
     return true;
   }
-  return false;
 }

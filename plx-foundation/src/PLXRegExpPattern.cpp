@@ -102,7 +102,9 @@ PLXSInt32 PLXRegExpPattern::TakeNode(std::u16string_view& text_io, Numbering& nu
   if (symbol == kGroupMark) return SetGroup(TakePiece(text_io), numbering_io);
   Set(kOneCharacter);
   if (symbol == u'.') {
-    Set(kAnyCharacter);
+    AddCharacters('\n', '\n');
+    AddCharacters('\r', '\r');
+    mySet.Negate();
   } else {
     AddCharacters(Byte(symbol), Byte(symbol));
   }
@@ -129,12 +131,13 @@ PLXSInt32 PLXRegExpPattern::SetClass(std::u16string_view piece_i, Numbering& num
   Set(kOneCharacter);
   std::size_t const end = piece_i.find(u']', piece_i[1] == u']' ? 2 : 1);
   std::u16string_view set = piece_i.substr(1, end - 1);
-  if (TakeFront(set, u'^')) Set(kNegated);
+  bool const isNegated = TakeFront(set, u'^');
   while (!set.empty()) {
     bool const isRange = set.size() >= 3 && set[1] == u'-';
     if (set[0] != kNothing) AddCharacters(Byte(set[0]), Byte(set[isRange ? 2 : 0]));
     set.remove_prefix(isRange ? 3 : 1);
   }
+  if (isNegated) mySet.Negate();
   return ParsePieceEnd(piece_i.substr(end + 1), numbering_io);
 }
 
@@ -190,16 +193,85 @@ PLXSInt32 PLXRegExpPattern::ParseCount(std::u16string_view& text_io) {
 }
 
 void PLXRegExpPattern::AddCharacters(unsigned first_i, unsigned last_i) noexcept {
-  for (unsigned character = first_i; character <= last_i; ++character) {
-    mySet[character / 8] = static_cast<PLXUInt8>(mySet[character / 8] | 128 >> character % 8);
+  for (unsigned character = first_i; character <= last_i; ++character) mySet.Add(character);
+}
+
+// ---- Where matches can begin ----
+
+bool PLXRegExpPattern::AcceptsOneByte(char& byte_o) const noexcept {
+  int count = 0;
+  for (unsigned byte = 0; byte < 256 && count < 2; ++byte) {
+    if (!mySet.Holds(byte)) continue;
+    ++count;
+    byte_o = static_cast<char>(byte);
   }
+  return count == 1;
+}
+
+bool PLXRegExpPattern::AddFirstBytes(PLXByteSet& set_io) const {
+  bool mayBeEmpty = myMinimum == 0;
+  if (Has(kOneCharacter)) {
+    set_io.Add(mySet);
+    return mayBeEmpty;
+  }
+  PLXUInt32 const count = mySubPatterns.GetElementCount();
+  if (Has(kAlternation)) {
+    for (PLXUInt32 index = 0; index < count; ++index)
+      mayBeEmpty = mySubPatterns[index]->AddFirstBytes(set_io) || mayBeEmpty;
+    return mayBeEmpty;
+  }
+  PLXUInt32 index = 0;
+  while (index < count && mySubPatterns[index]->AddFirstBytes(set_io)) ++index;
+  return mayBeEmpty || index == count;
+}
+
+bool PLXRegExpPattern::AddLiteral(PLXUInt32& distance_io, PLXRegExpStart& start_io) const {
+  if (Has(kAlternation) || IsUnbounded() || myMinimum != myMaximum) return false;
+  if (!Has(kOneCharacter)) {
+    if (myMinimum != 1) return false;
+    for (PLXUInt32 index = 0; index < mySubPatterns.GetElementCount(); ++index) {
+      if (!mySubPatterns[index]->AddLiteral(distance_io, start_io)) return false;
+    }
+    return true;
+  }
+  char byte = 0;
+  if (AcceptsOneByte(byte)) {
+    if (start_io.literal.empty()) start_io.literalOffset = distance_io;
+    start_io.literal.append(myMinimum, byte);
+  } else if (!start_io.literal.empty()) {
+    return false;
+  }
+  distance_io += myMinimum;
+  return true;
+}
+
+PLXRegExpStart PLXRegExpPattern::FindStart() const {
+  PLXRegExpStart start;
+  if (AddFirstBytes(start.first)) start.first.AddAll();
+  start.isAtLineStart = Has(kAnchoredAtStart);
+  PLXUInt32 distance = 0;
+  AddLiteral(distance, start);
+  PLXUInt32 const count = mySubPatterns.GetElementCount();
+  if (Has(kAlternation) || count == 0) return start;
+  PLXRegExpPattern const& head = *mySubPatterns[0];
+  start.beginsWithRun = head.Has(kOneCharacter) && head.IsUnbounded() && head.myMinimum > 0;
+  PLXUInt32 index = 1;
+  while (index < count && mySubPatterns[index]->AddFirstBytes(start.behindRun)) ++index;
+  start.mayEndRun = index == count;
+  if (start.mayEndRun) start.behindRun.AddAll();
+  return start;
 }
 
 // ---- Matching ----
 
 std::int64_t PLXRegExpPattern::CheckPattern(PLXRegExpScan& scan_io, PLXUInt32 position_i) const {
-  if (Has(kAnchoredAtStart) && !scan_io.IsLineStart(position_i)) return -1;
   PLXUInt32 const lastGroup = scan_io.GetLastGroup();
+  if (IsBareSequence()) {
+    std::int64_t const length = MatchOnce(scan_io, position_i);
+    if (length < 0) scan_io.ForgetGroupsAbove(lastGroup);
+    return length;
+  }
+  if (Has(kAnchoredAtStart) && !scan_io.IsLineStart(position_i)) return -1;
   PLXUInt32 cursor = position_i;
   bool const matches = MatchRepeatedly(scan_io, cursor);
   if (!matches || (Has(kAnchoredAtEnd) && !scan_io.IsAtLineEnd(cursor))) {
@@ -215,6 +287,11 @@ std::int64_t PLXRegExpPattern::CheckPattern(PLXRegExpScan& scan_io, PLXUInt32 po
 
 bool PLXRegExpPattern::MatchRepeatedly(PLXRegExpScan& scan_io, PLXUInt32& cursor_io) const {
   if (!Has(kQuantified)) {
+    if (Has(kOneCharacter)) {
+      bool const accepts = cursor_io < scan_io.GetLength() && mySet.Holds(scan_io[cursor_io]);
+      cursor_io += accepts ? 1 : 0;
+      return accepts;
+    }
     std::int64_t const length = MatchOnce(scan_io, cursor_io);
     if (length > 0) cursor_io += static_cast<PLXUInt32>(length);
     return length >= 0;
@@ -242,7 +319,7 @@ bool PLXRegExpPattern::MatchRepeatedly(PLXRegExpScan& scan_io, PLXUInt32& cursor
 
 std::int64_t PLXRegExpPattern::MatchOnce(PLXRegExpScan& scan_io, PLXUInt32 position_i) const {
   if (Has(kOneCharacter)) {
-    return position_i < scan_io.GetLength() && Accepts(scan_io[position_i]) ? 1 : -1;
+    return position_i < scan_io.GetLength() && mySet.Holds(scan_io[position_i]) ? 1 : -1;
   }
   PLXUInt32 const subPatternCount = mySubPatterns.GetElementCount();
   if (Has(kAlternation)) {
@@ -252,7 +329,12 @@ std::int64_t PLXRegExpPattern::MatchOnce(PLXRegExpScan& scan_io, PLXUInt32 posit
   }
   PLXUInt32 cursor = position_i;
   for (PLXUInt32 index = 0; index < subPatternCount; ++index) {
-    std::int64_t const length = mySubPatterns[index]->CheckPattern(scan_io, cursor);
+    PLXRegExpPattern const& node = *mySubPatterns[index];
+    if (node.IsBareSet()) {
+      if (!node.MatchRepeatedly(scan_io, cursor)) return -1;
+      continue;
+    }
+    std::int64_t const length = node.CheckPattern(scan_io, cursor);
     if (length < 0) return -1;
     cursor += static_cast<PLXUInt32>(length);
   }
@@ -264,15 +346,9 @@ bool PLXRegExpPattern::MatchCharacters(PLXRegExpScan& scan_io, PLXUInt32& cursor
   PLXUInt32 const start = cursor_io;
   PLXUInt32 const rest = scan_io.GetLength() - start;
   PLXUInt32 const end = start + (IsUnbounded() ? rest : std::min<PLXUInt32>(rest, myMaximum));
-  while (cursor_io < end && Accepts(scan_io[cursor_io])) ++cursor_io;
+  while (cursor_io < end && mySet.Holds(scan_io[cursor_io])) ++cursor_io;
   scan_io.AddWork(cursor_io - start);
   return cursor_io - start >= myMinimum;
-}
-
-bool PLXRegExpPattern::Accepts(PLXUInt8 character_i) const noexcept {
-  if (Has(kAnyCharacter)) return character_i != 10 && character_i != 13;
-  bool const isInSet = (mySet[character_i / 8] & 128 >> character_i % 8) != 0;
-  return isInSet != Has(kNegated);
 }
 
 // ---- PLXRegExpScan ----

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "PLXRegExp.h"
+#include "PLXRegExpStart.h"
 #include "TPLXArray.h"
 
 // An expression on its way to the tree is a text of symbols: its bytes, and beside them what no byte can say.
@@ -83,6 +84,9 @@ class PLXRegExpPattern : public PLXObject {
   // Makes a new node the whole of a marked text: anchors, alternatives, sequence. 0, or kInvalidCount.
   PLXSInt32 SetPattern(std::u16string_view text_i, Numbering& numbering_io);
 
+  // Of the root, with everything parsed.
+  PLXRegExpStart FindStart() const;
+
   // The length matched at a position, or -1.
   std::int64_t CheckPattern(PLXRegExpScan& scan_io, PLXUInt32 position_i) const;
 
@@ -94,8 +98,6 @@ class PLXRegExpPattern : public PLXObject {
     kZeroOrMore = 8,
     kOptional = 16,
     kCounted = 32,
-    kAnyCharacter = 64,
-    kNegated = 128,
     kAlternation = 256,
     kCapturing = 512,
     kOneCharacter = 1024,  // a byte out of the set; without it the sub-patterns count
@@ -105,6 +107,14 @@ class PLXRegExpPattern : public PLXObject {
   bool Has(unsigned flags_i) const noexcept { return (myFlags & flags_i) != 0; }
   void Set(unsigned flags_i) noexcept { myFlags = static_cast<PLXUInt16>(myFlags | flags_i); }
   bool IsUnbounded() const noexcept { return myMaximum == 0; }
+  // Most nodes: nothing but a set and how often.
+  bool IsBareSet() const noexcept {
+    return (myFlags & (kOneCharacter | kAnchoredAtStart | kAnchoredAtEnd | kCapturing)) == kOneCharacter;
+  }
+
+  bool IsBareSequence() const noexcept {
+    return (myFlags & (kQuantified | kOneCharacter | kAnchoredAtStart | kAnchoredAtEnd | kCapturing)) == 0;
+  }
 
   PLXSInt32 SetAlternatives(std::span<std::u16string_view const> parts_i, Numbering& numbering_io);
   PLXSInt32 ParsePattern(std::u16string_view text_i, Numbering& numbering_io);
@@ -118,7 +128,12 @@ class PLXRegExpPattern : public PLXObject {
   PLXRegExpPattern& AddOnlySubPattern();
 
   void AddCharacters(unsigned first_i, unsigned last_i) noexcept;
-  bool Accepts(PLXUInt8 character_i) const noexcept;
+  // Adds the bytes that may begin what the node matches; true when that may be nothing.
+  bool AddFirstBytes(PLXByteSet& set_io) const;
+  // Goes on with a text that is there at a fixed distance from a match's beginning. False where the distance
+  // or the text ends to be fixed; then the text stays as it is.
+  bool AddLiteral(PLXUInt32& distance_io, PLXRegExpStart& start_io) const;
+  bool AcceptsOneByte(char& byte_o) const noexcept;
   std::int64_t MatchOnce(PLXRegExpScan& scan_io, PLXUInt32 position_i) const;
   // True, with the cursor behind what was taken, when there were enough.
   bool MatchRepeatedly(PLXRegExpScan& scan_io, PLXUInt32& cursor_io) const;
@@ -129,6 +144,6 @@ class PLXRegExpPattern : public PLXObject {
   PLXUInt8 myMaximum = 1;           // 0: no limit
   PLXUInt32 myGroupNumber = 0;      // from 1
   PLXUInt32 myRepetitionIndex = 0;  // when unbounded
-  PLXUInt8 mySet[32] = {};          // character c is bit 128 >> c % 8 of byte c / 8
+  PLXByteSet mySet;
   TPLXArray<PLXRegExpPattern*> mySubPatterns;
 };

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <string_view>
 
 #include "PLXCalendar.h"
@@ -42,6 +43,8 @@ FORMAT_CONSTANT(kFormatMilitaryTime, TOKEN("hh") ":" TOKEN("0m") ":" TOKEN("0s")
 
 namespace {
 
+constexpr char kTokenMark = '\001';
+
 PLX_STRING_CONSTANT(kDateFormat, TOKEN("DW") ", " TOKEN("MN") " " TOKEN("D") ", " TOKEN("YYYY"));
 PLX_STRING_CONSTANT(kTimeFormat, TOKEN("h") ":" TOKEN("0m") " " TOKEN("AMPM"));
 
@@ -53,62 +56,128 @@ struct Moment {
   PLXUInt16 dayOfYear;
   PLXUInt8 weekOfYear;
   PLXUInt32 julianDayNumber;
-  PLXString timeZone;
+  std::string_view timeZone;
 
   unsigned HourOfTwelve() const { return hour % 12 == 0 ? 12 : hour % 12; }
 };
 
-PLXString Number(unsigned value_i, unsigned digits_i = 1) {
-  return PLXStringUtility::GetStringRepresentation(value_i, 10, digits_i);
+// Where numbers are written before they go to the text.
+typedef char Digits[12];
+
+std::string_view Number(Digits& digits_o, unsigned value_i, unsigned digits_i = 1) {
+  char* const end = digits_o + sizeof digits_o;
+  char* first = end;
+  for (unsigned rest = value_i; rest > 0 || end - first < static_cast<std::ptrdiff_t>(digits_i); rest /= 10)
+    *--first = static_cast<char>('0' + rest % 10);
+  return {first, end};
 }
 
 // In the order in which they are replaced, which decides where two tokens share the byte between them.
 struct {
   std::string_view token;
-  PLXString (*text)(Moment const& moment_i);
+  std::string_view (*text)(Moment const& moment_i, Digits& digits_o);
 } constexpr kReplacements[] = {
-    {TOKEN("h"), [](Moment const& moment_i) { return Number(moment_i.HourOfTwelve()); }},
-    {TOKEN("0h"), [](Moment const& moment_i) { return Number(moment_i.HourOfTwelve(), 2); }},
-    {TOKEN("hh"), [](Moment const& moment_i) { return Number(moment_i.hour, 2); }},
-    {TOKEN("m"), [](Moment const& moment_i) { return Number(moment_i.minute); }},
-    {TOKEN("0m"), [](Moment const& moment_i) { return Number(moment_i.minute, 2); }},
-    {TOKEN("s"), [](Moment const& moment_i) { return Number(moment_i.second); }},
-    {TOKEN("0s"), [](Moment const& moment_i) { return Number(moment_i.second, 2); }},
-    {TOKEN("AMPM"), [](Moment const& moment_i) { return PLXString(moment_i.hour > 11 ? "PM" : "AM"); }},
-    {TOKEN("MN"), [](Moment const& moment_i) { return PLXString(kMonthNames[moment_i.month - 1]); }},
-    {TOKEN("AMN"),
-     [](Moment const& moment_i) { return PLXString(kAbbreviatedMonthNames[moment_i.month - 1]); }},
-    {TOKEN("M"), [](Moment const& moment_i) { return Number(moment_i.month); }},
-    {TOKEN("0M"), [](Moment const& moment_i) { return Number(moment_i.month, 2); }},
-    {TOKEN("D"), [](Moment const& moment_i) { return Number(moment_i.day); }},
-    {TOKEN("0D"), [](Moment const& moment_i) { return Number(moment_i.day, 2); }},
-    {TOKEN("YYYY"), [](Moment const& moment_i) { return Number(moment_i.year); }},
-    {TOKEN("YY"), [](Moment const& moment_i) { return Number(moment_i.year % 100, 2); }},
-    {TOKEN("DW"), [](Moment const& moment_i) { return PLXString(kDayNames[moment_i.dayOfWeek - 1]); }},
-    {TOKEN("ADW"),
-     [](Moment const& moment_i) { return PLXString(kAbbreviatedDayNames[moment_i.dayOfWeek - 1]); }},
-    {TOKEN("#DW"), [](Moment const& moment_i) { return Number(moment_i.dayOfWeek); }},
-    {TOKEN("DY"), [](Moment const& moment_i) { return Number(moment_i.dayOfYear); }},
-    {TOKEN("0DY"), [](Moment const& moment_i) { return Number(moment_i.dayOfYear, 3); }},
-    {TOKEN("WY"), [](Moment const& moment_i) { return Number(moment_i.weekOfYear); }},
-    {TOKEN("0WY"), [](Moment const& moment_i) { return Number(moment_i.weekOfYear, 2); }},
-    {TOKEN("JD"), [](Moment const& moment_i) { return Number(moment_i.julianDayNumber); }},
-    {TOKEN("GMTo"), [](Moment const& moment_i) { return moment_i.timeZone; }},
+    {TOKEN("h"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.HourOfTwelve()); }},
+    {TOKEN("0h"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.HourOfTwelve(), 2); }},
+    {TOKEN("hh"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.hour, 2); }},
+    {TOKEN("m"), [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.minute); }},
+    {TOKEN("0m"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.minute, 2); }},
+    {TOKEN("s"), [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.second); }},
+    {TOKEN("0s"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.second, 2); }},
+    {TOKEN("AMPM"),
+     [](Moment const& moment_i, Digits&) { return std::string_view(moment_i.hour > 11 ? "PM" : "AM"); }},
+    {TOKEN("MN"),
+     [](Moment const& moment_i, Digits&) { return std::string_view(kMonthNames[moment_i.month - 1]); }},
+    {TOKEN("AMN"), [](Moment const& moment_i,
+                      Digits&) { return std::string_view(kAbbreviatedMonthNames[moment_i.month - 1]); }},
+    {TOKEN("M"), [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.month); }},
+    {TOKEN("0M"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.month, 2); }},
+    {TOKEN("D"), [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.day); }},
+    {TOKEN("0D"), [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.day, 2); }},
+    {TOKEN("YYYY"), [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.year); }},
+    {TOKEN("YY"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.year % 100, 2); }},
+    {TOKEN("DW"),
+     [](Moment const& moment_i, Digits&) { return std::string_view(kDayNames[moment_i.dayOfWeek - 1]); }},
+    {TOKEN("ADW"), [](Moment const& moment_i,
+                      Digits&) { return std::string_view(kAbbreviatedDayNames[moment_i.dayOfWeek - 1]); }},
+    {TOKEN("#DW"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.dayOfWeek); }},
+    {TOKEN("DY"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.dayOfYear); }},
+    {TOKEN("0DY"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.dayOfYear, 3); }},
+    {TOKEN("WY"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.weekOfYear); }},
+    {TOKEN("0WY"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.weekOfYear, 2); }},
+    {TOKEN("JD"),
+     [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.julianDayNumber); }},
+    {TOKEN("GMTo"), [](Moment const& moment_i, Digits&) { return moment_i.timeZone; }},
 };
 
+void Append(std::string_view text_i, PLXString& text_io) {
+  text_io.Append(text_i.data(), static_cast<PLXUInt32>(text_i.size()));
+}
+
+// Where every two tokens are kept apart by a character that no token has, no replacement can touch another's
+// token, and one walk does what the replacements in their order would. False, with the text unfinished, for
+// any other format.
+bool ReplaceTokensInOneWalk(std::string_view format_i, Moment const& moment_i, PLXString& text_o) {
+  constexpr std::string_view kSeparators = " ,:/-.";
+  bool isFirst = true;
+  while (true) {
+    std::size_t const start = format_i.find(kTokenMark);
+    std::string_view const between = format_i.substr(0, start);
+    Append(between, text_o);
+    if (start == format_i.npos) return true;
+    if (!isFirst && between.find_first_of(kSeparators) == between.npos) return false;
+    isFirst = false;
+    format_i.remove_prefix(start);
+    std::string_view const token = format_i.substr(0, format_i.find(kTokenMark, 1) + 1);
+    auto const* const replacement =
+        std::ranges::find_if(kReplacements, [token](auto const& row_i) { return row_i.token == token; });
+    if (replacement == std::end(kReplacements)) return false;
+    Digits digits;
+    Append(replacement->text(moment_i, digits), text_o);
+    format_i.remove_prefix(token.size());
+  }
+}
+
 PLXString ReplaceTokens(PLXString const& format_i, Moment const& moment_i) {
-  PLXString text(format_i);
+  PLXString text;
+  text.Reserve(format_i.GetLength());
+  if (ReplaceTokensInOneWalk({format_i.GetCStringAccess(), format_i.GetLength()}, moment_i, text))
+    return text;
+  text = format_i;
   for (auto const& replacement : kReplacements) {
     PLXUInt32 const length = static_cast<PLXUInt32>(replacement.token.size());
     PLXUInt32 position = 0;
     if (!text.Find(replacement.token.data(), length, 0, kPLXWholeLength, 0, position)) continue;
-    text.ReplaceAll(PLXString(replacement.token.data(), length), replacement.text(moment_i));
+    Digits digits;
+    std::string_view const value = replacement.text(moment_i, digits);
+    text.ReplaceAll(PLXString(replacement.token.data(), length),
+                    PLXString(value.data(), static_cast<PLXUInt32>(value.size())));
   }
   return text;
 }
 
 // Whole hours, cut toward zero.
 PLXSInt32 GetLocalOffset() { return static_cast<PLXSInt32>(GetLocalTime().tm_gmtoff / 3600); }
+
+PLXString GetWholeTimeZoneString(PLXSInt32 hours_i) {
+  if (hours_i == 0) return "GMT";
+  PLXString zone(hours_i < 0 ? '-' : '+');
+  Digits digits;
+  Append(Number(digits, static_cast<unsigned>(hours_i < 0 ? -hours_i : hours_i), 2), zone);
+  return zone.Append("00", 2);
+}
 
 }  // namespace
 
@@ -117,9 +186,11 @@ PLXString PLXTimestamp::GetOperatingSystemDateFormatString() { return kDateForma
 PLXString PLXTimestamp::GetOperatingSystemTimeFormatString() { return kTimeFormat; }
 
 PLXString PLXTimestamp::GetStringRepresentation() const {
-  PLXString text(Number(GetYear()));
+  PLXString text;
+  Digits digits;
+  Append(Number(digits, GetYear()), text);
   for (PLXUInt8 const part : {GetMonth(), GetDay(), GetHour(), GetMinute(), GetSecond()}) {
-    text.Append(Number(part, 2));
+    Append(Number(digits, part, 2), text);
   }
   return text;
 }
@@ -136,10 +207,10 @@ void PLXTimestamp::MoveByHours(PLXNumber const& hours_i) {
 
 PLXString PLXTimestamp::Get(PLXString const& format_i, bool convertToOffset_i,
                             PLXNumber const& offsetHours_i) const {
-  PLXNumber const localOffset(GetLocalOffset());
+  PLXSInt32 const localOffset = GetLocalOffset();
   bool const converts = convertToOffset_i && offsetHours_i.IsNotNull();
   PLXTimestamp shown(*this);
-  if (converts) shown.MoveByHours(offsetHours_i - localOffset);
+  if (converts) shown.MoveByHours(offsetHours_i - PLXNumber(localOffset));
 
   Moment moment;
   GetMDYFromJDN(shown.myJulianDayNumber, moment.month, moment.day, moment.year);
@@ -147,7 +218,8 @@ PLXString PLXTimestamp::Get(PLXString const& format_i, bool convertToOffset_i,
   moment.dayOfWeek = GetDayOfWeek(shown.myJulianDayNumber);
   moment.dayOfYear = GetDayOfYear(moment.month, moment.day, moment.year, &moment.weekOfYear);
   moment.julianDayNumber = myJulianDayNumber;
-  moment.timeZone = GetTimeZoneString(converts ? offsetHours_i : localOffset);
+  PLXString const zone = converts ? GetTimeZoneString(offsetHours_i) : GetWholeTimeZoneString(localOffset);
+  moment.timeZone = {zone.GetCStringAccess(), zone.GetLength()};
   return ReplaceTokens(format_i, moment);
 }
 

@@ -73,12 +73,14 @@ void PLXTimestamp::Set(PLXString const& text_i) {
 }
 
 void PLXTimestamp::SetFromRFC1123(PLXString const& text_i, bool keepClockAsWritten_i) {
-  PLXRegExp expression(kRFC1123Expression);
-  if (!expression.Execute(text_i, 0) || expression.GetGroupCount() < kGroupCount) return;
+  // Compiled once; matching leaves it as it is, so every thread shares it.
+  static PLXRegExp const ourExpression(kRFC1123Expression);
+  PLXRegExpMatch match;
+  if (!ourExpression.Execute(text_i, 0, match) || match.GetGroupCount() < kGroupCount) return;
   auto const group = [&](RFC1123Group index_i) {
     PLXUInt32 start = 0;
     PLXUInt32 length = 0;
-    expression.GetGroup(index_i, start, length);
+    match.GetGroup(index_i, start, length);
     return View(text_i).substr(start, length);
   };
   std::string_view const zone = group(kZone);

@@ -55,12 +55,6 @@ PLXLogOptions LogOptions(PLXConfiguration const& configuration_i, PLXServer::Use
   return options;
 }
 
-std::string_view Trimmed(std::string_view text_i) {
-  auto const first = text_i.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text_i.substr(first, text_i.find_last_not_of(" \t") - first + 1);
-}
-
 // The keys whose new value waits for the next start, for the log.
 std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration const& new_i) {
   PLXLimits const& a = old_i.limits;
@@ -108,17 +102,6 @@ std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration cons
 // ---- Generation
 // --------------------------------------------------------------------------------------------
 
-PLXServer::Generation::Generation(PLXConfiguration configuration_i) : sites(std::move(configuration_i)) {
-  for (std::string const& line : Configuration().securityHeaders) {
-    auto const colon = line.find(':');
-    if (colon == std::string::npos) continue;
-    PLXResponse probe;
-    std::string const name(Trimmed(std::string_view(line).substr(0, colon)));
-    std::string const value(Trimmed(std::string_view(line).substr(colon + 1)));
-    if (probe.SetHeader(name, value)) headers.push_back({name, value});
-  }
-}
-
 void PLXServer::Generation::AddHeaders(PLXResponse& response_io, PLXRegion const* region_i,
                                        Privacy privacy_i) const {
   struct Row {
@@ -155,7 +138,7 @@ void PLXServer::Generation::AddHeaders(PLXResponse& response_io, PLXRegion const
   for (Row const& row : kRows) {
     if (privacy_i >= row.least) add(row.name, row.value);
   }
-  for (PLXNameValue const& header : headers) add(header.name, header.value);
+  for (auto const& [name, value] : Configuration().securityHeaders) add(name, value);
 }
 
 // ---- Start and stop
@@ -321,6 +304,44 @@ void PLXServer::Reload() {
 // ---- The command line's page
 // -----------------------------------------------------------------------------------
 
+PLXRequest PLXServer::CommandLineRequest(PLXSite const& site_i, std::uint16_t port_i,
+                                         std::string const& path_i) {
+  PLXRequest request;
+  request.method = "GET";
+  request.path = path_i;
+  request.target = EncodePath(path_i);
+  request.host = site_i.Configuration().hosts.front();
+  if (port_i != 80) request.host += ":" + std::to_string(port_i);
+  request.remoteAddress = request.peerAddress = request.serverAddress = "127.0.0.1";
+  request.serverPort = port_i;
+  request.isFromThisMachine = true;
+  return request;
+}
+
+PLXResponse PLXServer::RenderText(std::string text_i, std::string const& region_i,
+                                  std::vector<PLXNameValue> const& postArguments_i) {
+  auto const generation = Current();
+  PLXRegion const* const region = generation->sites.FindRegion(region_i);
+  if (!region) throw std::invalid_argument("There is no region \"" + region_i + "\".");
+  PLXConfiguration const& configuration = generation->Configuration();
+  PLXRequest request =
+      CommandLineRequest(region->Site(), configuration.listenPort, region->Path() + "command-line");
+  request.method = "POST";
+  request.postArguments = postArguments_i;
+  PLXResponse response;
+  PLXPageContext context{region->Site(),
+                         *region,
+                         request,
+                         response,
+                         region->Folder() / "command-line",
+                         request.target,
+                         {},
+                         configuration.trace,
+                         myRecords.get()};
+  response.body = RenderPage(*PLXPage::Parse(std::move(text_i), *myModules), *myModules, context);
+  return response;
+}
+
 PLXResponse PLXServer::Render(std::string const& path_i, std::vector<PLXNameValue> const& arguments_i,
                               std::string const& site_i) {
   auto plan = std::make_shared<Plan>();
@@ -334,21 +355,14 @@ PLXResponse PLXServer::Render(std::string const& path_i, std::vector<PLXNameValu
   }
   if (!plan->site) return ErrorPage(404, "There is no site named \"" + site_i + "\" in the configuration.");
 
-  PLXRequest request;
-  request.method = "GET";
-  request.path = path_i.starts_with('/') ? path_i : "/" + path_i;
-  request.target = EncodePath(request.path);
+  PLXRequest request = CommandLineRequest(*plan->site, configuration.listenPort,
+                                          path_i.starts_with('/') ? path_i : "/" + path_i);
   request.pathArguments = arguments_i;
   for (PLXNameValue const& argument : arguments_i) {
     request.query += request.query.empty() ? "" : "&";
     request.query += EncodeArgument(argument.name) + "=" + EncodeArgument(argument.value);
   }
   if (!request.query.empty()) request.target += "?" + request.query;
-  request.host = plan->site->Configuration().hosts.front();
-  if (configuration.listenPort != 80) request.host += ":" + std::to_string(configuration.listenPort);
-  request.remoteAddress = request.peerAddress = request.serverAddress = "127.0.0.1";
-  request.serverPort = configuration.listenPort;
-  request.isFromThisMachine = true;
 
   Privacy privacy = Privacy::kOpen;
   plan->region = &plan->site->RegionOf(request.path);

@@ -75,6 +75,10 @@ class PLXServer : public PLXRequestHandler {
   // page. An empty site name means the first site.
   PLXResponse Render(std::string const& path_i, std::vector<PLXNameValue> const& arguments_i,
                      std::string const& site_i = {});
+  // The same for a text that is no file, as a page in the folder of the region "SITE/REGION" to which a form
+  // was posted. Throws std::invalid_argument when there is no such region.
+  PLXResponse RenderText(std::string text_i, std::string const& region_i,
+                         std::vector<PLXNameValue> const& postArguments_i);
   // Whether anybody can open the administration.
   bool HasServerLogin() { return !myServerLogins->IsEmpty(); }
   PLXActiveRequests& Active() { return myActive; }
@@ -114,6 +118,8 @@ class PLXServer : public PLXRequestHandler {
   void CountPageLogin(PLXLoginThrottle::Attempt const& attempt_i, PLXPageContext const& context_i);
   PLXResponse AnswerAction(PLXRequest const& request_i, Plan const& plan_i);
   PLXLoginStore& LoginsOf(PLXRegion const& region_i);
+  static PLXRequest CommandLineRequest(PLXSite const& site_i, std::uint16_t port_i,
+                                       std::string const& path_i);
 
   std::vector<std::string> const myOverrides;
   Use const myUse;

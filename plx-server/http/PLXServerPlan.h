@@ -21,7 +21,7 @@ enum class PLXServer::Privacy {
 };
 
 struct PLXServer::Generation {
-  explicit Generation(PLXConfiguration configuration_i);
+  explicit Generation(PLXConfiguration configuration_i) : sites(std::move(configuration_i)) {}
 
   PLXConfiguration const& Configuration() const { return sites.Configuration(); }
   // Adds headers where the answer has none of that name: the region's, where it has one, then those that what
@@ -30,7 +30,6 @@ struct PLXServer::Generation {
                   Privacy privacy_i = Privacy::kOpen) const;
 
   PLXSites sites;
-  std::vector<PLXNameValue> headers;
 };
 
 struct PLXServer::Plan {

@@ -18,9 +18,10 @@ namespace {
 constexpr std::size_t kLargestFile = 1u << 20;
 constexpr std::size_t kLongestName = 64;
 
-std::vector<std::string> StandardSecurityHeaders() {
-  return {"X-Content-Type-Options: nosniff", "Referrer-Policy: strict-origin-when-cross-origin",
-          "X-Frame-Options: SAMEORIGIN"};
+PLXHeaderLines StandardSecurityHeaders() {
+  return {{"X-Content-Type-Options", "nosniff"},
+          {"Referrer-Policy", "strict-origin-when-cross-origin"},
+          {"X-Frame-Options", "SAMEORIGIN"}};
 }
 
 // The file's bytes; nothing, with errno telling why, when it cannot be read or is too large to be what it

@@ -8,15 +8,17 @@
 #include <utility>
 #include <vector>
 
+// Header lines that a configuration adds to answers, name and value.
+using PLXHeaderLines = std::vector<std::pair<std::string, std::string>>;
+
 struct PLXRegionConfiguration {
   std::string name;            // names its data folder and its preferences; "main" is the whole site
   std::string path = "/";      // path prefix on the site, begins and ends with "/"
   bool requiresLogin = false;  // every request needs a login of the region
   int line = 0;
   bool takesForeignPosts = false;  // from other sites' pages, with the visitor's login or cookies
-  // Name and value, sent where an answer has none of that name; one without a value keeps the server's own
-  // from being sent.
-  std::vector<std::pair<std::string, std::string>> headers{};
+  // Sent where an answer has none of that name; one without a value keeps the server's own from being sent.
+  PLXHeaderLines headers{};
 };
 
 struct PLXSiteConfiguration {
@@ -57,7 +59,7 @@ struct PLXConfiguration {
   std::filesystem::path state = "var";         // everything the server writes; one server at a time
   std::vector<std::filesystem::path> modules;  // libraries to load, in this order
   std::vector<std::string> proxies;            // addresses whose X-Forwarded-For is believed
-  std::vector<std::string> securityHeaders;    // "Name: value" lines added to answers that do not set them
+  PLXHeaderLines securityHeaders;              // sent where an answer has none of that name
   std::string recordsSource;  // ODBC data source of the record databases; empty: SQLite in the state
   std::string recordsUser;
   std::string recordsPassword;

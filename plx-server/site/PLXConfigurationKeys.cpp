@@ -159,7 +159,7 @@ std::string_view Trimmed(std::string_view text_i) {
 
 // Name and value of a header line that a configuration may add to answers.
 Complaint ReadHeaderLine(std::string const& line_i, bool mayLackValue_i,
-                         std::pair<std::string, std::string>& header_o) {
+                         PLXHeaderLines::value_type& header_o) {
   std::size_t const colon = line_i.find(':');
   header_o.first = line_i.substr(0, colon);
   header_o.second = colon == std::string::npos ? "" : Trimmed(std::string_view(line_i).substr(colon + 1));
@@ -182,13 +182,17 @@ Complaint ReadHeaderLine(std::string const& line_i, bool mayLackValue_i,
   return {};
 }
 
-Complaint StoreSecurityHeaders(Value const& value_i, Target& target_io) {
-  std::pair<std::string, std::string> header;
+Complaint StoreHeaderLines(Value const& value_i, bool mayLackValue_i, PLXHeaderLines& lines_o) {
+  PLXHeaderLines lines;
   for (std::string const& line : value_i.texts) {
-    if (Complaint complaint = ReadHeaderLine(line, false, header)) return complaint;
+    if (Complaint complaint = ReadHeaderLine(line, mayLackValue_i, lines.emplace_back())) return complaint;
   }
-  target_io.configuration.securityHeaders = value_i.texts;
+  lines_o = std::move(lines);
   return {};
+}
+
+Complaint StoreSecurityHeaders(Value const& value_i, Target& target_io) {
+  return StoreHeaderLines(value_i, false, target_io.configuration.securityHeaders);
 }
 
 template <auto kMember>
@@ -273,12 +277,7 @@ Complaint StoreRegionSwitch(Value const& value_i, Target& target_io) {
 }
 
 Complaint StoreRegionHeaders(Value const& value_i, Target& target_io) {
-  decltype(PLXRegionConfiguration::headers) headers;
-  for (std::string const& line : value_i.texts) {
-    if (Complaint complaint = ReadHeaderLine(line, true, headers.emplace_back())) return complaint;
-  }
-  target_io.region->region.headers = std::move(headers);
-  return {};
+  return StoreHeaderLines(value_i, true, target_io.region->region.headers);
 }
 
 // ---- The table

@@ -1,5 +1,6 @@
 #include "PLXProcess.h"
 
+#include <grp.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -42,6 +43,13 @@ void AllowCoreDumps() {
     ::setrlimit(RLIMIT_CORE, &limit);
   }
   ::prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
+}
+
+bool BecomeOwnerOf(std::filesystem::path const& folder_i) {
+  struct stat status {};
+  if (::stat(folder_i.c_str(), &status) != 0) return false;
+  if (::geteuid() != 0 || status.st_uid == 0) return status.st_uid == ::geteuid();
+  return ::setgroups(0, nullptr) == 0 && ::setgid(status.st_gid) == 0 && ::setuid(status.st_uid) == 0;
 }
 
 std::vector<std::string> InstallationWarnings(PLXConfiguration const& configuration_i) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,10 @@ void KeepProcessToItself();
 // Takes back that part of it that whoever looks for a fault needs: a crash leaves a core dump where the
 // limits that the process was started with allow one, and debuggers of the same user may attach.
 void AllowCoreDumps();
+
+// From here on, root's process is one of the user whose folder this is; any other stays what it is. False
+// when it is neither the owner nor root.
+bool BecomeOwnerOf(std::filesystem::path const& folder_i);
 
 // Sentences on what makes this installation weaker than it need be: a server of root, files that others may
 // read. Looks at the disk; empty when all is well.

@@ -303,21 +303,6 @@ TEST_F(MIMEParser, TakesAMillionPartsOrNone) {
   EXPECT_TRUE(ParseMultipart(dashes, "-", Rules()).result);
 }
 
-TEST_F(MIMEParser, SurvivesEveryCut) {
-  std::string const message = Multipart(
-      {"\r\ntext", Attachment("t.txt", "QUJD", "base64", "n"),
-       "Content-Type: multipart/mixed; boundary=Bi\r\n\r\n" + Multipart({"name=f\r\n\r\nv"}, "Bi")});
-  for (std::size_t length = 0; length <= message.size(); ++length) {
-    std::string const cut = message.substr(0, length);
-    SCOPED_TRACE(cut);
-    std::string body;
-    Parse(cut, &body);
-    // Until the last delimiter is whole, nothing is taken and nothing is lost.
-    EXPECT_TRUE(body == cut || length >= message.size() - 2);
-    Parse(message.substr(length));
-  }
-}
-
 // ---- Streams ----
 
 TEST_F(MIMEParser, ReadsAStreamNoFurtherThanItsRange) {

@@ -149,7 +149,7 @@ Ending DoInProcess(std::function<Work()> const& prepare_i, long which_i, bool st
   return ending;
 }
 
-void DoUntilNothingIsRefused(char const* name_i, std::function<Work()> const& prepare_i) {
+void Refuse(char const* name_i, std::function<Work()> const& prepare_i) {
   std::set<std::string> const kLastWords = {
       "\tFILE: \"src/PLXString.cpp\"\nNULL POINTER ASSERTION: newStringRepresentation\n",
       "\tFILE: \"src/PLXBuffer.cpp\"\nNULL POINTER ASSERTION: newBufferData\n"};
@@ -166,15 +166,6 @@ void DoUntilNothingIsRefused(char const* name_i, std::function<Work()> const& pr
       ASSERT_LT(which, 5000) << name_i;
     }
   }
-}
-
-struct Row {
-  char const* name;
-  std::function<Work()> prepare;
-};
-
-void DoAll(std::initializer_list<Row> rows_i) {
-  for (Row const& row : rows_i) DoUntilNothingIsRefused(row.name, row.prepare);
 }
 
 PLXString const kLong('x', 100);
@@ -201,128 +192,117 @@ TEST(OutOfMemory, StringsAndContainers) {
   for (char const* text : {"a", "b"}) strings.Append(text);
   Numbers numbers;
   numbers.Append(1);
-  DoAll({{"a string that is changed", On<PLXString>("abc",
-                                                    [](PLXString& text_io) {
-                                                      PLXString const copy(text_io);
-                                                      PLXString other(copy);
-                                                      other.Append(kLong).Prepend("more");
-                                                      other.Insert("inserted", 8, 3);
-                                                      other.ReplaceAll("x", "yy");
-                                                      other.ReserveToAppend(1000);
-                                                      other.Reverse();
-                                                      PLXString const part =
-                                                          other.GetSubstring(1, 50) + "end" + copy;
-                                                      return copy == "abc" && part.GetLength() == 56 &&
-                                                             other.GetLength() == 215;
-                                                    })},
-         {"an array of strings", On<Strings>(strings,
-                                             [](Strings& array_io) {
-                                               bool const isAsBefore =
-                                                   array_io.GetElementCount() == 2 && array_io[1] == "b";
-                                               Strings copy(array_io);
-                                               copy.Insert(kLong, 1);
-                                               Strings other;
-                                               other.Append("old");
-                                               other = copy;
-                                               return isAsBefore && other.GetElementCount() == 3 &&
-                                                      other[2] == "b";
-                                             })},
-         {"an array that grows", On<Numbers>(numbers,
-                                             [](Numbers& array_io) {
-                                               PLXUInt32 const count = array_io.GetElementCount();
-                                               array_io.Append(7);
-                                               return count == 1 && array_io[0] == 1 && array_io[1] == 7;
-                                             })},
-         {"a list of names and values",
-          On<Pairs>(Pairs(),
-                    [](Pairs& list_io) {
-                      list_io.Add(PLXStringID("name", PLXStringID::kIgnoreCase), kLong);
-                      list_io.Add(PLXStringID("other", PLXStringID::kIgnoreCase), "value");
-                      PLXUInt32 const count = list_io.GetNameArray().GetElementCount();
-                      bool const isRight = list_io.GetValueArray()[count - 1] == "value";
-                      return isRight && count == list_io.GetValueArray().GetElementCount();
-                    })},
-         {"a text cut into tokens",
-          On<PLXTokenizedString>(PLXTokenizedString("a,b,c", ","),
-                                 [](PLXTokenizedString& tokens_io) {
-                                   bool const isAsBefore =
-                                       tokens_io.GetTokenCount() == 3 && tokens_io[2] == "c";
-                                   tokens_io.Tokenize("1;2", ";");
-                                   return isAsBefore && tokens_io.GetTokenCount() == 5 && tokens_io[4] == "2";
-                                 })},
-         {"names", Simply([] {
-            PLXTag const tag("plxNameThatIsLongerThanThirtyTwoCharacters");
-            PLXIPAddress address;
-            return tag == PLXTag("PLXNAMETHATISLONGERTHANTHIRTYTWOCHARACTERS") && address.Set("10.1.2.3") &&
-                   address.GetText() == "10.1.2.3";
-          })},
-         {"a buffer", On<PLXBuffer>(PLXBuffer(10), [](PLXBuffer& buffer_io) {
-            PLXBuffer copy(buffer_io);
-            copy.SetSize(100, PLXBuffer::kKeep);
-            PLXBufferStream stream(copy.GetAddress(), copy.GetSize());
-            return stream.GetRemainingBytes().GetLength() == 100;
-          })}});
+  Refuse("a string that is changed", On<PLXString>("abc", [](PLXString& text_io) {
+           PLXString const copy(text_io);
+           PLXString other(copy);
+           other.Append(kLong).Prepend("more");
+           other.Insert("inserted", 8, 3);
+           other.ReplaceAll("x", "yy");
+           other.ReserveToAppend(1000);
+           other.Reverse();
+           PLXString const part = other.GetSubstring(1, 50) + "end" + copy;
+           return copy == "abc" && part.GetLength() == 56 && other.GetLength() == 215;
+         }));
+  Refuse("an array of strings", On<Strings>(strings, [](Strings& array_io) {
+           bool const isAsBefore = array_io.GetElementCount() == 2 && array_io[1] == "b";
+           Strings copy(array_io);
+           copy.Insert(kLong, 1);
+           Strings other;
+           other.Append("old");
+           other = copy;
+           return isAsBefore && other.GetElementCount() == 3 && other[2] == "b";
+         }));
+  Refuse("an array that grows", On<Numbers>(numbers, [](Numbers& array_io) {
+           PLXUInt32 const count = array_io.GetElementCount();
+           array_io.Append(7);
+           return count == 1 && array_io[0] == 1 && array_io[1] == 7;
+         }));
+  Refuse("a list of names and values", On<Pairs>(Pairs(), [](Pairs& list_io) {
+           list_io.Add(PLXStringID("name", PLXStringID::kIgnoreCase), kLong);
+           list_io.Add(PLXStringID("other", PLXStringID::kIgnoreCase), "value");
+           PLXUInt32 const count = list_io.GetNameArray().GetElementCount();
+           bool const isRight = list_io.GetValueArray()[count - 1] == "value";
+           return isRight && count == list_io.GetValueArray().GetElementCount();
+         }));
+  Refuse("a text cut into tokens",
+         On<PLXTokenizedString>(PLXTokenizedString("a,b,c", ","), [](PLXTokenizedString& tokens_io) {
+           bool const isAsBefore = tokens_io.GetTokenCount() == 3 && tokens_io[2] == "c";
+           tokens_io.Tokenize("1;2", ";");
+           return isAsBefore && tokens_io.GetTokenCount() == 5 && tokens_io[4] == "2";
+         }));
+  Refuse("names", Simply([] {
+           PLXTag const tag("plxNameThatIsLongerThanThirtyTwoCharacters");
+           PLXIPAddress address;
+           return tag == PLXTag("PLXNAMETHATISLONGERTHANTHIRTYTWOCHARACTERS") && address.Set("10.1.2.3") &&
+                  address.GetText() == "10.1.2.3";
+         }));
+  Refuse("a buffer", On<PLXBuffer>(PLXBuffer(10), [](PLXBuffer& buffer_io) {
+           PLXBuffer copy(buffer_io);
+           copy.SetSize(100, PLXBuffer::kKeep);
+           PLXBufferStream stream(copy.GetAddress(), copy.GetSize());
+           return stream.GetRemainingBytes().GetLength() == 100;
+         }));
 }
 
 TEST(OutOfMemory, EncodersAndNumbers) {
-  DoAll({{"encoders", Simply([] {
-            PLXString const text("<a href=\"x y\">\xE9\\\n</a>");
-            PLXString const html = PLXStringUtility::GetHTMLEncodedString(text);
-            PLXString const url = PLXStringUtility::GetURLEncodedString(text, true);
-            PLXString const escaped = PLXStringUtility::GetEscapedString(text);
-            PLXString const hex = PLXStringUtility::GetHexCodesFromString(text);
-            PLXString matched;
-            bool const isAllowed = PLXStringUtility::ValidateIP(
-                "10.1.2.3", PLXTokenizedString("a:10.*.*.*,d:11.*.*.*", ","), &matched);
-            PLXCRC32 sum;
-            sum.Update(text.GetCStringAccess(), text.GetLength());
-            return PLXStringUtility::GetHTMLDecodedString(html) == text && sum.GetValue() != 0 &&
-                   PLXStringUtility::GetURLDecodedString(url) == text && isAllowed &&
-                   PLXStringUtility::GetUnescapedString(escaped, true) == text &&
-                   PLXStringUtility::GetStringFromHexCodes(hex) == text &&
-                   PLXStringUtility::GetStringRepresentation(255, 16, 40).GetLength() == 40;
-          })},
-         {"Base64, quoted-printable and the cipher", Simply([] {
-            PLXStringStream stream(kLong);
-            PLXString const encoded = PLXCryptor::Base64Encode(stream);
-            PLXBuffer data;
-            PLXStringStream back(encoded);
-            PLXCryptor::Base64Decode(back, data);
-            PLXString const quoted = PLXCryptor::QuotedPrintableEncode("\xFF " + kLong);
-            PLXBuffer plain;
-            PLXString const secret = PLXCryptor::CREncrypt(data, "key", 3);
-            PLXCryptor::CRDecrypt(secret, plain, "key", 3);
-            auto const cipher = std::make_unique<PLXCAST5>();
-            return Std(plain) == Std(kLong) + std::string(4, 0) &&
-                   PLXCryptor::QuotedPrintableDecode(quoted).GetLength() == 102;
-          })},
-         {"decimals", Simply([] {
-            PLXNumber const third = PLXNumber(50, 30, "1") / PLXNumber("3");
-            PLXNumber sum = third * PLXNumber("3") + PLXNumber(0.5);
-            sum -= PLXNumber("-12.25");
-            return sum.GetStringRepresentation().GetLength() > 5 && third < PLXNumber(1);
-          })},
-         {"dates", Simply([] {
-            PLXTimestamp time("20020305140709");
-            PLXTimestamp other;
-            other.SetFromRFC1123(time.Get(PLXTimestamp::kFormatRFC1123, true, PLXNumber("5.5")), true);
-            PLXJulianDay const day(2002, 3, 5, 14, 7, 9);
-            return other.GetMonth() == 3 && other.GetStringRepresentation().GetLength() == 14 &&
-                   day.GetDateTimeValue(kPLXJulianDay_LongDayName) == "Tuesday" &&
-                   PLXJulianDay(day.GetRealValue()).GetValue() == day.GetValue();
-          })},
-         {"a regular expression", []() -> Work {
-            auto const expression = std::make_shared<PLXRegExp>();
-            expression->Compile("old");
-            return [expression] {
-              // An expression that could not be compiled is the old one or none.
-              bool const isConsistent = !expression->Execute("(", 0);
-              bool const isCompiled = expression->Compile("^(\\w+)@([a-z.]{2,}|x)$") == 0;
-              PLXRegExpMatch match;
-              return isConsistent && isCompiled && expression->Execute("ada@test.org", 0, match) &&
-                     match.GetGroupCount() == 2;
-            };
-          }}});
+  Refuse("encoders", Simply([] {
+           PLXString const text("<a href=\"x y\">\xE9\\\n</a>");
+           PLXString const html = PLXStringUtility::GetHTMLEncodedString(text);
+           PLXString const url = PLXStringUtility::GetURLEncodedString(text, true);
+           PLXString const escaped = PLXStringUtility::GetEscapedString(text);
+           PLXString const hex = PLXStringUtility::GetHexCodesFromString(text);
+           PLXString matched;
+           bool const isAllowed = PLXStringUtility::ValidateIP(
+               "10.1.2.3", PLXTokenizedString("a:10.*.*.*,d:11.*.*.*", ","), &matched);
+           PLXCRC32 sum;
+           sum.Update(text.GetCStringAccess(), text.GetLength());
+           return PLXStringUtility::GetHTMLDecodedString(html) == text && sum.GetValue() != 0 &&
+                  PLXStringUtility::GetURLDecodedString(url) == text && isAllowed &&
+                  PLXStringUtility::GetUnescapedString(escaped, true) == text &&
+                  PLXStringUtility::GetStringFromHexCodes(hex) == text &&
+                  PLXStringUtility::GetStringRepresentation(255, 16, 40).GetLength() == 40;
+         }));
+  Refuse("Base64, quoted-printable and the cipher", Simply([] {
+           PLXStringStream stream(kLong);
+           PLXString const encoded = PLXCryptor::Base64Encode(stream);
+           PLXBuffer data;
+           PLXStringStream back(encoded);
+           PLXCryptor::Base64Decode(back, data);
+           PLXString const quoted = PLXCryptor::QuotedPrintableEncode("\xFF " + kLong);
+           PLXBuffer plain;
+           PLXString const secret = PLXCryptor::CREncrypt(data, "key", 3);
+           PLXCryptor::CRDecrypt(secret, plain, "key", 3);
+           auto const cipher = std::make_unique<PLXCAST5>();
+           return Std(plain) == Std(kLong) + std::string(4, 0) &&
+                  PLXCryptor::QuotedPrintableDecode(quoted).GetLength() == 102;
+         }));
+  Refuse("decimals", Simply([] {
+           PLXNumber const third = PLXNumber(50, 30, "1") / PLXNumber("3");
+           PLXNumber sum = third * PLXNumber("3") + PLXNumber(0.5);
+           sum -= PLXNumber("-12.25");
+           return sum.GetStringRepresentation().GetLength() > 5 && third < PLXNumber(1);
+         }));
+  Refuse("dates", Simply([] {
+           PLXTimestamp time("20020305140709");
+           PLXTimestamp other;
+           other.SetFromRFC1123(time.Get(PLXTimestamp::kFormatRFC1123, true, PLXNumber("5.5")), true);
+           PLXJulianDay const day(2002, 3, 5, 14, 7, 9);
+           return other.GetMonth() == 3 && other.GetStringRepresentation().GetLength() == 14 &&
+                  day.GetDateTimeValue(kPLXJulianDay_LongDayName) == "Tuesday" &&
+                  PLXJulianDay(day.GetRealValue()).GetValue() == day.GetValue();
+         }));
+  Refuse("a regular expression", []() -> Work {
+    auto const expression = std::make_shared<PLXRegExp>();
+    expression->Compile("old");
+    return [expression] {
+      // An expression that could not be compiled is the old one or none.
+      bool const isConsistent = !expression->Execute("(", 0);
+      bool const isCompiled = expression->Compile("^(\\w+)@([a-z.]{2,}|x)$") == 0;
+      PLXRegExpMatch match;
+      return isConsistent && isCompiled && expression->Execute("ada@test.org", 0, match) &&
+             match.GetGroupCount() == 2;
+    };
+  });
 }
 
 namespace {
@@ -357,92 +337,92 @@ bool HasFile() {
 
 TEST(OutOfMemory, MessagesAndAnswers) {
   static_cast<void>(PartsFolder());
-  DoAll({{"a message in parts", Simply([] {
-            ForgetFiles();
-            PLXStringUtility::MessagePartList list;
-            PLXString body;
-            PLXStringUtility::ParseMultipartMessage_ReturnBody(Plx(kMessage), "B", 0, kPLXWholeLength, Path(),
-                                                               Everything(), 0, &list, body);
-            return body == "body" && list.GetValueArray().GetElementCount() == 2 && HasFile();
-          })},
-         {"a message that is read in blocks", Simply([] {
-            ForgetFiles();
-            PLXStringUtility::MessagePartList list;
-            MessageSource source{kMessage, 0, 0, 20};
-            PLXStringUtility::ParseMultipartMessageStream(MessageSource::Read, &source, "B", 0,
-                                                          kPLXWholeLength, Path(), Everything(), 0, &list);
-            return list.GetValueArray().GetElementCount() == 2 && HasFile();
-          })},
-         {"an answer of a web server", Simply([] {
-            PLXHTTPAnswer answer(true);
-            answer.Append("HTTP/1.0 302 Found\r\nLocation: /elsewhere/and/further/than/that\r\n");
-            answer.Append("Content-Length: 3\r\n\r\n");
-            answer.Append("abc");
-            PLXString url, headers, data;
-            bool const isMoved = answer.IsComplete() && answer.FindLocation("host", url);
-            answer.MoveTo(headers, data);
-            return isMoved && url == "http://host/elsewhere/and/further/than/that" && data == "abc";
-          })},
-         {"a message that goes out", Simply([] {
-            class Message : public PLXEmailSendThread {
-             public:
-              using PLXEmailSendThread::BuildMessage;
-              using PLXEmailSendThread::PLXEmailSendThread;
-              using PLXEmailSendThread::PrepareMessageForOutput;
-            };
-            class Email : public PLXEmail {
-             public:
-              using PLXEmail::GetFields;
-              using PLXEmail::PLXEmail;
-            };
-            Email email("", "");
-            email.AddTo("nobody@test.org");
-            email.AddCC("nobody@test.org");
-            email.AddBCC("nobody@test.org");
-            email.ClearTo();
-            email.ClearCC();
-            email.ClearBCC();
-            email.SetMessage("none");
-            email.ClearMessage();
-            email.ClearAttachments();
-            email.SetSubject("Hello");
-            email.AddTo("ada@test.org");
-            email.AddTo("bob@test.org");
-            email.AppendContentHeader("Content-Type: text/plain");
-            email.AppendMessage(".dots", PLXEmail::kLineEndAfter);
-            PLXStringStream data("attached");
-            email.AddAttachment(data, kAttachmentEncoding_Base64, "a.txt", -1);
-            PLXString text = Message(email.GetFields()).BuildMessage();
-            Message::PrepareMessageForOutput(text);
-            return text.Contains("YXR0YWNoZWQ=") && text.Contains("\r\n..dots\r\n") &&
-                   text.Contains("To: ada@test.org,bob@test.org\r\n");
-          })}});
+  Refuse("a message in parts", Simply([] {
+           ForgetFiles();
+           PLXStringUtility::MessagePartList list;
+           PLXString body;
+           PLXStringUtility::ParseMultipartMessage_ReturnBody(Plx(kMessage), "B", 0, kPLXWholeLength, Path(),
+                                                              Everything(), 0, &list, body);
+           return body == "body" && list.GetValueArray().GetElementCount() == 2 && HasFile();
+         }));
+  Refuse("a message that is read in blocks", Simply([] {
+           ForgetFiles();
+           PLXStringUtility::MessagePartList list;
+           MessageSource source{kMessage, 0, 0, 20};
+           PLXStringUtility::ParseMultipartMessageStream(MessageSource::Read, &source, "B", 0,
+                                                         kPLXWholeLength, Path(), Everything(), 0, &list);
+           return list.GetValueArray().GetElementCount() == 2 && HasFile();
+         }));
+  Refuse("an answer of a web server", Simply([] {
+           PLXHTTPAnswer answer(true);
+           answer.Append("HTTP/1.0 302 Found\r\nLocation: /elsewhere/and/further/than/that\r\n");
+           answer.Append("Content-Length: 3\r\n\r\n");
+           answer.Append("abc");
+           PLXString url, headers, data;
+           bool const isMoved = answer.IsComplete() && answer.FindLocation("host", url);
+           answer.MoveTo(headers, data);
+           return isMoved && url == "http://host/elsewhere/and/further/than/that" && data == "abc";
+         }));
+  Refuse("a message that goes out", Simply([] {
+           class Message : public PLXEmailSendThread {
+            public:
+             using PLXEmailSendThread::BuildMessage;
+             using PLXEmailSendThread::PLXEmailSendThread;
+             using PLXEmailSendThread::PrepareMessageForOutput;
+           };
+           class Email : public PLXEmail {
+            public:
+             using PLXEmail::GetFields;
+             using PLXEmail::PLXEmail;
+           };
+           Email email("", "");
+           email.AddTo("nobody@test.org");
+           email.AddCC("nobody@test.org");
+           email.AddBCC("nobody@test.org");
+           email.ClearTo();
+           email.ClearCC();
+           email.ClearBCC();
+           email.SetMessage("none");
+           email.ClearMessage();
+           email.ClearAttachments();
+           email.SetSubject("Hello");
+           email.AddTo("ada@test.org");
+           email.AddTo("bob@test.org");
+           email.AppendContentHeader("Content-Type: text/plain");
+           email.AppendMessage(".dots", PLXEmail::kLineEndAfter);
+           PLXStringStream data("attached");
+           email.AddAttachment(data, kAttachmentEncoding_Base64, "a.txt", -1);
+           PLXString text = Message(email.GetFields()).BuildMessage();
+           Message::PrepareMessageForOutput(text);
+           return text.Contains("YXR0YWNoZWQ=") && text.Contains("\r\n..dots\r\n") &&
+                  text.Contains("To: ada@test.org,bob@test.org\r\n");
+         }));
 }
 
 TEST(OutOfMemory, Files) {
   static TemporaryFolder const folder;
-  DoAll({{"a file", Simply([] {
-            PLXFolderSpecification const at(Plx((folder / "files").string()));
-            PLXFileSpecification const name(at, "file.txt");
-            if (!PLXFile::WriteWhole(name, kLong, PLXFile::kReplaceExistingFile)) PLXFile(name).Create();
-            if (!PLXFile::WriteWhole(name, kLong, PLXFile::kReplaceExistingFile)) return false;
-            PLXFileSystemItemArray contents;
-            PLXFileSystemItem other(at, "other.txt");
-            bool const isListed = at.GetContents(contents) && contents.GetElementCount() == 1;
-            PLXFileStream stream(name, 16);
-            return isListed && stream.GetRemainingBytes() == kLong && name.GetName() == "file.txt" &&
-                   name.GetParentFolder().GetName() == "files" && !other.Exists();
-          })},
-         {"lines of a file", Simply([] {
-            PLXFileSpecification const name(Plx((folder / "lines").string()));
-            PLXFileSpecification(name).Delete();
-            PLXTextFile file;
-            bool isRight = file.Create(name) && file.Open(name, kPLXFilePermission_ReadWrite);
-            isRight = isRight && file.WriteLine("first") && file.AppendLine(kLong) && file.Flush();
-            PLXString line;
-            isRight = isRight && file.SetFilePosition(0) && file.ReadLine(line) && line == "first";
-            return isRight && file.ReadLine() == kLong;
-          })}});
+  Refuse("a file", Simply([] {
+           PLXFolderSpecification const at(Plx((folder / "files").string()));
+           PLXFileSpecification const name(at, "file.txt");
+           if (!PLXFile::WriteWhole(name, kLong, PLXFile::kReplaceExistingFile)) PLXFile(name).Create();
+           if (!PLXFile::WriteWhole(name, kLong, PLXFile::kReplaceExistingFile)) return false;
+           PLXFileSystemItemArray contents;
+           PLXFileSystemItem other(at, "other.txt");
+           bool const isListed = at.GetContents(contents) && contents.GetElementCount() == 1;
+           PLXFileStream stream(name, 16);
+           return isListed && stream.GetRemainingBytes() == kLong && name.GetName() == "file.txt" &&
+                  name.GetParentFolder().GetName() == "files" && !other.Exists();
+         }));
+  Refuse("lines of a file", Simply([] {
+           PLXFileSpecification const name(Plx((folder / "lines").string()));
+           PLXFileSpecification(name).Delete();
+           PLXTextFile file;
+           bool isRight = file.Create(name) && file.Open(name, kPLXFilePermission_ReadWrite);
+           isRight = isRight && file.WriteLine("first") && file.AppendLine(kLong) && file.Flush();
+           PLXString line;
+           isRight = isRight && file.SetFilePosition(0) && file.ReadLine(line) && line == "first";
+           return isRight && file.ReadLine() == kLong;
+         }));
 }
 
 namespace {
@@ -498,37 +478,36 @@ TEST(OutOfMemory, Threads) {
       ++ourRuns;
     }
   };
-  DoAll({{"a thread", Simply([] {
-            auto thread = std::make_unique<Thread>();
-            if (thread->Start()) static_cast<void>(thread.release());
-            // What is refused inside the thread ends it and nothing else.
-            return PLXThread::WaitUntilAllEnded(10000) && ourRuns <= 2;
-          })}});
+  Refuse("a thread", Simply([] {
+           auto thread = std::make_unique<Thread>();
+           if (thread->Start()) static_cast<void>(thread.release());
+           // What is refused inside the thread ends it and nothing else.
+           return PLXThread::WaitUntilAllEnded(10000) && ourRuns <= 2;
+         }));
 }
 
 TEST(OutOfMemory, Clients) {
   static Peer const web("HTTP/1.0 200 OK\r\nContent-Length: 4\r\n\r\ndata");
   static Peer const mail("+OK ready\r\n");
-  DoAll({{"a web client",
-          []() -> Work {
-            auto const http = std::make_shared<PLXHTTP>();
-            return [http] {
-              http->SetURL("http://" + web.Address() + "/path?query");
-              http->SetMethod(PLXHTTPMethod::POST);
-              http->SetAuthorization(PLXHTTPAuthorization::Basic, "user", "password");
-              http->ClearPostArguments();
-              http->AddPostArgument("name", "a value");
-              return http->Process(false) && http->GetResponseData() == "data";
-            };
-          }},
-         {"a mail client", []() -> Work {
-            auto const pop = std::make_shared<PLXPOP3>(mail.Address(), "user", "password");
-            return [pop] {
-              // A connection that was made before memory ran out stays.
-              PLXUInt32 const result = pop->Connect();
-              pop->SendPOPCommand("UIDL");
-              pop->Disconnect();
-              return result == kPOP3Result_Success || result == kPOP3Result_AlreadyConnected;
-            };
-          }}});
+  Refuse("a web client", []() -> Work {
+    auto const http = std::make_shared<PLXHTTP>();
+    return [http] {
+      http->SetURL("http://" + web.Address() + "/path?query");
+      http->SetMethod(PLXHTTPMethod::POST);
+      http->SetAuthorization(PLXHTTPAuthorization::Basic, "user", "password");
+      http->ClearPostArguments();
+      http->AddPostArgument("name", "a value");
+      return http->Process(false) && http->GetResponseData() == "data";
+    };
+  });
+  Refuse("a mail client", []() -> Work {
+    auto const pop = std::make_shared<PLXPOP3>(mail.Address(), "user", "password");
+    return [pop] {
+      // A connection that was made before memory ran out stays.
+      PLXUInt32 const result = pop->Connect();
+      pop->SendPOPCommand("UIDL");
+      pop->Disconnect();
+      return result == kPOP3Result_Success || result == kPOP3Result_AlreadyConnected;
+    };
+  });
 }

@@ -109,22 +109,6 @@ TEST(PLXCAST5, GivesTheVectorsOfTheRFC) {
   }
 }
 
-TEST(PLXCAST5, PassesTheFullMaintenanceTestOfTheRFC) {
-  std::string a = kKey;
-  std::string b = kKey;
-  PLXCAST5 cipher;
-  auto const encipherWith = [&cipher](std::string const& key_i, std::string& data_io) {
-    cipher.SetSessionKey(Address(key_i), 128);
-    data_io = Enciphered(cipher, data_io) + Enciphered(cipher, data_io.substr(8));
-  };
-  for (int round = 0; round < 1'000'000; ++round) {
-    encipherWith(b, a);
-    encipherWith(a, b);
-  }
-  EXPECT_EQ(a, "\xEE\xA9\xD0\xA2\x49\xFD\x3B\xA6\xB3\x43\x6F\xB8\x9D\x6D\xCA\x92");
-  EXPECT_EQ(b, "\xB2\xC9\x5E\xB0\x0C\x31\xAD\x71\x80\xAC\x05\xB8\xE8\x3D\x69\x6E");
-}
-
 TEST(PLXCAST5, AgreesWithAnotherImplementationBlockByBlock) {
   for (int round = 0; round < 20000; ++round) {
     std::string const key = RandomBytes(16);
@@ -235,39 +219,14 @@ TEST(PLXCryptorCipher, TakesKeysOfAnyLength) {
   }
 }
 
-TEST(PLXCryptorCipher, BringsThePaddingBack) {
-  auto const read = [](char const* content_i, auto cipher_i, bool padWithSpaces_i) {
-    PLXBuffer data = Buffer(content_i);
-    cipher_i(data, kKey.data(), 16, padWithSpaces_i);
-    EXPECT_TRUE(PLXCryptor::CAST5Decipher(data, kKey.data(), 16));
-    return Std(data);
-  };
-  void (*const cipher)(PLXBuffer&, void const*, PLXUInt16, bool) = PLXCryptor::CAST5Cipher;
-  EXPECT_EQ(read("seven77", cipher, false), std::string("seven77\0", 8));
-  EXPECT_EQ(read("seven77", cipher, true), "seven77 ");
-  EXPECT_EQ(read("eight888", cipher, true), "eight888");
-  EXPECT_EQ(read("seven77", PLXCryptor::CAST5CipherAddNull, true), std::string("seven77\0", 8));
-  EXPECT_EQ(read("eight888", PLXCryptor::CAST5CipherAddNull, true), std::string("eight888\0       ", 16));
-}
-
-TEST(PLXCryptorCipher, LeavesZerosWhereItCannotRead) {
-  std::string const content = RandomBytes(200);
-  std::string const message = PeersMessage(kKey, content);
-  for (std::size_t size = 0; size <= message.size(); ++size) {
-    SCOPED_TRACE(size);
-    std::string cut = message.substr(0, size);
-    PLXBuffer data = Buffer(cut);
-    EXPECT_EQ(PLXCryptor::CAST5Decipher(data, kKey.data(), 16), size > 10);
-    EXPECT_EQ(Std(data), size > 10 ? Padded(content.substr(0, size - 10)) : cut) << "beyond a cut";
-    std::string read(PLXCAST5::CalcDecryptedSize(Size(cut)), 0);
-    EXPECT_EQ(Decrypt(PLXCAST5(Address(kKey), 128), cut, read), size >= 10);
-    EXPECT_EQ(read, content.substr(0, read.size()));
-    if (size <= 10) continue;
-    cut[9] ^= 1;
+TEST(PLXCryptorCipher, LeavesZerosBehindAFailedCheck) {
+  std::string message = PeersMessage(kKey, RandomBytes(200));
+  message[9] ^= 1;
+  for (std::size_t size = 11; size <= message.size(); ++size) {
     static_cast<void>(Buffer(std::string((size - 3) / 8 * 8, 's')));  // whose memory comes next
-    data = Buffer(cut);
+    PLXBuffer data = Buffer(message.substr(0, size));
     EXPECT_TRUE(PLXCryptor::CAST5Decipher(data, kKey.data(), 16));
-    EXPECT_EQ(Std(data), Padded(std::string(size - 10, 0))) << "behind a failed check";
+    EXPECT_EQ(Std(data), Padded(std::string(size - 10, 0)));
   }
 }
 

@@ -2,7 +2,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -17,6 +16,7 @@
 #include "PLXFileSystemItem.h"
 #include "PLXFolderSpecification.h"
 #include "PLXTimestamp.h"
+#include "TemporaryFolder.h"
 
 namespace {
 
@@ -25,26 +25,15 @@ namespace fs = std::filesystem;
 // A folder of its own for every test.
 class FileLayer : public testing::Test {
  protected:
-  FileLayer() {
-    std::string pattern = testing::TempDir() + "plx-files-XXXXXX";
-    myRoot = mkdtemp(pattern.data());
-  }
-  ~FileLayer() override {
-    std::error_code ignored;
-    fs::remove_all(myRoot, ignored);
-  }
-
   std::string At(std::string const& name_i) const { return myRoot + "/" + name_i; }
   PLXString PathAt(std::string const& name_i) const { return PLXString(At(name_i).c_str()); }
   void Write(std::string const& name_i, std::string const& text_i = "text") const {
-    std::ofstream(At(name_i)) << text_i;
+    myFolder.Write(name_i, text_i);
   }
-  std::string Read(std::string const& name_i) const {
-    std::ifstream file(At(name_i));
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string Read(std::string const& name_i) const { return myFolder.Read(name_i); }
 
-  std::string myRoot;
+  TemporaryFolder const myFolder;
+  std::string const myRoot = myFolder.Path();
 };
 
 std::vector<std::string> Names(PLXFolderSpecification const& folder_i,

@@ -8,12 +8,10 @@
 
 namespace {
 
-std::string Text(PLXString const& text_i) { return text_i.GetCStringAccess(); }
-
 std::vector<std::string> Fields(PLXJulianDay const& day_i) {
   std::vector<std::string> fields;
   for (PLXUInt32 field = 0; field <= kPLXJulianDay_DayOfWeek + 1; ++field) {
-    fields.push_back(Text(day_i.GetDateTimeValue(field)));
+    fields.push_back(Std(day_i.GetDateTimeValue(field)));
   }
   return fields;
 }
@@ -21,8 +19,8 @@ std::vector<std::string> Fields(PLXJulianDay const& day_i) {
 TEST(PLXJulianDay, IsADayAndItsFraction) {
   PLXJulianDay const noon(2000, 1, 1, 12, 0, 0);
   EXPECT_EQ(noon.GetValue(), 2451544u);
-  EXPECT_EQ(Text(noon.GetRealValue().GetStringRepresentation()), "2451544.5");
-  EXPECT_EQ(Text(PLXJulianDay::CalculateJDFraction(0, 0, 1).GetStringRepresentation()), "0.00001157");
+  EXPECT_EQ(Std(noon.GetRealValue().GetStringRepresentation()), "2451544.5");
+  EXPECT_EQ(Std(PLXJulianDay::CalculateJDFraction(0, 0, 1).GetStringRepresentation()), "0.00001157");
   EXPECT_EQ(PLXJulianDay(2000, 1, 1, 24, 0, 0).GetValue(), 2451545u);
   EXPECT_EQ(PLXJulianDay(PLXNumber("2451544.25")).GetValue(), 2451544u);
   EXPECT_EQ(PLXJulianDay(4294967295u).GetRealValue(), PLXNumber(4294967295u));
@@ -47,8 +45,8 @@ TEST(PLXJulianDay, ShowsItsFields) {
             (std::vector<std::string>{"January", "Jan", "1", "01", "1", "01", "Saturday", "Sat", "2000", "00",
                                       "0", "00", "0", "00", "0", "00", "7", ""}));
   for (PLXUInt32 const month : {0u, 13u, 0xFFFFFFFFu}) {
-    EXPECT_EQ(Text(PLXJulianDay::GetLongMonth(month)), "");
-    EXPECT_EQ(Text(PLXJulianDay::GetShortMonth(month)), "");
+    EXPECT_EQ(Std(PLXJulianDay::GetLongMonth(month)), "");
+    EXPECT_EQ(Std(PLXJulianDay::GetShortMonth(month)), "");
   }
 }
 
@@ -57,18 +55,18 @@ TEST(PLXJulianDay, KeepsEverySecondOfTheDay) {
     PLXUInt8 h, m, s;
     GetHMSFromSeconds(second, h, m, s);
     PLXJulianDay const day(2000, 1, 1, h, m, s);
-    EXPECT_EQ(Text(day.GetDateTimeValue(kPLXJulianDay_Hour)), std::to_string(h)) << second;
-    EXPECT_EQ(Text(day.GetDateTimeValue(kPLXJulianDay_Minute)), std::to_string(m)) << second;
-    EXPECT_EQ(Text(day.GetDateTimeValue(kPLXJulianDay_Second)), std::to_string(s)) << second;
+    EXPECT_EQ(Std(day.GetDateTimeValue(kPLXJulianDay_Hour)), std::to_string(h)) << second;
+    EXPECT_EQ(Std(day.GetDateTimeValue(kPLXJulianDay_Minute)), std::to_string(m)) << second;
+    EXPECT_EQ(Std(day.GetDateTimeValue(kPLXJulianDay_Second)), std::to_string(s)) << second;
   }
 }
 
 TEST(PLXJulianDay, HasATimeForEveryNumber) {
   auto const time = [](PLXNumber const& real_i) {
     PLXJulianDay const day(real_i);
-    return std::to_string(day.GetValue()) + " " + Text(day.GetDateTimeValue(kPLXJulianDay_PaddedHour)) +
-           Text(day.GetDateTimeValue(kPLXJulianDay_PaddedMinute)) +
-           Text(day.GetDateTimeValue(kPLXJulianDay_PaddedSecond));
+    return std::to_string(day.GetValue()) + " " + Std(day.GetDateTimeValue(kPLXJulianDay_PaddedHour)) +
+           Std(day.GetDateTimeValue(kPLXJulianDay_PaddedMinute)) +
+           Std(day.GetDateTimeValue(kPLXJulianDay_PaddedSecond));
   };
   EXPECT_EQ(time(PLXNumber("2451544.99999999")), "2451544 235959");  // rounding stays within the day
   EXPECT_EQ(time(PLXNumber()), "0 000000");

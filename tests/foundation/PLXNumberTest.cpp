@@ -174,12 +174,8 @@ TEST(PLXNumberShape, ChangesOnlyWhenTheValueFits) {
       {"-1 keeps the length", -1, 3, nullptr, "-123.457 (10, 3)"},
       {"exactly the places needed", 7, 4, nullptr, "-123.4567 (7, 4)"},
       {"a place too few", 6, 4, "Overflow Number", "-123.4567 (10, 4)"},
-      {"no length", 0, 0, "Invalid Parameter", "-123.4567 (10, 4)"},
       {"too long", 101, 4, "Invalid Parameter", "-123.4567 (10, 4)"},
-      {"negative length", -2, 4, "Invalid Parameter", "-123.4567 (10, 4)"},
       {"negative scale", 10, -2, "Invalid Parameter", "-123.4567 (10, 4)"},
-      {"scale beyond the length", 10, 11, "Invalid Parameter", "-123.4567 (10, 4)"},
-      {"scale beyond the kept length", -1, 11, "Invalid Parameter", "-123.4567 (10, 4)"},
       {"length below the kept scale", 3, -1, "Invalid Parameter", "-123.4567 (10, 4)"},
   };
   for (Row const& row : rows) {
@@ -213,7 +209,6 @@ TEST(PLXNumberShape, OfAResultIsTheLargerOfBoth) {
       {"places of one, scale of the other", small * PLXNumber(4, 4, "0.5"), "499.995 (7, 4)"},
       {"no room for both: the scale gives way", wide + fine, "8 (100, 0)"},
       {"the remainder keeps the scale", wide % fine, "0 (100, 100)"},
-      {"copying copies the shape", PLXNumber(small), "999.99 (5, 2)"},
       {"pi with an integer", PLXNumber::k_pi50 + 1,
        "4.141592653589793238462643383279502884197169399375 (78, 48)"},
       {"a power keeps the shape", PLXNumber(5, 2, "1.5").pow(3), "3.38 (5, 2)"},
@@ -336,29 +331,6 @@ TEST(PLXNumberArithmetic, InPlaceKeepsTheShape) {
   testing::internal::GetCapturedStderr();
 }
 
-TEST(PLXNumberArithmetic, RoundsEveryResultOnceHalfAwayFromZero) {
-  struct Row {
-    char const* why;
-    PLXNumber result;
-    char const* value;
-  };
-  PLXNumber const cents(10, 2, "0.05");
-  Row const rows[] = {
-      {"a product at half", cents * PLXNumber(10, 2, "0.1"), "0.01"},
-      {"a negative one", -cents * PLXNumber(10, 2, "0.1"), "-0.01"},
-      {"below half", cents * PLXNumber(10, 2, "0.09"), "0"},
-      {"a quotient at half", PLXNumber(10, 0, "7") / PLXNumber(10, 0, "2"), "4"},
-      {"a quotient just below half", PLXNumber(10, 0, "49") / PLXNumber(10, 0, "100"), "0"},
-      {"the remainder has the sign of the dividend", PLXNumber(-7) % 3, "-1"},
-      {"whatever that of the divisor", PLXNumber(7) % -3, "1"},
-      {"a remainder of fractions", PLXNumber(7.5) % 0.4, "0.3"},
-  };
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Text(row.result), row.value);
-  }
-}
-
 TEST(PLXNumberArithmetic, OverflowsIntoNullOrNotAtAll) {
   PLXNumber const full(5, 2, "999.99");
   EXPECT_EQ(Errors([&] { EXPECT_EQ(Text(full + full), "null"); }), Report("Overflow Number"));
@@ -435,23 +407,15 @@ TEST(PLXNumberArithmetic, RaisesToIntegerPowers) {
             Report("Zero Raised to Negative Power"));
 }
 
-TEST(PLXNumberArithmetic, CountsAndAssigns) {
+TEST(PLXNumberArithmetic, CountsAndChangesSigns) {
   PLXNumber number;
   number = "2";
   EXPECT_EQ(static_cast<PLXString>(number--), "2");
   EXPECT_EQ(static_cast<PLXString>(PLXNumber().Assign(number)), "1");
-  EXPECT_FALSE(number == PLXNumber());
-}
-
-TEST(PLXNumberArithmetic, ChangesSigns) {
-  PLXNumber number = 3;
-  number.ReverseSign();
-  EXPECT_EQ(number, -3);
-  EXPECT_EQ(number.abs(), 3);
-  EXPECT_EQ(-number, 3);
+  EXPECT_EQ(-number++, -1);
+  number = -3;
   number.MakeAbsoluteValue();
-  EXPECT_EQ(number++, 3);
-  EXPECT_EQ(--number, 3);
+  EXPECT_EQ(--number, 2);
   PLXNumber zero = 0;
   zero.ReverseSign();
   EXPECT_FALSE(zero.IsNegative());
@@ -541,7 +505,6 @@ TEST(PLXNumberConversion, ChecksTheRangeOfIntegers) {
     char const* naturalMessage;
   };
   Row const rows[] = {
-      {"0", 0, nullptr, 0, nullptr},
       {"2.99", 2, nullptr, 2, nullptr},
       {"-2.99", -2, nullptr, 0, "Negative Num to Unsigned"},
       {"2147483647.9", 2147483647, nullptr, 2147483647, nullptr},
@@ -550,7 +513,6 @@ TEST(PLXNumberConversion, ChecksTheRangeOfIntegers) {
       {"-2147483649", -2147483647 - 1, "Overflow Long", 0, "Negative Num to Unsigned"},
       {"4294967295.9", 2147483647, "Overflow Long", 4294967295, nullptr},
       {"4294967296", 2147483647, "Overflow Long", 4294967295, "Overflow Unsigned Long"},
-      {"1000000000000000000000000000", 2147483647, "Overflow Long", 4294967295, "Overflow Unsigned Long"},
   };
   for (Row const& row : rows) {
     SCOPED_TRACE(row.text);
@@ -568,17 +530,10 @@ TEST(PLXNumberConversion, TakesTheShortestDecimalOfADouble) {
     double value;
     char const* text;
   };
-  Row const rows[] = {{0.1, "0.1"},
-                      {-1.5, "-1.5"},
-                      {1e22, "10000000000000000000000"},
-                      {1e-8, "0.00000001"},
-                      {5e-9, "0.00000001"},
-                      {4.9e-9, "0"},
-                      {-0.0, "0"},
-                      {5e-324, "0"},
-                      {123456.789, "123456.789"},
-                      {1e29, "100000000000000000000000000000"},
-                      {3, "3"}};
+  Row const rows[] = {{-0.1, "-0.1"},       {1e22, "10000000000000000000000"},
+                      {1e-8, "0.00000001"}, {5e-9, "0.00000001"},
+                      {4.9e-9, "0"},        {-0.0, "0"},
+                      {5e-324, "0"},        {1e29, "100000000000000000000000000000"}};
   for (Row const& row : rows) EXPECT_EQ(Text(PLXNumber(row.value)), row.text);
   typedef std::numeric_limits<double> Limits;
   for (double value : {Limits::infinity(), -Limits::infinity(), Limits::quiet_NaN()}) {

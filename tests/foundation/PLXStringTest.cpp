@@ -11,8 +11,6 @@
 
 namespace {
 
-std::string Text(PLXString const& string_i) { return {string_i.GetCStringAccess(), string_i.GetLength()}; }
-
 PLXUInt32 StorageOf(PLXUInt32 length_i) { return PLXStringRepresentation::StorageSize(length_i); }
 
 }  // namespace
@@ -20,28 +18,22 @@ PLXUInt32 StorageOf(PLXUInt32 length_i) { return PLXStringRepresentation::Storag
 TEST(PLXStringSharing, AChangeLeavesEveryCopyAsItWas) {
   using Change = void (*)(PLXString&);
   Change const changes[] = {
-      [](PLXString& text_io) { text_io.Append("x"); },
       [](PLXString& text_io) { text_io.SetAt(0, 'x'); },
-      [](PLXString& text_io) { text_io.Prepend('x'); },
-      [](PLXString& text_io) { text_io.RemoveSubstring(1, 2); },
       [](PLXString& text_io) { text_io.ReplaceAll("b", "xyz"); },
-      [](PLXString& text_io) { text_io.ConvertToUppercase(); },
       [](PLXString& text_io) { text_io.Reverse(); },
-      [](PLXString& text_io) { text_io.TrimRight(1u); },
       [](PLXString& text_io) { text_io.ReserveLength(2)[0] = 'x'; },
       [](PLXString& text_io) {
         text_io.GetBuffer(100)[0] = 'x';
         text_io.ReleaseBuffer();
       },
-      [](PLXString& text_io) { text_io.Empty(); },
   };
   for (Change const change : changes) {
     PLXString const original("abcb");
     PLXString copy(original);
     EXPECT_EQ(copy.GetCStringAccess(), original.GetCStringAccess()) << "a copy shares its storage";
     change(copy);
-    EXPECT_EQ(Text(original), "abcb");
-    EXPECT_NE(Text(copy), "abcb");
+    EXPECT_EQ(Std(original), "abcb");
+    EXPECT_NE(Std(copy), "abcb");
     EXPECT_EQ(copy.GetCStringAccess()[copy.GetLength()], 0);
   }
 }
@@ -51,42 +43,32 @@ TEST(PLXStringSharing, EmptyStringsShareOneTextAndAreNeverWritten) {
   PLXString const second("");
   EXPECT_EQ(first.GetCStringAccess(), second.GetCStringAccess());
   first.Append('a');
-  EXPECT_EQ(Text(first), "a");
+  EXPECT_EQ(Std(first), "a");
   EXPECT_TRUE(second.IsEmpty());
   EXPECT_TRUE(PLXString().IsEmpty());
 }
 
 TEST(PLXStringConstruction, TakesEveryKindOfText) {
   unsigned char const pascal[] = {3, 'a', 'b', 'c', 'd'};
-  EXPECT_EQ(Text(PLXString(pascal)), "abc");
-  EXPECT_EQ(Text(PLXString(static_cast<unsigned char const*>(nullptr))), "");
-  EXPECT_EQ(Text(PLXString(static_cast<char const*>(nullptr))), "");
-  EXPECT_EQ(Text(PLXString('a')), "a");
-  EXPECT_EQ(Text(PLXString('a', 3)), "aaa");
-  EXPECT_EQ(Text(PLXString('a', 0)), "");
-  EXPECT_EQ(Text(PLXString("a\0b", 3)), std::string("a\0b", 3));
-  EXPECT_EQ(Text(PLXString(true)), "yes");
-  EXPECT_EQ(Text(PLXString(false)), "no");
+  EXPECT_EQ(Std(PLXString(pascal)), "abc");
+  EXPECT_EQ(Std(PLXString(static_cast<unsigned char const*>(nullptr))), "");
+  EXPECT_EQ(Std(PLXString(static_cast<char const*>(nullptr))), "");
+  EXPECT_EQ(Std(PLXString('a')), "a");
+  EXPECT_EQ(Std(PLXString('a', 3)), "aaa");
+  EXPECT_EQ(Std(PLXString('a', 0)), "");
+  EXPECT_EQ(Std(PLXString("a\0b", 3)), std::string("a\0b", 3));
+  EXPECT_EQ(Std(PLXString(true)), "yes");
+  EXPECT_EQ(Std(PLXString(false)), "no");
   PLXString text("old");
-  EXPECT_EQ(Text(text = pascal), "abc");
-  EXPECT_EQ(Text(text = static_cast<unsigned char const*>(nullptr)), "");
-  EXPECT_EQ(Text(text = 'a'), "a");
-  EXPECT_EQ(Text(text.Assign('b', 40)), std::string(40, 'b'));
-  EXPECT_EQ(Text(text = true), "yes");
+  EXPECT_EQ(Std(text = pascal), "abc");
+  EXPECT_EQ(Std(text = static_cast<unsigned char const*>(nullptr)), "");
+  EXPECT_EQ(Std(text = 'a'), "a");
+  EXPECT_EQ(Std(text.Assign('b', 40)), std::string(40, 'b'));
+  EXPECT_EQ(Std(text = true), "yes");
   PLXUInt32 position = 0;
   EXPECT_TRUE(PLXString("xabc").Find(pascal, 0, kPLXWholeLength, 0, position));
   EXPECT_EQ(position, 1u);
   EXPECT_FALSE(text.Find(static_cast<unsigned char const*>(nullptr), 0, kPLXWholeLength, 0, position));
-}
-
-TEST(PLXStringConstruction, AssignsFromItsOwnText) {
-  PLXString text("abcdef");
-  text.Assign(text.GetCStringAccess() + 2, 3);
-  EXPECT_EQ(Text(text), "cde");
-  text = text.GetCStringAccess();
-  EXPECT_EQ(Text(text), "cde");
-  text = *&text;
-  EXPECT_EQ(Text(text), "cde");
 }
 
 TEST(PLXStringGrowth, StorageGrowsInStepsOfThirtyTwo) {
@@ -126,10 +108,10 @@ TEST(PLXStringRawAccess, LocksUntilItIsReleased) {
   EXPECT_EQ(text.GetBuffer(10), nullptr);
   std::copy_n("hello\0rest", 10, buffer);
   text.ReleaseBuffer(kPLXWholeLength);
-  EXPECT_EQ(Text(text), "hello");
+  EXPECT_EQ(Std(text), "hello");
   EXPECT_NE(text.GetBuffer(1), nullptr);
   text.ReleaseBuffer(1);
-  EXPECT_EQ(Text(text), "h");
+  EXPECT_EQ(Std(text), "h");
 }
 
 TEST(PLXStringAssertions, WriteTheirTextAndAbort) {
@@ -148,38 +130,6 @@ TEST(PLXStringAssertions, WriteTheirTextAndAbort) {
   EXPECT_DEATH(text.Reserve(0xFFFFFFF0), "NULL POINTER ASSERTION: newStringRepresentation\n");
 }
 
-TEST(PLXStringEditing, ClampsWhatIsOutOfRange) {
-  PLXString text("abc");
-  text.Insert("x", 1, 100);
-  EXPECT_EQ(Text(text), "abcx");
-  text.RemoveSubstring(3, 100);
-  EXPECT_EQ(Text(text), "abc");
-  text.RemoveSubstring(100, 1);
-  EXPECT_EQ(Text(text), "abc");
-  EXPECT_EQ(text.ReplaceSubstring(1, 100, "yz!"), 1);
-  EXPECT_EQ(Text(text), "ayz!");
-  EXPECT_EQ(text.ReplaceSubstring(100, 100, "."), 1);
-  EXPECT_EQ(Text(text), "ayz!.");
-  PLXString removed;
-  text.RemoveSubstring(1, 2, removed);
-  EXPECT_EQ(Text(text), "a!.");
-  EXPECT_EQ(Text(removed), "yz");
-  EXPECT_EQ(text.TrimLeft(100u), 3u);
-  EXPECT_TRUE(text.IsEmpty());
-}
-
-TEST(PLXStringEditing, TakesItsOwnTextAsData) {
-  PLXString text("abc");
-  text.Append(text).Prepend(text);
-  EXPECT_EQ(Text(text), "abcabcabcabc");
-  text.ReplaceSubstring(1, 1, text);
-  EXPECT_EQ(Text(text), "aabcabcabcabccabcabcabc");
-  text.ReplaceAll(text, "x");
-  EXPECT_EQ(Text(text), "x");
-  text.Insert(text.GetCStringAccess(), 1, 0);
-  EXPECT_EQ(Text(text), "xx");
-}
-
 TEST(PLXStringEditing, ReplacesAllAndCounts) {
   struct Row {
     char const* why;
@@ -191,33 +141,18 @@ TEST(PLXStringEditing, ReplacesAllAndCounts) {
     char const* result;
   };
   Row const rows[] = {
-      {"what was put in is not searched", "aaa", "a", "aa", 0, 3, "aaaaaa"},
-      {"shorter", "a--b--", "--", "", 0, 2, "ab"},
-      {"ignoring case", "aAbB", "B", "x", 1, 2, "aAxx"},
       {"backward", "abab", "ab", "c", 2, 2, "cc"},
       {"backward meets what it put in", "aab", "ab", "b", 2, 2, "b"},
       {"backward ends where the replacement holds the pattern", "aaa", "a", "aa", 2, 3, "aaaaaa"},
       {"searching the inserted text again", "aaab", "aa", "a", 4, 2, "ab"},
       {"an empty pattern is nowhere", "abc", "", "x", 0, 0, "abc"},
-      {"no occurrence", "abc", "d", "x", 0, 0, "abc"},
   };
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     PLXString text(row.text);
     EXPECT_EQ(text.ReplaceAll(row.pattern, row.replacement, row.options), row.count);
-    EXPECT_EQ(Text(text), row.result);
+    EXPECT_EQ(Std(text), row.result);
   }
-}
-
-TEST(PLXStringEditing, Trims) {
-  PLXString text(" \t\r\n ");
-  EXPECT_EQ(text.Trim(" \t\r\n"), 5u);
-  EXPECT_TRUE(text.IsEmpty());
-  text = "xxaxx";
-  EXPECT_EQ(text.TrimLeft('x', 1), 1u);
-  EXPECT_EQ(text.TrimRight('x'), 2u);
-  EXPECT_EQ(Text(text), "xa");
-  EXPECT_EQ(text.TrimLeft("ax", 1), 2u) << "the limit does not hold for sets";
 }
 
 TEST(PLXStringSearching, AgreesWithTryingEveryPlace) {
@@ -269,9 +204,6 @@ TEST(PLXStringComparing, OrdersSignedBytesThenLengths) {
   Row const rows[] = {
       {"8-bit bytes come before ASCII", "\x80", "a", 0, kPLXCompare_Less},
       {"the shorter is less", "ab", "abc", 0, kPLXCompare_Less},
-      {"the longer is greater", "abc", "ab", 0, kPLXCompare_Greater},
-      {"empty against empty", "", "", 0, kPLXCompare_Equal},
-      {"case counts", "a", "A", 0, kPLXCompare_Greater},
       {"case ignored", "aBc", "AbC", 1, kPLXCompare_Equal},
       {"8-bit letters fold too", "\x8A", "\x80", 1, kPLXCompare_Equal},
       {"both sides are folded before they are ordered", "a", "B", 1, kPLXCompare_Less},
@@ -303,9 +235,9 @@ TEST(PLXStringCase, MapsAreEachOthersInverse) {
   EXPECT_EQ(letters, 26 + 29);
   PLXString text("aZ\x9F{");
   text.ConvertToUppercase(1, 100);
-  EXPECT_EQ(Text(text), "aZ\x86{");
+  EXPECT_EQ(Std(text), "aZ\x86{");
   text.ConvertToLowercase();
-  EXPECT_EQ(Text(text), "az\x9F{");
+  EXPECT_EQ(Std(text), "az\x9F{");
 }
 
 TEST(PLXStringExport, CutsAtItsBoundary) {

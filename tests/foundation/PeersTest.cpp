@@ -20,9 +20,6 @@
 
 namespace {
 
-std::string Text(PLXString const& string_i) { return {string_i.GetCStringAccess(), string_i.GetLength()}; }
-PLXString String(std::string const& text_i) { return {text_i.data(), static_cast<PLXUInt32>(text_i.size())}; }
-
 // Runs all of them, many at a time, because each of them mostly waits for the silence behind a reply.
 void RunTogether(std::vector<std::function<void()>> const& tasks_i) {
   constexpr unsigned kThreads = 32;
@@ -69,12 +66,12 @@ std::vector<Manner> MannersInsteadOf(std::string const& reply_i) {
 // ---- SMTP ----
 
 std::string Send(std::string const& server_i) {
-  PLXString const server = String(server_i);
+  PLXString const server = Plx(server_i);
   PLXString const sender("ada@test.org");
   PLXTokenizedString const recipients("bob@test.org", ",");
   PLXTokenizedString const lines("Subject: x\r\n\r\ntext\r\n.\r\n", "\r\n");
   PLXNetworkingStreamGroup group;
-  return Text(PLXSMTPDialogue(server, sender, recipients, lines, group).Run());
+  return Std(PLXSMTPDialogue(server, sender, recipients, lines, group).Run());
 }
 
 struct Step {
@@ -125,10 +122,10 @@ constexpr char kPage[] = "HTTP/1.0 200 OK\r\nContent-Length: 10\r\n\r\n012345678
 std::string Fetch(std::string const& address_i, std::string& headers_o) {
   PLXHTTP http;
   http.SetSilenceLimits(2000, 2000);
-  http.SetURL(String("http://" + address_i + "/"));
+  http.SetURL(Plx("http://" + address_i + "/"));
   EXPECT_TRUE(http.Process(false));
-  headers_o = Text(http.GetResponseHeaders());
-  return Text(http.GetResponseData());
+  headers_o = Std(http.GetResponseHeaders());
+  return Std(http.GetResponseData());
 }
 
 // A peer that says the beginning once and goes on with the rest for as long as it is listened to; how many
@@ -260,10 +257,10 @@ TEST(Peers, OfPOP3GiveWhatCame) {
           peer.Hears(command);
           isDribbled ? peer.Dribbles(answer.substr(0, length)) : peer.Sends(answer.substr(0, length));
           peer.Drops();
-          PLXPOP3 client(String(peer.Address()), "ada", "pw");
+          PLXPOP3 client(Plx(peer.Address()), "ada", "pw");
           EXPECT_EQ(client.Connect(), kPOP3Result_Success);
-          EXPECT_EQ(Text(client.SendPOPCommand(String(command))), answer.substr(0, length));
-          EXPECT_EQ(Text(client.SendPOPCommand("NOOP")), "");
+          EXPECT_EQ(Std(client.SendPOPCommand(Plx(command))), answer.substr(0, length));
+          EXPECT_EQ(Std(client.SendPOPCommand("NOOP")), "");
         });
       }
     }
@@ -275,10 +272,10 @@ TEST(Peers, OfPOP3GiveWhatCame) {
         ScriptedPeer peer;
         for (std::size_t index = 0; index < step; ++index) peer.Says("+OK").Hears(logins[index]);
         manner.play(peer);
-        PLXPOP3 client(String(peer.Address()), "ada", "pw");
+        PLXPOP3 client(Plx(peer.Address()), "ada", "pw");
         client.SetSilenceLimits(300, 300);
         client.Connect();  // may be a success, as when the peer only leaves
-        EXPECT_EQ(Text(client.SendPOPCommand("RETR 1")), "") << "step " << step << ": " << manner.name;
+        EXPECT_EQ(Std(client.SendPOPCommand("RETR 1")), "") << "step " << step << ": " << manner.name;
         client.Disconnect();
       });
     }
@@ -328,7 +325,7 @@ TEST(Peers, ThatNeverEndAreBrokenOff) {
   }
   tasks.push_back([=] {
     EndlessPeer const peer("+OK", std::string(100000, '+'));
-    PLXPOP3 client(String(peer.Address()), "ada", "pw");
+    PLXPOP3 client(Plx(peer.Address()), "ada", "pw");
     client.Connect();
     EXPECT_EQ(client.SendPOPCommand("UIDL"), "");
   });
@@ -339,7 +336,7 @@ TEST(Peers, ThatDribbleForEverAreBrokenOff) {
   EndlessPeer const peer("+", "+", 50000);
   PLXIPAddress address;
   PLXUInt16 port = 0;
-  ASSERT_TRUE(PLXNetworkingStream::ResolveDomainName(String(peer.Address()), 0, address, port));
+  ASSERT_TRUE(PLXNetworkingStream::ResolveDomainName(Plx(peer.Address()), 0, address, port));
   std::unique_ptr<PLXNetworkingStream> const stream(PLXNetworkingStream::Open(address, port, true, false));
   stream->SetAnswerLimits(1000, 300);
   EXPECT_FALSE(stream->ReadResponse());

@@ -1,8 +1,6 @@
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "../../plx-modules/network/EmailClient/MailboxIndex.h"
+#include "MailboxTwin.h"
 #include "PLXStringID.h"
 #include "TemporaryFolder.h"
 
@@ -27,35 +26,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// ---- A reader of the two files that shares nothing with the mailbox but the format ----
-
-constexpr std::size_t kSize = 256;
-
-std::uint32_t Word(std::string const& bytes_i, std::size_t offset_i) {
-  std::uint32_t value = 0;
-  std::memcpy(&value, bytes_i.data() + offset_i, 4);
-  return value;
-}
-
-void SetWord(std::string& bytes_io, std::size_t offset_i, std::uint32_t value_i) {
-  std::memcpy(bytes_io.data() + offset_i, &value_i, 4);
-}
-
-std::string ChildOf(std::string const& index_i, std::uint32_t offset_i, std::uint32_t key_i) {
-  return index_i.substr(offset_i + (key_i > Word(index_i, offset_i) ? 8 : 4), 4);
-}
-
-// The offset of the key's record, found as any reader of the format finds it; -1 when nothing leads to it.
-long Find(std::string const& index_i, std::uint32_t key_i) {
-  std::uint32_t offset = 0;
-  for (std::size_t steps = 0; steps < index_i.size() / kSize; ++steps) {
-    if (offset + kSize > index_i.size()) return -1;
-    if (Word(index_i, offset) == key_i) return offset;
-    offset = Word(ChildOf(index_i, offset, key_i), 0);
-    if (offset == 0) return -1;
-  }
-  return -1;
-}
+constexpr std::size_t kSize = MailboxFiles::kSize;
 
 std::string Message(int number_i) {
   return "From: ada@example.com\r\nSubject: Number " + std::to_string(number_i) +
@@ -82,6 +53,7 @@ class Mailbox : public testing::Test {
   }
   std::string Index() const { return myFolder.Read("in.idx"); }
   std::string Texts() const { return myFolder.Read("in.mbx"); }
+  MailboxFiles Files() const { return {Index(), Texts()}; }
 
   Outcome Add(std::string const& text_i) const {
     EmailClient_Mailbox mailbox(At("in.idx"), At("in.mbx"));
@@ -111,14 +83,12 @@ class Mailbox : public testing::Test {
   }
   // Every message is there once, whole, and a reader of the tree finds it.
   void ExpectExactly(int first_i, int end_i) const {
-    std::string const index = Index();
-    std::string const texts = Texts();
-    EXPECT_EQ(index.size(), kSize * static_cast<std::size_t>(end_i - first_i));
+    MailboxFiles const files = Files();
+    EXPECT_EQ(files.index.size(), kSize * static_cast<std::size_t>(end_i - first_i));
     for (int number = first_i; number < end_i; ++number) {
-      long const offset = Find(index, KeyOfMessage(number));
-      ASSERT_GE(offset, 0) << "message " << number;
-      auto const record = static_cast<std::size_t>(offset);
-      EXPECT_EQ(texts.substr(Word(index, record + 12), Word(index, record + 16)), Message(number));
+      long const record = files.Find(KeyOfMessage(number));
+      ASSERT_GE(record, 0) << "message " << number;
+      EXPECT_EQ(files.Text(static_cast<std::size_t>(record)), Message(number));
     }
   }
   static PLXUInt32 Length(std::string const& text_i) { return static_cast<PLXUInt32>(text_i.size()); }
@@ -141,16 +111,16 @@ TEST_F(Mailbox, RecordsAreLaidOutByteByByte) {
   ASSERT_EQ(index.size(), 2 * kSize);
 
   std::string expected(kSize, '\0');
-  SetWord(expected, 0, KeyOf(subject + date));
-  SetWord(expected, 12, 9);
-  SetWord(expected, 16, Length(text));
-  SetWord(expected, 22, Length(text) - Length(header));
+  MailboxFiles::SetWord(expected, 0, KeyOf(subject + date));
+  MailboxFiles::SetWord(expected, 12, 9);
+  MailboxFiles::SetWord(expected, 16, Length(text));
+  MailboxFiles::SetWord(expected, 22, Length(text) - Length(header));
   expected.replace(26, 32, date, 0, 32).replace(122, 64, from).replace(186, 64, subject, 0, 64);
   EXPECT_EQ(index.substr(kSize), expected);
   // Neither a subject nor a date: the key of the empty text, the largest there is.
-  EXPECT_EQ(Word(index, 0), 0xFFFFFFFFu);
-  EXPECT_EQ(Word(index, 4), kSize);
-  EXPECT_EQ(Word(index, 8), 0u);
+  EXPECT_EQ(MailboxFiles::Word(index, 0), 0xFFFFFFFFu);
+  EXPECT_EQ(MailboxFiles::Word(index, 4), kSize);
+  EXPECT_EQ(MailboxFiles::Word(index, 8), 0u);
   EXPECT_EQ(Listed(), (std::vector<PLXUInt32>{0, Length(text) - Length(header)}));
 }
 
@@ -189,16 +159,9 @@ TEST_F(Mailbox, TheFirstOfMessagesWithOneKeyStays) {
 // The tree must be the one that walking down from the root makes, whatever finds the place.
 TEST_F(Mailbox, TreeIsThatOfWalkingDownFromTheRoot) {
   ASSERT_EQ(AddAll(0, 1000), (std::map<Outcome, int>{{Outcome::Done, 1000}}));
-  std::string const index = Index();
-  std::string walked = index;
-  for (std::size_t at = 0; at < walked.size(); at += kSize) walked.replace(at + 4, 8, 8, '\0');
-  for (std::uint32_t record = kSize; record < index.size(); record += kSize) {
-    std::uint32_t const key = Word(index, record);
-    std::uint32_t at = 0;
-    for (std::uint32_t next = 0; (next = Word(ChildOf(walked, at, key), 0)) != 0;) at = next;
-    SetWord(walked, at + (key > Word(walked, at) ? 8 : 4), record);
-  }
-  EXPECT_EQ(index, walked);
+  MailboxFiles walked = Files();
+  walked.MendLinks();
+  EXPECT_EQ(Index(), walked.index);
 }
 
 std::uint64_t BytesReadByThisThread() {
@@ -231,8 +194,8 @@ TEST_F(Mailbox, AscendingKeysAreReadOnce) {
   std::string const index = Index();
   for (std::size_t record = 0; record < kCount; ++record) {
     bool const isLast = record == kCount - 1;
-    ASSERT_EQ(Word(index, record * kSize + 4), 0u);
-    ASSERT_EQ(Word(index, record * kSize + 8), isLast ? 0u : (record + 1) * kSize);
+    ASSERT_EQ(MailboxFiles::Word(index, record * kSize + 4), 0u);
+    ASSERT_EQ(MailboxFiles::Word(index, record * kSize + 8), isLast ? 0u : (record + 1) * kSize);
   }
 }
 
@@ -310,51 +273,34 @@ TEST_F(Mailbox, AFullDiskLeavesTheMailboxAsItWas) {
 TEST_F(Mailbox, DamagedIndexesAreMendedAndLoseNothing) {
   struct Row {
     char const* why;
-    std::function<void(std::string&)> damage;
+    void (*damage)(std::string&, std::size_t);  // at each record
   };
-  std::uint32_t const kRecords = 40;
+  constexpr std::uint32_t kRecords = 40;
   Row const rows[] = {
       {"the last record without the link to it",
-       [](std::string& index_io) {
-         std::uint32_t const last = (kRecords - 1) * kSize;
-         for (std::size_t record = 0; record < index_io.size(); record += kSize) {
-           for (std::size_t const side : {std::size_t{4}, std::size_t{8}}) {
-             if (Word(index_io, record + side) == last) SetWord(index_io, record + side, 0);
-           }
+       [](std::string& index_io, std::size_t at) {
+         for (std::size_t const link : {at + 4, at + 8}) {
+           if (MailboxFiles::Word(index_io, link) == (kRecords - 1) * kSize)
+             index_io.replace(link, 4, 4, '\0');
          }
        }},
-      {"no links",
-       [](std::string& index_io) {
-         for (std::size_t at = 0; at < index_io.size(); at += kSize) index_io.replace(at + 4, 8, 8, '\0');
-       }},
-      {"links to themselves",
-       [](std::string& index_io) {
-         for (std::uint32_t at = 0; at < index_io.size(); at += kSize) {
-           SetWord(index_io, at + 4, at);
-           SetWord(index_io, at + 8, at);
-         }
-       }},
+      {"no links", [](std::string& index_io, std::size_t at) { index_io.replace(at + 4, 8, 8, '\0'); }},
       {"a circle through the second record",
-       [](std::string& index_io) {
-         for (std::size_t at = 0; at < index_io.size(); at += kSize)
-           index_io.replace(at + 4, 8, "\0\1\0\0\0\1\0\0", 8);
-       }},
+       [](std::string& index_io, std::size_t at) { index_io.replace(at + 4, 8, "\0\1\0\0\0\1\0\0", 8); }},
       {"links beyond the end",
-       [](std::string& index_io) {
-         for (std::size_t at = 0; at < index_io.size(); at += kSize) index_io.replace(at + 4, 8, 8, '\xFF');
-       }},
+       [](std::string& index_io, std::size_t at) { index_io.replace(at + 4, 8, 8, '\xFF'); }},
       {"links into the middle of records",
-       [](std::string& index_io) {
-         for (std::size_t at = 0; at < index_io.size(); at += kSize) index_io.replace(at + 4, 8, 8, '\x01');
-       }},
-      {"a record cut short behind the last", [](std::string& index_io) { index_io.append(255, '\x05'); }}};
+       [](std::string& index_io, std::size_t at) { index_io.replace(at + 4, 8, 8, '\x01'); }},
+      {"part of a record", [](std::string& index_io, std::size_t at) {
+         if (at == 0) index_io.append(255, '\x05');
+       }}};
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
     myFolder.Write("in.idx", "");
     myFolder.Write("in.mbx", "");
     ASSERT_EQ(AddAll(0, kRecords), (std::map<Outcome, int>{{Outcome::Done, kRecords}}));
     std::string damaged = Index();
-    row.damage(damaged);
+    for (std::size_t at = 0; at < kRecords * kSize; at += kSize) row.damage(damaged, at);
     myFolder.Write("in.idx", damaged);
     EXPECT_EQ(Listed().size(), kRecords);
     EXPECT_EQ(AddAll(0, kRecords + 1),
@@ -402,8 +348,7 @@ TEST_F(Mailbox, ALostTextIsNeitherStoredTwiceNorReplacedByAnother) {
   EXPECT_EQ(early.Add(Message(4).c_str()), Outcome::Done);
   EXPECT_EQ(AddAll(0, 6), (std::map<Outcome, int>{{Outcome::Duplicate, 6}}));
   for (int number = 0; number < 5; ++number) {
-    auto const record = static_cast<std::size_t>(Find(Index(), KeyOfMessage(number)));
-    EXPECT_EQ(Texts().substr(Word(Index(), record + 12), Word(Index(), record + 16)), Message(number));
+    EXPECT_EQ(Files().Text(static_cast<std::size_t>(Files().Find(KeyOfMessage(number)))), Message(number));
   }
 }
 

@@ -1,19 +1,17 @@
-#include <arpa/inet.h>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <optional>
-#include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 #include "PLXClientAddress.h"
 #include "PLXListener.h"
 #include "PLXStaticFile.h"
+#include "RawClient.h"
+#include "TemporaryFolder.h"
 
 #ifdef __SANITIZE_THREAD__
 // Two tests leave a page behind that does not end in time, as a stop does: its thread is never joined.
@@ -24,13 +22,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Longer than anything here takes, so that a hanging server fails a test instead of hanging it.
-constexpr int kPatience = 20000;
-
 // Polls until the condition holds; false after a long while.
 template <class Condition>
 bool Becomes(Condition const& condition_i) {
-  auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatience);
+  auto const end = std::chrono::steady_clock::now() + 20s;
   while (std::chrono::steady_clock::now() < end) {
     if (condition_i()) return true;
     std::this_thread::sleep_for(1ms);
@@ -71,10 +66,16 @@ class FakeHandler : public PLXRequestHandler {
     if (request_io.path.starts_with("/block")) WaitForRelease();
     if (request_io.path == "/status") response.status = std::stoi(request_io.pathArguments.at(0).value);
     if (request_io.path == "/headers") response.headers = headers;
-    response.body = request_io.method + ' ' + request_io.path + " query " + Joined(request_io.pathArguments) +
-                    " post " + Joined(request_io.postArguments) + " cookies " + Joined(request_io.cookies) +
-                    " host " + request_io.host + " user " + request_io.user + " bytes " +
-                    std::to_string(request_io.bodyBytes);
+    response.body = request_io.method + ' ' + request_io.path;
+    for (auto const& [name, text] :
+         {std::pair<char const*, std::string>{"query", Joined(request_io.pathArguments)},
+          {"post", Joined(request_io.postArguments)},
+          {"cookies", Joined(request_io.cookies)},
+          {"host", request_io.host == "h" ? "" : request_io.host},
+          {"user", request_io.user},
+          {"bytes", request_io.bodyBytes > 0 ? std::to_string(request_io.bodyBytes) : ""}}) {
+      if (!text.empty()) response.body.append(" ").append(name).append(" ").append(text);
+    }
     return response;
   }
 
@@ -129,94 +130,13 @@ class FakeHandler : public PLXRequestHandler {
   std::vector<std::string> myFinished;
 };
 
-struct Answer {
-  int status = 0;  // 0: none came
-  std::string head, body;
-  bool Has(std::string_view headerLine_i) const {
-    return head.find(std::string("\r\n").append(headerLine_i).append("\r\n")) != head.npos;
-  }
-};
-
-// A client that says what it is told, byte for byte.
-class RawClient {
- public:
-  explicit RawClient(std::uint16_t port_i) : mySocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port_i);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    myIsConnected = ::connect(mySocket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-  }
-  ~RawClient() { Close(); }
-  RawClient(RawClient const&) = delete;
-  RawClient& operator=(RawClient const&) = delete;
-
-  bool IsConnected() const { return myIsConnected; }
-  void Close() {
-    if (mySocket >= 0) ::close(mySocket);
-    mySocket = -1;
-  }
-  void Send(std::string_view text_i) {
-    while (!text_i.empty()) {
-      ssize_t const sent = ::send(mySocket, text_i.data(), text_i.size(), MSG_NOSIGNAL);
-      if (sent <= 0) return;
-      text_i.remove_prefix(static_cast<std::size_t>(sent));
-    }
-  }
-  Answer Receive(bool isHead_i = false) {
-    Answer answer;
-    std::size_t end;
-    while ((end = myInput.find("\r\n\r\n")) == myInput.npos) {
-      if (!More()) return answer;
-    }
-    answer.head = myInput.substr(0, end + 4);
-    myInput.erase(0, end + 4);
-    answer.status = std::stoi(answer.head.substr(9, 3));
-    std::size_t length = 0;
-    std::size_t const at = answer.head.find("Content-Length: ");
-    if (at != answer.head.npos && !isHead_i) length = std::stoul(answer.head.substr(at + 16));
-    while (myInput.size() < length && More()) {
-    }
-    answer.body = myInput.substr(0, length);
-    myInput.erase(0, length);
-    return answer;
-  }
-  Answer Ask(std::string_view text_i) {
-    Send(text_i);
-    return Receive();
-  }
-  // Everything up to the server's end of the connection.
-  std::string ReceiveAll() {
-    while (More()) {
-    }
-    return std::exchange(myInput, {});
-  }
-  // Whether the server closes the connection without another byte.
-  bool IsClosed() { return myInput.empty() && !More() && !myTimedOut; }
-
- private:
-  bool More() {
-    pollfd ready{mySocket, POLLIN, 0};
-    myTimedOut = ::poll(&ready, 1, kPatience) == 0;
-    if (myTimedOut) return false;
-    char buffer[64 << 10];
-    ssize_t const received = ::recv(mySocket, buffer, sizeof buffer, 0);
-    if (received <= 0) return false;
-    myInput.append(buffer, static_cast<std::size_t>(received));
-    return true;
-  }
-
-  int mySocket;
-  bool myIsConnected = false;
-  bool myTimedOut = false;
-  std::string myInput;
-};
+std::string Get(std::string const& target_i, std::string const& headers_i = "") {
+  return "GET " + target_i + " HTTP/1.1\r\nHost: h\r\n" + headers_i + "\r\n";
+}
 
 class PLXListenerTest : public testing::Test {
  protected:
   PLXListenerTest() {
-    std::string name = testing::TempDir() + "plx-listener-XXXXXX";
-    myFolder = ::mkdtemp(name.data());
     myLimits.pageThreads = 2;
     myLimits.waitingPages = 1;
     myLimits.administrationThreads = 1;
@@ -228,12 +148,21 @@ class PLXListenerTest : public testing::Test {
     myHandler.Release();
     if (myListener) myListener->Stop();
     if (myThread.joinable()) myThread.join();
-    std::filesystem::remove_all(myFolder);
   }
 
+  void Listen() {
+    myListener.emplace("127.0.0.1", 0, myLimits, std::vector<std::string>{}, myFolder.Path(), myHandler);
+  }
   void Start() {
-    myListener.emplace("127.0.0.1", 0, myLimits, std::vector<std::string>{}, myFolder, myHandler);
+    Listen();
     myThread = std::thread([this] { myListener->Run([this] { ++myReloads; }); });
+  }
+  // A client whose page blocks until it is released, once `blocked_i` pages do.
+  std::unique_ptr<RawClient> Block(unsigned blocked_i = 1) {
+    auto client = std::make_unique<RawClient>(Port());
+    client->Send(Get("/block"));
+    EXPECT_TRUE(Becomes([&] { return myHandler.Blocked() == blocked_i; }));
+    return client;
   }
   std::uint16_t Port() const { return myListener->Port(); }
   // One request on a connection of its own.
@@ -241,11 +170,10 @@ class PLXListenerTest : public testing::Test {
   void MakeFile(std::size_t bytes_i) {
     myContent.resize(bytes_i);
     for (std::size_t at = 0; at < bytes_i; ++at) myContent[at] = static_cast<char>(at * 7 / 3);
-    myHandler.file = myFolder / "file.bin";
-    std::ofstream(myHandler.file, std::ios::binary) << myContent;
+    myHandler.file = myFolder.Write("file.bin", myContent);
   }
 
-  std::filesystem::path myFolder;
+  TemporaryFolder myFolder;
   PLXLimits myLimits;
   FakeHandler myHandler;
   std::optional<PLXListener> myListener;
@@ -253,10 +181,6 @@ class PLXListenerTest : public testing::Test {
   std::atomic<int> myReloads = 0;
   std::string myContent;
 };
-
-std::string Get(std::string const& target_i, std::string const& headers_i = "") {
-  return "GET " + target_i + " HTTP/1.1\r\nHost: h\r\n" + headers_i + "\r\n";
-}
 
 std::string Post(std::string const& type_i, std::string const& body_i) {
   return "POST /page HTTP/1.1\r\nHost: h\r\nContent-Type: " + type_i +
@@ -281,26 +205,23 @@ TEST_F(PLXListenerTest, FillsTheRequest) {
     std::string body;
   };
   Row const rows[] = {
-      {"path and query are decoded once", Get("/a%2520b/../c%20d?x=1&y=%2B+"),
-       "GET /c d query x=1;y=+ ; post  cookies  host h user  bytes 0"},
+      {"path and query are decoded once", Get("/a%2520b/../c%20d?x=1&y=%2B+"), "GET /c d query x=1;y=+ ;"},
       {"cookies and login", Get("/page", "Cookie: a=1; b=2\r\nCookie: c=3\r\nAuthorization: Basic YTpi\r\n"),
-       "GET /page query  post  cookies a=1;b=2;c=3; host h user a bytes 0"},
-      {"a form", Post(kURLEncoded, "a=1&b=2"),
-       "POST /page query  post a=1;b=2; cookies  host h user  bytes 7"},
-      {"another body is nobody's arguments", Post("text/plain", "a=1"),
-       "POST /page query  post  cookies  host h user  bytes 3"},
+       "GET /page cookies a=1;b=2;c=3; user a"},
+      {"a form", Post(kURLEncoded, "a=1&b=2"), "POST /page post a=1;b=2; bytes 7"},
+      {"another body is nobody's arguments", Post("text/plain", "a=1"), "POST /page bytes 3"},
       {"an absolute address names the host", Get("HTTP://other:81/page?q"),
-       "GET /page query q=; post  cookies  host other:81 user  bytes 0"},
-      {"an absolute address without path", Get("http://other"),
-       "GET / query  post  cookies  host other user  bytes 0"},
-      {"blank lines before a request", "\r\n\r\n" + Get("/page"),
-       "GET /page query  post  cookies  host h user  bytes 0"},
+       "GET /page query q=; host other:81"},
+      {"an absolute address without path", Get("HTTPS://other"), "GET / host other"},
+      {"blank lines before a request", "\r\n\r\n" + Get("/page"), "GET /page"},
       {"an unknown method is the handler's to refuse", "BREW /page HTTP/1.1\r\nHost: h\r\n\r\n",
-       "BREW /page query  post  cookies  host h user  bytes 0"},
+       "BREW /page"},
+      {"all that a name of a host may have", "GET /page HTTP/1.1\r\nHost: A-z.0_~%!$&'()*+,;=:[]\r\n\r\n",
+       "GET /page host A-z.0_~%!$&'()*+,;=:[]"},
       {"chunks, in pieces of every size",
        "POST /page HTTP/1.1\r\nHost: h\r\nContent-Type: application/x-www-form-urlencoded\r\n"
        "Transfer-Encoding: chunked\r\n\r\n1\r\na\r\n3;x=y\r\n=1&\r\n00003\r\nb=2\r\n0\r\nTrailer: x\r\n\r\n",
-       "POST /page query  post a=1;b=2; cookies  host h user  bytes 7"},
+       "POST /page post a=1;b=2; bytes 7"},
   };
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);
@@ -320,48 +241,36 @@ TEST_F(PLXListenerTest, RefusesWhatTwoReadersCouldTakeDifferently) {
     int status;
   };
   std::string const post = "POST /page HTTP/1.1\r\nHost: h\r\n";
+  std::string const chunks = post + "Transfer-Encoding: chunked\r\n\r\n";
   Row const rows[] = {
       {"length and chunks", post + "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400},
-      {"chunks and length", post + "Transfer-Encoding: chunked\r\nContent-Length: 5\r\n\r\n0\r\n\r\n", 400},
       {"two lengths", post + "Content-Length: 5\r\nContent-Length: 6\r\n\r\nhello", 400},
       {"a signed length", post + "Content-Length: +5\r\n\r\nhello", 400},
       {"a length beyond all numbers", post + "Content-Length: 99999999999999999999\r\n\r\n", 400},
       {"a coding we do not undo", post + "Transfer-Encoding: gzip, chunked\r\n\r\n", 400},
-      {"a length in C", post + "Content-Length: 0x5\r\n\r\nhello", 400},
       {"a length of nothing", post + "Content-Length: \r\n\r\n", 400},
-      {"a length of two", post + "Content-Length: 5 5\r\n\r\nhello", 400},
-      {"a coding in quotes", post + "Transfer-Encoding: \"chunked\"\r\n\r\n0\r\n\r\n", 400},
       {"a coding with a parameter", post + "Transfer-Encoding: chunked;q=1\r\n\r\n0\r\n\r\n", 400},
-      {"a coding behind a comma", post + "Transfer-Encoding: ,chunked\r\n\r\n0\r\n\r\n", 400},
-      {"a coding behind a byte that some take for a blank",
-       post + "Transfer-Encoding: \xa0"
-              "chunked\r\n\r\n0\r\n\r\n",
-       400},
       {"no coding", post + "Transfer-Encoding: identity\r\nContent-Length: 5\r\n\r\nhello", 400},
       {"a coding that hides the length", post + "Transfer-Encoding: xchunked\r\n\r\n", 400},
       {"chunks twice", post + "Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n\r\n", 400},
       {"chunks in 1.0", "POST /page HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400},
-      {"a chunk size that is none", post + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n", 400},
-      {"a chunk size with a sign", post + "Transfer-Encoding: chunked\r\n\r\n+1\r\na\r\n0\r\n\r\n", 400},
-      {"a chunk size in C", post + "Transfer-Encoding: chunked\r\n\r\n0x1\r\na\r\n0\r\n\r\n", 400},
-      {"a chunk size with a blank", post + "Transfer-Encoding: chunked\r\n\r\n1 \r\na\r\n0\r\n\r\n", 400},
-      {"a chunk size beyond all numbers",
-       post + "Transfer-Encoding: chunked\r\n\r\n10000000000000001\r\na\r\n0\r\n\r\n", 400},
-      {"a chunk line of a line feed", post + "Transfer-Encoding: chunked\r\n\r\n1\na\r\n0\r\n\r\n", 400},
-      {"chunk data ended by a line feed", post + "Transfer-Encoding: chunked\r\n\r\n1\r\na\n0\r\n\r\n", 400},
-      {"a line feed in an extension", post + "Transfer-Encoding: chunked\r\n\r\n1;x\ny\r\na\r\n0\r\n\r\n",
-       400},
-      {"a line feed in quotes there", post + "Transfer-Encoding: chunked\r\n\r\n1;x=\"\n\"\r\na\r\n0\r\n\r\n",
-       400},
-      {"and in the last chunk's", post + "Transfer-Encoding: chunked\r\n\r\n0;x=\"\n\"\r\n\r\n", 400},
-      {"a length in the trailer", post + "Transfer-Encoding: chunked\r\n\r\n0\r\nContent-Length: 9\r\n\r\n",
-       400},
-      {"a line feed in the trailer", post + "Transfer-Encoding: chunked\r\n\r\n0\r\nX: y\nZ: w\r\n\r\n", 400},
-      {"a chunk longer than it says", post + "Transfer-Encoding: chunked\r\n\r\n1\r\nab\r\n0\r\n\r\n", 400},
+      {"a chunk size that is none", chunks + "xyz\r\n", 400},
+      {"a chunk size with a sign", chunks + "+1\r\na\r\n0\r\n\r\n", 400},
+      {"a chunk size with a blank", chunks + "1 \r\na\r\n0\r\n\r\n", 400},
+      {"a chunk size beyond all numbers", chunks + "10000000000000001\r\na\r\n0\r\n\r\n", 400},
+      {"a chunk line of a line feed", chunks + "1\na\r\n0\r\n\r\n", 400},
+      {"chunk data ended by a line feed", chunks + "1\r\na\n0\r\n\r\n", 400},
+      {"a line feed in an extension", chunks + "1;x\ny\r\na\r\n0\r\n\r\n", 400},
+      {"and in the last chunk's", chunks + "0;x=\"\n\"\r\n\r\n", 400},
+      {"a length in the trailer", chunks + "0\r\nContent-Length: 9\r\n\r\n", 400},
+      {"a line feed in the trailer", chunks + "0\r\nX: y\nZ: w\r\n\r\n", 400},
+      {"a chunk longer than it says", chunks + "1\r\nab\r\n0\r\n\r\n", 400},
       {"a bare line feed", "GET /page HTTP/1.1\nHost: h\n\n", 400},
       {"a bare line feed in the middle", "GET /page HTTP/1.1\r\nHost: h\nX: y\r\n\r\n", 400},
       {"a bare return", "GET /page HTTP/1.1\r\nHost: h\rX: y\r\n\r\n", 400},
       {"a blank before the colon", Get("/page", "X : y\r\n"), 400},
+      {"a header without name", Get("/page", ": x\r\n"), 400},
+      {"DEL in a header", Get("/page", "X: \x7F\r\n"), 400},
       {"a folded line", Get("/page", "X: y\r\n z\r\n"), 400},
       {"a first line that is folded", "GET /page HTTP/1.1\r\n X: y\r\nHost: h\r\n\r\n", 400},
       {"no colon", Get("/page", "X\r\n"), 400},
@@ -369,9 +278,12 @@ TEST_F(PLXListenerTest, RefusesWhatTwoReadersCouldTakeDifferently) {
       {"no Host", "GET /page HTTP/1.1\r\n\r\n", 400},
       {"two Hosts", Get("/page", "Host: h\r\n"), 400},
       {"a Host that is none", "GET /page HTTP/1.1\r\nHost: a/b\r\n\r\n", 400},
-      {"a NUL in the path", Get("/a.css%00.html"), 400},
-      {"a line break in the path", Get("/a%0d%0aX:y"), 400},
       {"a broken escape", Get("/a%2"), 400},
+      {"a control character in an escape", Get("/%7F"), 400},
+      {"a fragment", Get("/a#b"), 400},
+      {"no target", Get(""), 400},
+      {"an address of a host that is none", Get("http://h<x>/"), 400},
+      {"an address without host", Get("http:///a"), 400},
       {"a relative path", Get("page"), 400},
       {"another scheme", Get("ftp://h/page"), 400},
       {"a login in the address", Get("http://a:b@h/page"), 400},
@@ -454,32 +366,19 @@ TEST_F(PLXListenerTest, AnswersPipelinedRequestsInOrder) {
   sender.join();
 }
 
-TEST_F(PLXListenerTest, TakesARequestByteByByte) {
+TEST_F(PLXListenerTest, TakesARequestByteByByteAndSurvivesEveryCut) {
+  myLimits.bodyInMemoryBytes = 20;
   Start();
-  std::string const chunked =
-      "POST /page HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nabcd\r\n0\r\n\r\n";
-  std::string const onlyLastChunk =
-      "POST /page HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n";
-  RawClient client(Port());
-  for (std::string const& request : {Post(kMultipart, FilePart("content")), chunked, onlyLastChunk}) {
-    for (char c : request) {
-      client.Send(std::string_view(&c, 1));
-      std::this_thread::yield();
+  std::string const chunked = "POST /page HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n";
+  for (std::string const& request :
+       {Post(kMultipart, FilePart("content")), chunked + "4\r\nabcd\r\n0\r\n\r\n", chunked + "0\r\n\r\n"}) {
+    RawClient client(Port());
+    for (std::size_t length = 0; length < request.size(); ++length) {
+      RawClient(Port()).Send(request.substr(0, length));
+      client.Send(request.substr(length, 1));
     }
     EXPECT_EQ(client.Receive().status, 200);
   }
-}
-
-TEST_F(PLXListenerTest, SurvivesARequestCutAnywhere) {
-  myLimits.bodyInMemoryBytes = 20;
-  Start();
-  std::string const chunked =
-      "POST /page HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nabcd\r\n0\r\n\r\n";
-  for (std::string const& request : {Post(kMultipart, FilePart("content")), chunked}) {
-    for (std::size_t length = 0; length < request.size(); ++length)
-      RawClient(Port()).Send(request.substr(0, length));
-  }
-  EXPECT_EQ(Ask(Get("/now")).status, 200);
   EXPECT_TRUE(Becomes([&] { return myListener->Status().connections == 0; }));
 }
 
@@ -521,9 +420,9 @@ TEST_F(PLXListenerTest, CutsADribblingHeader) {
 TEST_F(PLXListenerTest, TakesLongBodiesThroughAFileWithoutAName) {
   Start();
   std::string const content(10u << 20, 'x');
-  EXPECT_NE(Ask(Post(kMultipart, FilePart(content))).body.find("post f=x.bin; cookies"), std::string::npos);
+  EXPECT_NE(Ask(Post(kMultipart, FilePart(content))).body.find("post f=x.bin; bytes"), std::string::npos);
   EXPECT_NE(Ask(Post(kURLEncoded, "a=" + content)).body.find("post a=" + content + ';'), std::string::npos);
-  EXPECT_TRUE(std::filesystem::is_empty(myFolder));
+  EXPECT_TRUE(std::filesystem::is_empty(myFolder.Path()));
 }
 
 TEST_F(PLXListenerTest, RefusesALongBodyInAWayThatCanBeRead) {
@@ -589,13 +488,9 @@ TEST_F(PLXListenerTest, LeavesThreadsToOtherPages) {
 TEST_F(PLXListenerTest, NeverQueuesWhatAPageWaitsFor) {
   myLimits.waitingPages = 10;
   Start();
-  RawClient first(Port());
-  first.Send(Get("/block"));
-  ASSERT_TRUE(Becomes([&] { return myHandler.Blocked() == 1; }));
+  auto const first = Block();
   EXPECT_EQ(Ask(Get("/never")).status, 200);
-  RawClient second(Port());
-  second.Send(Get("/block"));
-  ASSERT_TRUE(Becomes([&] { return myHandler.Blocked() == 2; }));
+  auto const second = Block(2);
   EXPECT_EQ(Ask(Get("/never")).status, 503);
 }
 
@@ -721,10 +616,7 @@ TEST_F(PLXListenerTest, MendsWhatAPageDoesWrong) {
 TEST_F(PLXListenerTest, ForgetsAClientThatLeaves) {
   MakeFile(32u << 20);
   Start();
-  RawClient page(Port());
-  page.Send(Get("/block"));
-  ASSERT_TRUE(Becomes([&] { return myHandler.Blocked() == 1; }));
-  page.Close();
+  Block();
   RawClient file(Port());
   file.Send(Get("/file"));
   ASSERT_TRUE(Becomes([&] { return myListener->Status().requests == 2; }));
@@ -758,22 +650,20 @@ TEST_F(PLXListenerTest, StopsWithoutLosingAPage) {
 
 TEST_F(PLXListenerTest, HearsOfModulesUntilTheyHaveEnded) {
   std::atomic<int> leaving = 0;
-  myListener.emplace("127.0.0.1", 0, myLimits, std::vector<std::string>{}, myFolder, myHandler);
+  Listen();
   myThread = std::thread([&] {
     myListener->Run({}, [&] {
       for (leaving = 1; leaving == 1;) std::this_thread::yield();
     });
   });
-  RawClient busy(Port());
-  busy.Send(Get("/block"));
-  ASSERT_TRUE(Becomes([&] { return myHandler.Blocked() == 1; }));
+  auto const busy = Block();
   myListener->Stop();
   EXPECT_EQ(Ask(Get("/action")).status, 200) << "while a visitor is still served";
   EXPECT_EQ(Ask(Get("/page")).status, 503);
   EXPECT_EQ(leaving, 0) << "the visitor comes first";
   myHandler.Release();
-  EXPECT_EQ(busy.Receive().status, 200);
-  busy.Close();
+  EXPECT_EQ(busy->Receive().status, 200);
+  busy->Close();
   EXPECT_TRUE(Becomes([&] { return leaving == 1; }));
   EXPECT_EQ(Ask(Get("/action")).status, 200);
   EXPECT_EQ(Ask(Get("/now")).status, 503);
@@ -783,7 +673,7 @@ TEST_F(PLXListenerTest, HearsOfModulesUntilTheyHaveEnded) {
 }
 
 TEST_F(PLXListenerTest, StopsBeforeItHasBegun) {
-  myListener.emplace("127.0.0.1", 0, myLimits, std::vector<std::string>{}, myFolder, myHandler);
+  Listen();
   myListener->Stop();
   myListener->Run({});
   EXPECT_FALSE(RawClient(Port()).IsConnected());
@@ -792,9 +682,7 @@ TEST_F(PLXListenerTest, StopsBeforeItHasBegun) {
 TEST_F(PLXListenerTest, DoesNotWaitForeverToStop) {
   myLimits.stopTime = 0s;
   Start();
-  RawClient busy(Port());
-  busy.Send(Get("/block"));
-  ASSERT_TRUE(Becomes([&] { return myHandler.Blocked() == 1; }));
+  auto const busy = Block();
   myListener->Stop();
   myThread.join();
   EXPECT_EQ(myListener->Status().busyPageThreads, 1u) << "the page still runs";
@@ -806,9 +694,7 @@ TEST_F(PLXListenerTest, DoesNotWaitForeverToStop) {
 TEST_F(PLXListenerTest, FollowsSignals) {
   Start();
   EXPECT_EQ(Ask(Get("/now")).status, 200);
-  RawClient busy(Port());
-  busy.Send(Get("/block"));
-  ASSERT_TRUE(Becomes([&] { return myHandler.Blocked() == 1; }));
+  auto const busy = Block();
   ::kill(::getpid(), SIGHUP);
   EXPECT_TRUE(Becomes([&] { return myReloads == 1; }));
   ::kill(::getpid(), SIGPIPE);
@@ -826,7 +712,7 @@ TEST_F(PLXListenerTest, SaysWhyItCannotListen) {
        {std::pair<std::string, std::string>{"127.0.0.1", "Address already in use"},
         {"example.com", "no numeric address"}}) {
     try {
-      PLXListener const second(address, Port(), myLimits, {}, myFolder, myHandler);
+      PLXListener const second(address, Port(), myLimits, {}, myFolder.Path(), myHandler);
       ADD_FAILURE() << address;
     } catch (std::runtime_error const& error) {
       EXPECT_NE(std::string(error.what()).find(word), std::string::npos) << error.what();
@@ -843,36 +729,23 @@ TEST(PLXClientAddress, BelievesOnlyNamedProxies) {
     char const* remote;
     bool isOwn;
   };
+  char const us[] = "127.0.0.1", stranger[] = "6.6.6.6", proxy[] = "10.0.0.1", hops[] = "X-Forwarded-For";
   Row const rows[] = {
-      {"a stranger", "6.6.6.6", {}, "6.6.6.6", false},
-      {"a stranger who claims to be us", "6.6.6.6", {{"X-Forwarded-For", "127.0.0.1"}}, "6.6.6.6", false},
-      {"this machine", "127.0.0.1", {}, "127.0.0.1", true},
+      {"a stranger who claims to be us", stranger, {{hops, us}}, stranger, false},
+      {"this machine", us, {}, us, true},
       {"this machine by IPv6", "::1", {}, "::1", true},
-      {"a local proxy that nobody named", "127.0.0.1", {{"X-Forwarded-For", "6.6.6.6"}}, "127.0.0.1", false},
-      {"the same with another header", "127.0.0.1", {{"Forwarded", "for=127.0.0.1"}}, "127.0.0.1", false},
-      {"a local proxy that says for whom in no word", "127.0.0.1", {{"Via", "1.1 p"}}, "127.0.0.1", false},
-      {"or in another", "127.0.0.1", {{"X-Real-IP", "127.0.0.1"}}, "127.0.0.1", false},
-      {"or says only where to", "127.0.0.1", {{"X-Forwarded-Host", "h"}}, "127.0.0.1", false},
-      {"a proxy for this machine that says more",
-       "10.0.0.1",
-       {{"Via", "1.1 p"}, {"X-Forwarded-Proto", "https"}, {"X-Forwarded-For", "127.0.0.1"}},
-       "127.0.0.1",
-       true},
-      {"a proxy on its own behalf", "10.0.0.1", {}, "10.0.0.1", true},
-      {"a proxy for a stranger", "10.0.0.1", {{"X-Forwarded-For", "6.6.6.6"}}, "6.6.6.6", false},
-      {"a proxy for this machine", "10.0.0.1", {{"X-Forwarded-For", "127.0.0.1"}}, "127.0.0.1", true},
-      {"a stranger who wrote the first hop",
-       "10.0.0.1",
-       {{"X-Forwarded-For", "127.0.0.1, 6.6.6.6"}},
-       "6.6.6.6",
-       false},
-      {"two proxies",
-       "10.0.0.1",
-       {{"X-Forwarded-For", "6.6.6.6"}, {"x-forwarded-for", "10.0.0.2"}},
-       "6.6.6.6",
-       false},
-      {"a hop with a port", "10.0.0.1", {{"X-Forwarded-For", "[2001:db8::1]:80"}}, "2001:db8::1", false},
-      {"a hop that is no address", "10.0.0.1", {{"X-Forwarded-For", "unknown"}}, "10.0.0.1", false},
+      {"a local proxy that nobody named", us, {{hops, stranger}}, us, false},
+      {"the same with another header", us, {{"Forwarded", "for=127.0.0.1"}}, us, false},
+      {"a local proxy that says for whom in no word", us, {{"Via", "1.1 p"}}, us, false},
+      {"or in another", us, {{"X-Real-IP", us}}, us, false},
+      {"or says only where to", us, {{"X-Forwarded-Host", "h"}}, us, false},
+      {"a proxy on its own behalf", proxy, {}, proxy, true},
+      {"a proxy for a stranger", proxy, {{hops, stranger}}, stranger, false},
+      {"a proxy for this machine, saying more", proxy, {{"Via", "1.1 p"}, {hops, us}}, us, true},
+      {"a stranger who wrote the first hop", proxy, {{hops, "127.0.0.1, 6.6.6.6"}}, stranger, false},
+      {"two proxies", proxy, {{hops, stranger}, {"x-forwarded-for", "10.0.0.2"}}, stranger, false},
+      {"a hop with a port", proxy, {{hops, "[2001:db8::1]:80"}}, "2001:db8::1", false},
+      {"a hop that is no address", proxy, {{hops, "unknown"}}, proxy, false},
   };
   for (Row const& row : rows) {
     SCOPED_TRACE(row.why);

@@ -6,6 +6,7 @@
 #include "PLXRecordCursor.h"
 #include "PLXRecordsAdministration.h"
 #include "PageFixture.h"
+#include "TextRows.h"
 
 // Records in pages and in the administration.
 
@@ -73,11 +74,7 @@ class PLXRecordsPage : public testing::Test {
 
 TEST_F(PLXRecordsPage, RepeatsItsBodyForWhatWasFound) {
   fixture.request.pathArguments = {{"name", "O'Brien's"}, {"evil", "x' OR Name <> 'x"}, {"n", "1"}};
-  struct Row {
-    char const* why;
-    char const* page;
-    char const* html;
-  } const rows[] = {
+  TextRow const rows[] = {
       {"all, in the order of adding, encoded", "<plxRecords database=planets>&plxField.Name;;</plxRecords>",
        "Mars;&lt;b&gt;Earth&lt;/b&gt;;O&#39;Brien&#39;s;"},
       {"a number, the identifier, a name with a blank, in any case",
@@ -120,10 +117,7 @@ TEST_F(PLXRecordsPage, RepeatsItsBodyForWhatWasFound) {
        ""},
       {"without a body", "<plxRecords database='Planets'/>&plxRecords.Count;", "3"},
   };
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Rendered(row.page), row.html);
-  }
+  ExpectTexts(rows, [&](std::string const& page_i) { return Rendered(page_i); });
 }
 
 TEST_F(PLXRecordsPage, SaysWhatIsWrongInItsPlace) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "PLXSearchExpression.h"
+#include "TextRows.h"
 
 namespace {
 
@@ -20,12 +21,7 @@ std::string Conditions(std::size_t count_i) {
 }  // namespace
 
 TEST(PLXSearchExpression, ReadsNamesOperatorsAndValuesAsTheyAreMeant) {
-  struct Row {
-    char const* why;
-    char const* text;
-    char const* read;
-  };
-  Row const rows[] = {
+  TextRow const rows[] = {
       {"only blanks find everything", " \t\r\n", ""},
       {"no blank where none is needed", "a='1'AND b<>'2'OR c<='3'ORDER BY d",
        "a = '1' AND b <> '2' OR c <= '3' ORDER BY d ASC"},
@@ -44,11 +40,10 @@ TEST(PLXSearchExpression, ReadsNamesOperatorsAndValuesAsTheyAreMeant) {
       {"letters beside the capitals", "a=1 ORDER BY {}~ desc", "a = '1' ORDER BY {}~ DESC"},
       {"only the last word is a direction", "ORDER BY Sort Desc ASC", "ORDER BY Sort Desc ASC"},
   };
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Read(row.text), row.read);
-    EXPECT_EQ(Read(row.read), row.read);
-  }
+  ExpectTexts(rows, [](std::string const& text_i) {
+    EXPECT_EQ(Read(Read(text_i)), Read(text_i));
+    return Read(text_i);
+  });
 }
 
 TEST(PLXSearchExpression, TellsWhereNamesStandAndKeepsTheLastResultOnAnError) {
@@ -64,13 +59,8 @@ TEST(PLXSearchExpression, TellsWhereNamesStandAndKeepsTheLastResultOnAnError) {
 }
 
 TEST(PLXSearchExpression, TellsWhatIsWrongAndWhere) {
-  struct Row {
-    char const* why;
-    std::string text;
-    std::string error;
-  };
   std::string const remedy = "; an apostrophe inside a value is written twice";
-  Row const rows[] = {
+  TextRow const rows[] = {
       {"an apostrophe not doubled", "Name='O'Brien'",
        "\"Brien'\" where AND, OR or ORDER BY belongs at character 9" + remedy},
       {"an order of nothing, and half of one", "a=1 ORDER BY ", "no field after ORDER BY at character 14"},
@@ -91,10 +81,9 @@ TEST(PLXSearchExpression, TellsWhatIsWrongAndWhere) {
       {"long names are cut, between characters", std::string(39, 'x') + "\xC3\xA4\n",
        "no operator after \"" + std::string(39, 'x') + "...\" at character 42"},
   };
-  for (Row const& row : rows) {
-    SCOPED_TRACE(row.why);
-    EXPECT_EQ(Read(row.text), "the search has " + row.error);
-  }
+  ExpectTexts(rows, [](std::string const& text_i) {
+    return Read(text_i).substr(std::string_view("the search has ").size());
+  });
   EXPECT_EQ(Read("a = 'b''"), "the search does not close the value that begins at character 5");
   EXPECT_EQ(Read(std::string(1048577, ' ')), "the search exceeds 1048576 bytes at character 1048577");
   EXPECT_EQ(Read(std::string(1048576, ' ')), "");

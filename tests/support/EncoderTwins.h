@@ -3,20 +3,11 @@
 #include <string>
 #include <vector>
 
+#include "FoundationPrinters.h"
 #include "PLXString.h"
 
 // Slow, simple twins of the encoders, which walk a text step by step and replace in its middle, for
-// comparison on random input. Here too: the bridge between strings of the house and of the standard library.
-
-inline std::string Std(PLXString const& string_i) {
-  return {string_i.GetCStringAccess(), string_i.GetLength()};
-}
-inline std::string Std(PLXBuffer const& buffer_i) {
-  return {static_cast<char const*>(buffer_i.GetAddress()), buffer_i.GetSize()};
-}
-inline PLXString Plx(std::string const& text_i) {
-  return PLXString(text_i.data(), static_cast<PLXUInt32>(text_i.size()));
-}
+// comparison on random input.
 
 namespace twin {
 

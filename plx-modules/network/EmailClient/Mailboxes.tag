@@ -42,7 +42,7 @@ static PLXUInt32 EmailClient_Mail_GetMailboxFileSpecPtrs(_PLXAPI_ModuleProcessin
                    kPlatformPathDelimiter + kEmailClient_MailboxesFolderName;
   if (!PLXGlueVerifyRegionContainsFile(info_i, path)) return kPLXResult_NotAuthorized;
   PLXFolderSpecification folder(path);
-  if (!folder.Exists() && !folder.Create() && !folder.Exists()) {
+  if (!folder.CreateIfMissing()) {
     return ReportProblem(info_i, kPLXResult_GeneralError,
                          "The folder could not be created due to an unknown error.",
                          "Make sure the item location is correct and try again.");

@@ -276,12 +276,11 @@ static void SendMail_SettleAbandoned(_PLXAPI_ModuleProcessingInfo* info_i, PLXUI
       // The message itself was deleted by somebody who saw it in the list.
       if (entry.message.IsEmpty()) return true;
       // The first failure of a region has no folder yet.
-      if (!folder.Exists() && !folder.Create() && !folder.Exists()) return false;
+      if (!folder.CreateIfMissing()) return false;
       if (!PLXFile::WriteWhole(file, entry.message, PLXFile::kKeepExistingFile)) return false;
     }
     if (!SendMail_RecordOutcome(info_i, database_i, report)) return false;
-    if (status == kSendMailStatus_Sent) file.Delete();
-    return true;
+    return !(status == kSendMailStatus_Sent) || file.Delete() || !file.Exists();
   });
 }
 

@@ -1,0 +1,144 @@
+#include "PLXMailQueue.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <sys/stat.h>
+
+#include "PLXRecordCursor.h"
+#include "PLXTextEscape.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kDatabase[] = "__PLXDB__SendMail_Log__";
+constexpr char kFolder[] = "FM";
+constexpr char kNamePrefix[] = "msg";
+
+std::string AsText(PLXSQLValue const& value_i) {
+  if (auto const* const text = std::get_if<std::string>(&value_i)) return *text;
+  if (auto const* const integer = std::get_if<std::int64_t>(&value_i)) return std::to_string(*integer);
+  if (auto const* const number = std::get_if<double>(&value_i)) {
+    return std::to_string(static_cast<std::int64_t>(*number));
+  }
+  return {};
+}
+
+std::int64_t AsInteger(PLXSQLValue const& value_i) {
+  std::int64_t integer = 0;
+  return PLXRecordInteger(value_i, integer) ? integer : 0;
+}
+
+std::string FromLatin1(std::string_view text_i) {
+  std::string text;
+  text.reserve(text_i.size() * 2);
+  for (char const character : text_i) {
+    auto const byte = static_cast<unsigned char>(character);
+    if (byte >= 0x80) text.push_back(static_cast<char>(0xC0 | byte >> 6));
+    text.push_back(static_cast<char>(byte >= 0x80 ? 0x80 | (byte & 0x3F) : byte));
+  }
+  return text;
+}
+
+std::string Quoted(std::string_view text_i) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string const text = PLXNeedsEscape(text_i) ? FromLatin1(text_i) : std::string(text_i);
+  std::string quoted = "\"";
+  for (char const character : text) {
+    auto const byte = static_cast<unsigned char>(character);
+    if (character == '"' || character == '\\') {
+      quoted.append({'\\', character});
+    } else if (byte < 0x20) {
+      quoted.append("\\u00").append({kDigits[byte >> 4], kDigits[byte & 15]});
+    } else {
+      quoted.push_back(character);
+    }
+  }
+  return quoted + '"';
+}
+
+}  // namespace
+
+std::vector<PLXQueuedMail> PLXMailQueue::List() const {
+  std::vector<PLXQueuedMail> messages;
+  auto const store = myRecords.Store();
+  auto const names = store->Names();
+  if (std::find(names.begin(), names.end(), kDatabase) == names.end()) return messages;
+  PLXRecordCursor cursor(store, kDatabase, PLXRecordAccess::kShared, nullptr,
+                         PLXRecordCursor::WhenMissing::kFail);
+  if (!cursor.HasField("Message ID")) return messages;  // it is just being made
+  for (std::uint64_t left = cursor.RecordCount(); left > 0; --left) {
+    PLXQueuedMail mail;
+    mail.record = AsInteger(cursor.Get("PLXIDFIELD"));
+    mail.number = AsText(cursor.Get("Message ID"));
+    mail.attempts = AsInteger(cursor.Get("Attempts"));
+    mail.server = AsText(cursor.Get("SMTP Server"));
+    mail.from = AsText(cursor.Get("From"));
+    mail.replyTo = AsText(cursor.Get("ReplyTo"));
+    mail.to = AsText(cursor.Get("To"));
+    mail.cc = AsText(cursor.Get("CC"));
+    mail.bcc = AsText(cursor.Get("BCC"));
+    mail.subject = AsText(cursor.Get("Subject"));
+    mail.reason = AsText(cursor.Get("Info"));
+    FindText(mail);
+    messages.push_back(std::move(mail));
+    if (left == 1) break;
+    try {
+      cursor.MoveNext();
+    } catch (PLXRecordError const& error) {
+      if (error.GetKind() != PLXRecordError::Kind::kEnd) throw;
+      break;  // some were sent meanwhile
+    }
+  }
+  return messages;
+}
+
+void PLXMailQueue::FindText(PLXQueuedMail& mail_io) const {
+  for (auto const& site : mySites.All()) {
+    for (auto const& region : site->Regions()) {
+      auto const folder = region->DataFolder(kFolder);
+      if (!folder) continue;
+      fs::path const file = *folder / (kNamePrefix + mail_io.number);
+      struct stat status {};
+      if (::stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+      mail_io.region = region->Key();
+      mail_io.file = file;
+      mail_io.size = static_cast<std::uint64_t>(status.st_size);
+      mail_io.stored = status.st_mtime;
+      return;
+    }
+  }
+}
+
+std::optional<std::string> PLXMailQueue::ReadText(PLXQueuedMail const& mail_i) {
+  std::ifstream stream(mail_i.file, std::ios::binary);
+  if (!stream) return std::nullopt;
+  std::string text, line;
+  text.reserve(mail_i.size + mail_i.size / 32);
+  while (std::getline(stream, line) && line != ".") {
+    text.append(line, line.starts_with('.') ? 1 : 0, line.npos).append("\r\n");
+  }
+  return text;
+}
+
+std::string PLXMailAsJSON(std::vector<PLXQueuedMail> const& messages_i) {
+  std::string json = "[";
+  for (PLXQueuedMail const& mail : messages_i) {
+    struct Row {
+      char const* name;
+      std::string const& value;
+    };
+    json.append(json.size() > 1 ? ",\n {" : "\n {");
+    for (Row const& row : {Row{"id", mail.number}, Row{"region", mail.region}, Row{"server", mail.server},
+                           Row{"from", mail.from}, Row{"replyTo", mail.replyTo}, Row{"to", mail.to},
+                           Row{"cc", mail.cc}, Row{"bcc", mail.bcc}, Row{"subject", mail.subject},
+                           Row{"reason", mail.reason}, Row{"file", mail.file.native()}}) {
+      json.append(Quoted(row.name)).append(": ").append(Quoted(row.value)).append(", ");
+    }
+    json.append("\"attempts\": ").append(std::to_string(mail.attempts));
+    json.append(", \"bytes\": ").append(std::to_string(mail.size));
+    json.append(", \"stored\": ").append(std::to_string(mail.stored)).append("}");
+  }
+  return json + (messages_i.empty() ? "]\n" : "\n]\n");
+}
