@@ -5,7 +5,7 @@ SIZES = {"1 KB": (1 << 10, 2000), "1 MB": (1 << 20, 200), "100 MB": (100 << 20, 
 
 
 def main():
-    with nginx({name.replace(" ", ""): b"x" * size for name, (size, _) in SIZES.items()}) as url:
+    with nginx({name.replace(" ", ""): b"x" * size for name, (size, _) in SIZES.items()}) as (url, _):
         title("fetched from nginx", "ours us", "libcurl us", "ratio", "peak MB", "libcurl's")
         for name, (size, times) in SIZES.items():
             best = {}

@@ -26,7 +26,7 @@ def by_once(name, sizes, texts, arguments, key):
 
 
 def fetching():
-    with nginx({f"{size}.bin": b"x" * (size << 20) for size in MEGABYTES}) as url:
+    with nginx({f"{size}.bin": b"x" * (size << 20) for size in MEGABYTES}) as (url, _):
         by_once("HTTP answer fetched, MB", MEGABYTES, [size << 20 for size in MEGABYTES],
                 lambda size: ("http", f"{url}/{size}.bin", 3), "http")
 

@@ -49,6 +49,12 @@ def processor_seconds(pid):
     return time.clock_gettime(~pid << 3 | 2)
 
 
+def tree_seconds(pid):
+    """Of the processor, of a server and the workers that it has."""
+    children = Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+    return processor_seconds(pid) + sum(tree_seconds(int(child)) for child in children)
+
+
 def timed(work):
     begun = time.monotonic()
     result = work()
@@ -71,7 +77,7 @@ def serving(command, port):
     try:
         subprocess.run(["curl", "-s", "--retry", "100", "--retry-connrefused", "--retry-delay", "0", "-o", "/dev/null",
                         f"http://127.0.0.1:{port}/"], check=True)
-        yield f"http://127.0.0.1:{port}"
+        yield f"http://127.0.0.1:{port}", process.pid
     finally:
         process.terminate()
         process.wait()
@@ -79,7 +85,7 @@ def serving(command, port):
 
 @contextlib.contextmanager
 def nginx(files):
-    """With server-side includes in .shtml files, one worker."""
+    """With server-side includes in .shtml files, one worker. Gives, as the others do, the address and the process."""
     with folder_of(files) as folder:
         port = free_port()
         (folder / "nginx.conf").write_text(
@@ -87,8 +93,8 @@ def nginx(files):
             f"events {{ }} http {{ access_log {folder}/access.log; types {{ text/html shtml; }} server {{\n"
             f"listen 127.0.0.1:{port}; root {folder}; ssi on; keepalive_requests 1000000;\n"
             + "".join(f"{name}_temp_path {folder}/t; " for name in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi")) + "} }\n")
-        with serving(["/usr/sbin/nginx", "-e", f"{folder}/error.log", "-c", f"{folder}/nginx.conf"], port) as url:
-            yield url
+        with serving(["/usr/sbin/nginx", "-e", f"{folder}/error.log", "-c", f"{folder}/nginx.conf"], port) as place:
+            yield place
 
 
 @contextlib.contextmanager
@@ -105,8 +111,8 @@ def apache(files):
             f"DocumentRoot {folder}\nTypesConfig /etc/mime.types\nMaxKeepAliveRequests 0\n"
             f"<Directory {folder}>\nOptions +Includes\nRequire all granted\n</Directory>\n"
             "AddType text/html .shtml\nAddOutputFilter INCLUDES .shtml\n")
-        with serving(["/usr/sbin/apache2", "-d", str(folder), "-f", f"{folder}/apache.conf", "-DFOREGROUND"], port) as url:
-            yield url
+        with serving(["/usr/sbin/apache2", "-d", str(folder), "-f", f"{folder}/apache.conf", "-DFOREGROUND"], port) as place:
+            yield place
 
 
 @contextlib.contextmanager
@@ -114,5 +120,5 @@ def php(files):
     """PHP's built-in server, one process."""
     with folder_of(files) as folder:
         port = free_port()
-        with serving(["php", "-q", "-S", f"127.0.0.1:{port}", "-t", str(folder)], port) as url:
-            yield url
+        with serving(["php", "-q", "-S", f"127.0.0.1:{port}", "-t", str(folder)], port) as place:
+            yield place
