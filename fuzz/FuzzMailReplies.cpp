@@ -38,7 +38,10 @@ std::optional<std::size_t> LengthOfReply(std::string_view text_i) {
 }
 
 void CheckSMTP(std::string const& text_i, unsigned seed_i) {
-  std::uint32_t const code = CodeOf(text_i.substr(0, text_i.find('\n')), text_i.size());
+  std::string const first = text_i.substr(0, text_i.find('\n'));
+  std::size_t const begin = first.find_first_not_of(" \t");
+  bool const isNumbered = begin != first.npos && first[begin] >= '0' && first[begin] <= '9';
+  std::uint32_t const code = isNumbered ? CodeOf(first, first.size()) : 0;
   std::optional<std::size_t> const length = LengthOfReply(text_i);
   for (unsigned const seed : {0U, seed_i}) {
     PLXSMTPReply reply;

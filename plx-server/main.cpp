@@ -193,7 +193,10 @@ int Render(Arguments& arguments_io) {
 class TemporaryFolder {
  public:
   TemporaryFolder() {
-    std::string name = (fs::temp_directory_path() / "plxserver-check-XXXXXX").string();
+    std::error_code error;
+    fs::path const parent = fs::temp_directory_path(error);
+    if (error) throw std::runtime_error("TMPDIR names no folder. Name one, or unset it.");
+    std::string name = (parent / "plxserver-check-XXXXXX").string();
     if (!::mkdtemp(name.data())) throw std::runtime_error(name + ": the folder cannot be made.");
     myPath = name;
   }
