@@ -8,6 +8,7 @@ import http.client
 import json
 import os
 import poplib
+import random
 import re
 import select
 import shutil
@@ -31,9 +32,11 @@ in_release = unittest.skipIf(SANITIZED, "tried without sanitizers")
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """Below those that connections get by themselves, so that none of them takes it before its server does."""
+    while True:
+        with socket.socket() as probe, contextlib.suppress(OSError):
+            probe.bind(("127.0.0.1", random.SystemRandom().randrange(12000, 32000)))
+            return probe.getsockname()[1]
 
 
 class Server:
