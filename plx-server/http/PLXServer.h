@@ -24,24 +24,15 @@
 #include "PLXPreferenceStore.h"
 #include "PLXRecordStore.h"
 #include "PLXSite.h"
+#include "PLXStateLock.h"
 
 class PLXAdministration;
-
-// Another process holds the state folder.
-class PLXStateInUse : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 // Makes the state folder, mode 0700, with the folders that the server keeps in it. Throws std::runtime_error
 // with a sentence when that cannot be done.
 void PrepareStateFolder(std::filesystem::path const& state_i);
 // The file with the logins that open the administration.
 std::filesystem::path ServerLoginsFile(std::filesystem::path const& state_i);
-
-// The number of the server process that uses the state folder, "unknown" when it cannot be read; none when
-// nobody does.
-std::optional<std::string> StateUser(std::filesystem::path const& state_i);
 
 // The server: finds site, region and file of a request and answers with a static file, a page, an action or
 // the administration. Lives from start to stop; configuration can be replaced while it runs: a request keeps
@@ -55,7 +46,8 @@ class PLXServer : public PLXRequestHandler {
 
   // Everything the server keeps lies in the configuration's state folder, which it makes and locks.
   // `overrides_i` are the command line's key=value pairs, taken again at each Reload. Throws PLXStateInUse
-  // when another server uses the folder, std::runtime_error with a sentence when it cannot be written.
+  // when another server uses the folder, PLXStateVersionError when the state is not one that this server
+  // knows or can bring to its own version, std::runtime_error with a sentence when it cannot be written.
   explicit PLXServer(PLXConfiguration configuration_i, std::vector<std::string> overrides_i = {},
                      Use use_i = Use::kServe);
   ~PLXServer() override;
@@ -72,9 +64,10 @@ class PLXServer : public PLXRequestHandler {
   // anew.
   void Reload();
   // Renders one page outside any connection, for the command line: no login is asked for. 404 for what is no
-  // page. An empty site name means the first site.
+  // page. An empty site name means the first site. With a sink, all that modules do and ask meanwhile goes
+  // there.
   PLXResponse Render(std::string const& path_i, std::vector<PLXNameValue> const& arguments_i,
-                     std::string const& site_i = {});
+                     std::string const& site_i = {}, PLXTraceSink const& trace_i = {});
   // The same for a text that is no file, as a page in the folder of the region "SITE/REGION" to which a form
   // was posted. Throws std::invalid_argument when there is no such region.
   PLXResponse RenderText(std::string text_i, std::string const& region_i,
@@ -95,7 +88,7 @@ class PLXServer : public PLXRequestHandler {
   struct Plan;        // how one request is to be answered
   enum class Privacy;
 
-  void TakeLock();
+  void TakeState(PLXConfiguration const& configuration_i);
   std::shared_ptr<Generation const> Current() const;
 
   // Dispose, step by step; each fills the plan or leaves it for the next.
@@ -124,7 +117,7 @@ class PLXServer : public PLXRequestHandler {
   std::vector<std::string> const myOverrides;
   Use const myUse;
   std::filesystem::path const myState;
-  int myLock = -1;  // descriptor of the locked file
+  std::optional<PLXStateLock> myLock;  // kServe
   std::unique_ptr<PLXPreferenceStore> myPreferences;
   std::unique_ptr<PLXLoginStore> myServerLogins;
   std::unique_ptr<PLXRecordEngine> myRecords;

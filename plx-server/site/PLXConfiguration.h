@@ -71,6 +71,11 @@ struct PLXConfiguration {
   std::vector<PLXSiteConfiguration> sites;  // at least one after a good Load
 };
 
+// The folder of "logins" and "regions".
+inline std::filesystem::path const& PLXSharedFolder(PLXConfiguration const& configuration_i) {
+  return configuration_i.state;
+}
+
 // Something wrong with what a person wrote, told so that the person can mend it.
 struct PLXConfigurationProblem {
   std::filesystem::path file;  // empty: the command line

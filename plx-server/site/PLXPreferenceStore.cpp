@@ -4,6 +4,7 @@
 
 #include "PLXLog.h"
 #include "PLXSQLite.h"
+#include "PLXSchemaVersion.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ std::string KeyOf(std::string_view region_i, std::string_view owner_i, std::stri
 
 PLXPreferenceStore::PLXPreferenceStore(std::filesystem::path const& file_i)
     : myDatabase(std::make_unique<PLXSQLite>(file_i)) {
-  myDatabase->Run(kCreate);
+  Prepare(file_i.string());
   myDatabase->Run("SELECT region, owner, name, value FROM preference", {}, [this](PLXSQLRow& row_io) {
     auto const text = [&row_io](std::size_t index) -> std::string& {
       return std::get<std::string>(row_io[index]);
@@ -38,6 +39,16 @@ PLXPreferenceStore::PLXPreferenceStore(std::filesystem::path const& file_i)
 }
 
 PLXPreferenceStore::~PLXPreferenceStore() = default;
+
+void PLXPreferenceStore::Prepare(std::string const& file_i) {
+  bool isNew = true;
+  myDatabase->Run("SELECT 1 FROM sqlite_schema", {}, [&isNew](PLXSQLRow&) { isNew = false; });
+  if (!isNew) return PLXCheckSchema(*myDatabase, file_i);
+  PLXSQLTransaction transaction(*myDatabase);
+  myDatabase->Run(kCreate);
+  PLXMarkSchema(*myDatabase);
+  transaction.Commit();
+}
 
 std::optional<std::string> PLXPreferenceStore::Get(std::string_view region_i, std::string_view owner_i,
                                                    std::string_view name_i) const {

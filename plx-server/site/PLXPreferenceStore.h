@@ -18,7 +18,7 @@ class PLXSQLite;
 // Kept in SQLite and in memory: a read costs a look-up, a write returns when it is on the disk. Any thread.
 class PLXPreferenceStore {
  public:
-  // Throws PLXSQLError when the file cannot be used.
+  // Throws PLXSQLError when the file cannot be used, or is of another version.
   explicit PLXPreferenceStore(std::filesystem::path const& file_i);
   ~PLXPreferenceStore();
 
@@ -32,6 +32,8 @@ class PLXPreferenceStore {
   bool Remove(std::string_view region_i, std::string_view owner_i, std::string_view name_i);
 
  private:
+  void Prepare(std::string const& file_i);
+
   using Key = std::string;                           // region, owner and name, each followed by a zero byte
   std::mutex myWriting;                              // one write at a time; taken before myMutex
   mutable std::shared_mutex myMutex;                 // held for look-ups and never while the disk works
