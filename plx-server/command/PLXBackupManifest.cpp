@@ -21,12 +21,14 @@ bool ReadNumber(std::string const& text_i, Number& number_o) {
   return error == std::errc() && end == text_i.data() + text_i.size();
 }
 
-// Below "state" or "sites", and nowhere else.
+// In one of the folders that a backup has, and nowhere else.
 bool IsInside(std::string const& path_i) {
   fs::path const path = path_i;
-  if (path.is_absolute() || !(path_i.starts_with("state/") || path_i.starts_with("sites/"))) return false;
-  return std::all_of(path.begin(), path.end(),
-                     [](fs::path const& step) { return !step.empty() && step != "." && step != ".."; });
+  bool const isKnown =
+      path_i.starts_with("state/") || path_i.starts_with("sites/") || path_i.starts_with("reference/");
+  return isKnown && std::all_of(path.begin(), path.end(), [](fs::path const& step) {
+           return !step.empty() && step != "." && step != "..";
+         });
 }
 
 bool IsBelowRoot(std::string const& path_i) {

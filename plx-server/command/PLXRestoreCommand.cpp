@@ -76,9 +76,7 @@ class Restore {
         myManifest(std::move(manifest_i)),
         mySites(configuration_i),
         myIsStateOnly(request_i.isStateOnly) {
-    std::string const name = "before-restore-" + PLXDateForName();
-    myFormer = name;
-    for (int number = 2; Exists(myState / myFormer); ++number) myFormer = name + "-" + std::to_string(number);
+    myFormer = PLXDatedPath(myState, "before-restore-").filename().string();
   }
 
   // Names of sites that the configuration lacks, with a comma between them.

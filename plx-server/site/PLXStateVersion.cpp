@@ -45,7 +45,7 @@ void SyncFolder(fs::path const& folder_i) {
 
 // A copy of all that a step may change, whole under its name or not there.
 fs::path KeepCopy(fs::path const& state_i, fs::path const& shared_i, std::int64_t version_i) {
-  fs::path const kept = state_i / ("before-upgrade-" + std::to_string(version_i) + "-" + PLXDateForName());
+  fs::path const kept = PLXDatedPath(state_i, "before-upgrade-" + std::to_string(version_i) + "-");
   std::string unfinished = kept.string() + ".unfinished-XXXXXX";
   if (::mkdtemp(unfinished.data()) == nullptr) {
     throw PLXStateVersionError(unfinished + ": the folder for a copy of the old state cannot be made (" +
@@ -82,12 +82,16 @@ void ChangePart(fs::path const& file_i, Part const& part_i, std::span<PLXStateSt
 
 }  // namespace
 
-std::string PLXDateForName() {
+fs::path PLXDatedPath(fs::path const& folder_i, std::string const& prefix_i) {
   std::time_t const now = std::time(nullptr);
   tm broken{};
   ::localtime_r(&now, &broken);
   char text[32];
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%d-%H%M%S", &broken)};
+  std::string const name =
+      prefix_i + std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d-%H%M%S", &broken));
+  fs::path path = folder_i / name;
+  for (int number = 2; Exists(path); ++number) path = folder_i / (name + "-" + std::to_string(number));
+  return path;
 }
 
 std::int64_t PLXReadStateMark(fs::path const& state_i) {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <span>
 #include <stdexcept>
+#include <string>
 
 #include "PLXSchemaVersion.h"
 
@@ -46,5 +47,6 @@ void PLXCheckState(std::filesystem::path const& state_i);
 std::int64_t PLXReadStateMark(std::filesystem::path const& state_i);
 void PLXWriteStateMark(std::filesystem::path const& state_i, std::int64_t version_i);
 
-// "2026-11-24-031500", for the names of folders that keep what was.
-std::string PLXDateForName();
+// A path in the folder that nothing has yet, for what is kept: the prefix and the date,
+// "before-restore-2026-11-24-031500".
+std::filesystem::path PLXDatedPath(std::filesystem::path const& folder_i, std::string const& prefix_i);
