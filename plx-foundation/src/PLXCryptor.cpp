@@ -291,8 +291,8 @@ void QuotePiece(std::string_view piece_i, char const* start_i, char*& target_io,
   column_io = column;
 }
 
-// Copies one line without its end, each "=" with the two digits after it as a byte. Where escapes are dense the
-// few bytes between two are copied one by one, which costs less than to look for the next.
+// Copies one line without its end, each "=" with the two digits after it as a byte. Where escapes are dense
+// the few bytes between two are copied one by one, which costs less than to look for the next.
 char* DecodeQuotedLine(std::string_view line_i, char* target_o) {
   constexpr std::ptrdiff_t kFewBytes = 4;
   char const* source = line_i.data();

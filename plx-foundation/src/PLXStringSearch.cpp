@@ -191,8 +191,8 @@ PLXUInt32 PLXFindDifference(char const* left_i, char const* right_i, PLXUInt32 l
     std::memcpy(&right, right_i + offset_i, sizeof right);
     return left ^ right;
   };
-  while (length_i - index >= 32 && (difference(index) | difference(index + 8) | difference(index + 16) |
-                                    difference(index + 24)) == 0) {
+  while (length_i - index >= 32 &&
+         (difference(index) | difference(index + 8) | difference(index + 16) | difference(index + 24)) == 0) {
     index += 32;
   }
   for (; length_i - index >= 8; index += 8) {

@@ -21,10 +21,11 @@ char const* PLXFindBackward(char const* text_i, PLXUInt32 length_i, char const* 
                             PLXUInt32 patternLength_i, bool ignoreCase_i) noexcept;
 
 // The first place of the pattern with its letters as they are, or null; here, so that a search of few bytes
-// costs no more than the platform's. Most searches end at one of the first places that begin like the pattern, and memchr finds those fastest. A
-// text with many such places is memmem's, which also bounds what a hostile pattern can cost.
+// costs no more than the platform's. Most searches end at one of the first places that begin like the
+// pattern, and memchr finds those fastest. A text with many such places is memmem's, which also bounds what a
+// hostile pattern can cost.
 inline char const* PLXFindExact(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
-                      PLXUInt32 patternLength_i) noexcept {
+                                PLXUInt32 patternLength_i) noexcept {
   constexpr int kPlacesTried = 16;
   char const* const textEnd = text_i + length_i;
   char const* const placesEnd = textEnd - (patternLength_i - 1);

@@ -165,7 +165,7 @@ constexpr bool IsSeparator(char character_i) {
 // any other format and for a long one.
 bool ReplaceTokensInOneWalk(std::string_view format_i, Moment const& moment_i, PLXString& text_o) {
   constexpr std::size_t kLongestFormat = 96;
-  constexpr std::size_t kMostPerByte = 3;  // "\001M\001" becomes two digits, the month's name takes four bytes
+  constexpr std::size_t kMostPerByte = 3;  // the longest for its token is "September", for four bytes
   constexpr std::size_t kLongestTimeZone = 6 * kMostPerByte;
   if (format_i.size() > kLongestFormat || moment_i.timeZone.size() > kLongestTimeZone) return false;
   char text[kLongestFormat * kMostPerByte];
