@@ -185,7 +185,7 @@ PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> 
     myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, *myRecords, trace);
     myPages = std::make_unique<PLXPageCache>(*myModules);
     myAdministration =
-        std::make_unique<PLXAdministration>(*myModules, *myServerLogins, myActive, *myRecords, [this] {
+        std::make_unique<PLXAdministration>(*myModules, *myServerLogins, myActive, *myRecords, myCounts, [this] {
           PLXListener const* const listener = myListener;
           return listener ? listener->Status() : PLXListenerStatus{};
         });
