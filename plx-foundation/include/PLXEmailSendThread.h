@@ -15,8 +15,8 @@ struct PLXEmailOutcome {
   };
   PLXEmailFields const& fields;  // without its message and attachments
   Status status = kKept;
-  PLXString name;              // under which it is stored, or would be; empty without a place for it
-  PLXString reason;            // why its server did not take it; empty when the attempt ended before
+  PLXString name{};            // under which it is stored, or would be; empty without a place for it
+  PLXString reason{};          // why its server did not take it; empty when the attempt ended before
   PLXUInt32 size = 0;          // bytes of the text that was sent
   PLXUInt32 milliseconds = 0;  // of the dialogue with its server
 };

@@ -15,7 +15,7 @@ constexpr char kDatabase[] = "__PLXDB__SendMail_Log__";
 constexpr char kFolder[] = "FM";
 constexpr char kOutbox[] = "FM.outbox";
 constexpr char kNamePrefix[] = "msg";
-constexpr double kJulianDayOf1970 = 2440587.5;
+constexpr int kDayNumberOf1970 = 2440587;
 
 std::string AsText(PLXSQLValue const& value_i) {
   if (auto const* const text = std::get_if<std::string>(&value_i)) return *text;
@@ -59,14 +59,19 @@ std::string Quoted(std::string_view text_i) {
   return quoted + '"';
 }
 
-// A message's number is the Julian day on which it was handed over, without its point.
+// A message's number is the day number on which it was handed over, by the local clock and from midnight on,
+// without its point.
 std::time_t TimeOfNumber(std::string const& number_i) {
   constexpr std::size_t kDayDigits = 7;
   bool const isDay = number_i.size() >= kDayDigits && number_i.size() < 40 &&
                      number_i.find_first_not_of("0123456789") == std::string::npos;
   if (!isDay) return 0;
-  double const day = std::stod(number_i.substr(0, kDayDigits) + "." + number_i.substr(kDayDigits));
-  return static_cast<std::time_t>((day - kJulianDayOf1970) * 86400);
+  std::tm parts{};
+  parts.tm_year = 70;
+  parts.tm_mday = 1 + std::stoi(number_i.substr(0, kDayDigits)) - kDayNumberOf1970;
+  parts.tm_sec = static_cast<int>(std::stod("0." + number_i.substr(kDayDigits)) * 86400 + 0.5);
+  parts.tm_isdst = -1;
+  return std::max<std::time_t>(0, std::mktime(&parts));
 }
 
 std::uint64_t CountMessages(fs::path const& folder_i) {

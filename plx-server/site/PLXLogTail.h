@@ -13,7 +13,7 @@ struct PLXLogQuery {
   std::string_view log;                    // "server", "access" or "trace"
   std::size_t lines = 200;                 // at most
   PLXLogLevel level = PLXLogLevel::kNote;  // and worse; tells lines of the server log apart, no others
-  std::string text;                        // that a line must hold, ignoring the case of ASCII letters
+  std::string text{};                      // that a line must hold, ignoring the case of ASCII letters
 };
 
 struct PLXLogExcerpt {

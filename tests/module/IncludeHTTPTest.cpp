@@ -238,6 +238,6 @@ TEST(IncludeHTTP, TellsTheOperatorOnceAServiceIsOffered) {
   }
   ASSERT_EQ(GetNetworkModuleEntry()(operating.Event(kPLXEvent_Terminate)), 0u);
   operating.calls.clear();
-  RequestOf({});
+  RequestOf({{"url", "/x"}});
   EXPECT_TRUE(operating.calls.empty()) << "a service ends with the module";
 }
