@@ -82,7 +82,8 @@ class PLXEmailSendThread : public PLXThread {
   PLXString SendFormattedMessage(PLXTokenizedString const& recipients_i, PLXTokenizedString const& lines_i);
   void ReportSuccess(bool isWhole_i);
   // What became of the message.
-  PLXEmailOutcome::Status ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i, PLXString const& error_i);
+  PLXEmailOutcome::Status ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i,
+                                        PLXString const& error_i);
   // `name_io` is the name that the message is stored by, or would be. False when it could not be stored.
   bool StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i, PLXString& name_io) const;
   PLXString GenerateNextAttachmentLabel() const;

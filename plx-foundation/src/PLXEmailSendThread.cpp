@@ -312,7 +312,7 @@ void PLXEmailSendThread::ReportSuccess(bool isWhole_i) {
 // A message that cannot be stored in the folder stays in the outbox if it is there. One that is in neither,
 // because no disk takes it, is held in memory and tried again until the module goes.
 PLXEmailOutcome::Status PLXEmailSendThread::ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i,
-                                                         PLXString const& error_i) {
+                                                          PLXString const& error_i) {
   if (!HasFolder()) return PLXEmailOutcome::kLost;
   Arguments const failure = GetFailure(myFields, error_i);
   PLXString name = IsResend() ? myFields.messageID : myOutbox.GetName();

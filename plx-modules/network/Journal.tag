@@ -33,9 +33,12 @@ static _PLXAPI_ModuleProcessingInfo* Journal_GetService() noexcept {
 
 using Journal_Time = std::chrono::steady_clock::time_point;
 
-static PLXUInt32 Journal_GetMilliseconds(Journal_Time start_i) noexcept {
-  auto const time = std::chrono::steady_clock::now() - start_i;
-  return static_cast<PLXUInt32>(std::chrono::duration_cast<std::chrono::milliseconds>(time).count());
+static double Journal_GetSeconds(Journal_Time start_i) noexcept {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_i).count();
+}
+
+static std::uint64_t Journal_GetMilliseconds(double seconds_i) noexcept {
+  return static_cast<std::uint64_t>(seconds_i * 1000);
 }
 
 // ---- Lines of the log ----
@@ -209,13 +212,13 @@ static void Journal_TellInclude(PLXHTTP const& http_i, PLXString const& url_i, P
   try {
     auto* const service = Journal_GetService();
     if (service == nullptr) return;
-    PLXUInt32 const milliseconds = Journal_GetMilliseconds(start_i);
+    double const seconds = Journal_GetSeconds(start_i);
     bool const isAnswered = *http_i.GetProblem() == 0;
     PLXUInt32 const status = isAnswered ? http_i.GetStatus() : 0;
     PLXUInt32 const size = http_i.GetResponseData().GetLength();
     Journal_Line line(isAnswered ? "include" : "include failed");
     line.Add("url", Journal_GetPublicURL(url_i)).Add("status", status).Add("bytes", size);
-    line.Add("ms", milliseconds).Add("page", page_i);
+    line.Add("ms", Journal_GetMilliseconds(seconds)).Add("page", page_i);
     if (isAnswered) {
       PLXGlueAddNoteToServerLog(service, line.GetText());
     } else {
@@ -227,7 +230,7 @@ static void Journal_TellInclude(PLXHTTP const& http_i, PLXString const& url_i, P
         "status", isStatus ? PLXStringUtility::GetStringRepresentation(status) : PLXString("none"));
     PLXGlueAddToFigure(service, kJournal_Includes + "{" + label + "}", 1);
     PLXGlueAddToFigure(service, kJournal_IncludeBytes, size);
-    PLXGlueAddToFigure(service, kJournal_IncludeSeconds, milliseconds / 1000.0);
+    PLXGlueAddToFigure(service, kJournal_IncludeSeconds, seconds);
   } catch (...) {
   }
 }
@@ -273,11 +276,11 @@ class Journal_Collection {
   }
 
   void TellTo(_PLXAPI_ModuleProcessingInfo* service_i) const {
-    PLXUInt32 const milliseconds = Journal_GetMilliseconds(myStart);
+    double const seconds = Journal_GetSeconds(myStart);
     bool const isGood = *myReason == 0;
     Journal_Line line(isGood ? "mailbox collected" : "mailbox failed");
     line.Add("server", myServer).Add("user", myUser).Add("new", myNewCount).Add("known", myKnownCount);
-    line.Add("bytes", myBytes).Add("ms", milliseconds).Add("tag", PLXString(myTag));
+    line.Add("bytes", myBytes).Add("ms", Journal_GetMilliseconds(seconds)).Add("tag", PLXString(myTag));
     line.Add("page", PLXGlueGetCGIEnvironmentVariable(myInfo, "SCRIPT_NAME"));
     if (isGood) {
       PLXGlueAddNoteToServerLog(service_i, line.GetText());
@@ -292,7 +295,7 @@ class Journal_Collection {
     PLXGlueAddToFigure(service_i, isGood ? kJournal_CollectionsGood : kJournal_CollectionsFailed, 1);
     PLXGlueAddToFigure(service_i, kJournal_CollectedMessages, static_cast<double>(myNewCount));
     PLXGlueAddToFigure(service_i, kJournal_CollectedBytes, static_cast<double>(myBytes));
-    PLXGlueAddToFigure(service_i, kJournal_CollectionSeconds, milliseconds / 1000.0);
+    PLXGlueAddToFigure(service_i, kJournal_CollectionSeconds, seconds);
   }
 
   _PLXAPI_ModuleProcessingInfo* const myInfo;

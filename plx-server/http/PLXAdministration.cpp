@@ -178,7 +178,6 @@ PLXAdministration::Page PLXAdministration::Status(PLXRequest const&, PLXSites co
 
 PLXAdministration::Page PLXAdministration::Requests(PLXRequest const& request_i, PLXSites const&) {
   Page page{"Requests that run now", "", std::string(kRefresh)};
-  page.body = TableHead({"Number", "Request", "What", "State", "Seconds", "Included", "Client"});
   auto const now = std::chrono::steady_clock::now();
   for (PLXActiveRequests::Entry const& entry : myActive.List()) {
     if (entry.id == request_i.id) continue;
@@ -187,6 +186,11 @@ PLXAdministration::Page PLXAdministration::Requests(PLXRequest const& request_i,
                  Cell(entry.what) + Cell(StageName(entry.stage)) + NumberCell(std::to_string(seconds)) +
                  NumberCell(std::to_string(entry.includeDepth)) + Cell(entry.address) + "</tr>\n";
   }
+  if (page.body.empty()) {
+    page.body = "<p>Nothing runs right now but this page, which is asked for again every 5 seconds.</p>\n";
+    return page;
+  }
+  page.body = TableHead({"Number", "Request", "What", "State", "Seconds", "Included", "Client"}) + page.body;
   page.body += kTableEnd;
   page.body +=
       "<p class=\"quiet\">\"Included\" tells how many pages of this server wait for the request.</p>\n";

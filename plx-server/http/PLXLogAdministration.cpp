@@ -11,7 +11,8 @@ struct Choice {
   std::string_view label;
 };
 
-constexpr Choice kLogs[] = {{"server", "what happens"}, {"access", "requests"}, {"trace", "calls of modules"}};
+constexpr Choice kLogs[] = {
+    {"server", "server: what happens"}, {"access", "access: requests"}, {"trace", "trace: calls of modules"}};
 // In the order of PLXLogLevel.
 constexpr Choice kLevels[] = {{"note", "everything"},
                               {"warning", "warnings and worse"},
@@ -50,9 +51,11 @@ std::string Selection(std::string_view label_i, std::string_view name_i, Choice 
 
 // Why there are no lines.
 std::string Nothing(PLXLogExcerpt const& excerpt_i, bool isFiltered_i, std::size_t log_i) {
-  if (excerpt_i.lines.empty() && isFiltered_i) return "<p>No line is of this level and holds this text.</p>\n";
+  if (excerpt_i.lines.empty() && isFiltered_i)
+    return "<p>No line is of this level and holds this text.</p>\n";
   if (kLogs[log_i].value == "trace") {
-    return "<p>Nothing has been traced. The key <code>trace</code> writes every call of the modules here, the "
+    return "<p>Nothing has been traced. The key <code>trace</code> writes every call of the modules here, "
+           "the "
            "header <code>X-PLX-Trace: 1</code> those of one request from this machine.</p>\n";
   }
   return "<p>Nothing has been logged yet.</p>\n";
@@ -81,14 +84,15 @@ PLXLogPage::PLXLogPage(PLXRequest const& request_i, std::filesystem::path const&
     std::string const still = std::string(kPath) + "?file=" + std::string(kLogs[log].value) +
                               "&level=" + std::string(kLevels[level].value) +
                               "&lines=" + std::string(kLines[lines].value) + "&text=" + EncodeArgument(text);
-    body += "<p role=\"status\">This page is asked for again every 5 seconds. " + Link(still, "Hold it still") +
-            "</p>\n";
+    body += "<p role=\"status\">This page is asked for again every 5 seconds. " +
+            Link(still, "Hold it still") + "</p>\n";
   }
   if (excerpt.lines.empty()) {
     body += Nothing(excerpt, level > 0 || !text.empty(), log);
   } else {
-    body += "<div class=\"tail\" tabindex=\"0\" role=\"region\" aria-label=\"Lines of the log, the newest "
-            "last\"><pre>";
+    body +=
+        "<div class=\"tail\" tabindex=\"0\" role=\"region\" aria-label=\"Lines of the log, the newest "
+        "last\"><pre>";
     for (std::string const& line : excerpt.lines) body += EncodeHTML(line) + "\n";
     body += "</pre></div>\n";
   }

@@ -505,8 +505,7 @@ void PLXServer::Finished(PLXRequest const& request_i, PLXResponse const& respons
       request_i.method + " " + WithoutUser(request_i.target) + " " + request_i.version;
   std::string line = request_i.remoteAddress.empty() ? "-" : request_i.remoteAddress;
   line += " - " + LoggedUser(request_i) + " " + LogTime() + " " + Quoted(request) + " ";
-  line += std::to_string(status) + " " +
-          std::to_string(bytesSent_i) + " ";
+  line += std::to_string(status) + " " + std::to_string(bytesSent_i) + " ";
   line +=
       Quoted(WithoutUser(request_i.Header("Referer"))) + " " + Quoted(request_i.Header("User-Agent")) + " ";
   line += std::to_string(took_i.count()) + " " + std::to_string(request_i.id);

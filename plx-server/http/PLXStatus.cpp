@@ -51,7 +51,9 @@ std::string LocalTime(std::time_t time_i) {
   return text;
 }
 
-std::string Count(double number_i) { return std::to_string(static_cast<std::uint64_t>(std::max(0.0, number_i))); }
+std::string Count(double number_i) {
+  return std::to_string(static_cast<std::uint64_t>(std::max(0.0, number_i)));
+}
 
 std::string Bytes(double bytes_i) {
   if (bytes_i < 10000) return Count(bytes_i) + " bytes";
@@ -70,7 +72,8 @@ std::string Label(PLXFigures::Series const& series_i, std::string const& name_i)
 
 std::string Paragraph(std::string_view text_i) { return "<p>" + EncodeHTML(text_i) + "</p>\n"; }
 
-void AppendPages(PLXListenerStatus const& status_i, PLXRequestCounts const& counts_i, PLXFigureText& text_io) {
+void AppendPages(PLXListenerStatus const& status_i, PLXRequestCounts const& counts_i,
+                 PLXFigureText& text_io) {
   text_io.AddOnly("plxserver_requests_total", "Requests that were read.",
                   static_cast<double>(status_i.requests));
   text_io.Begin("plxserver_answers_total", "Answers by the class of their status.");
@@ -166,7 +169,8 @@ std::string PLXStatus::NothingYet(std::string_view figure_i, std::string_view se
   if (!myFigures.Has(figure_i)) {
     return Paragraph("No loaded module counts this. The network module does; the key \"modules\" names it.");
   }
-  return Paragraph(std::string(sentence_i) + " since " + LocalTime(myStartTime) + ", when the server started.");
+  return Paragraph(std::string(sentence_i) + " since " + LocalTime(myStartTime) +
+                   ", when the server started.");
 }
 
 std::string PLXStatus::Page(PLXSites const& sites_i) {
@@ -181,31 +185,28 @@ std::string PLXStatus::Page(PLXSites const& sites_i) {
 std::string PLXStatus::MailPart(PLXSites const& sites_i) {
   double const sent = myFigures.Sum("plx_mail_sent_total");
   double const failed = myFigures.Sum("plx_mail_failed_total");
-  std::string part;
-  if (sent + failed == 0) {
-    part = NothingYet("plx_mail_sent_total", "No mail has been sent");
-  } else {
-    part = "<dl>\n" +
-           Pair("Sent", Count(sent) + ", " + Bytes(myFigures.Sum("plx_mail_sent_bytes_total")) + ", " +
-                            Average(myFigures.Sum("plx_mail_seconds_total"), sent + failed) +
-                            " for a message") +
-           Pair("Failed attempts", Count(failed)) + "</dl>\n";
-    if (failed == 0) part += NothingYet("plx_mail_failed_total", "No mail has failed");
+  std::string const since = sent + failed == 0 ? NothingYet("plx_mail_sent_total", "No mail has been sent")
+                            : failed == 0      ? NothingYet("plx_mail_failed_total", "No mail has failed")
+                                               : "";
+  std::string pairs;
+  if (sent + failed > 0) {
+    pairs += Pair("Sent", Count(sent) + " (" + Bytes(myFigures.Sum("plx_mail_sent_bytes_total")) + ")") +
+             Pair("Failed attempts", Count(failed)) +
+             Pair("Time for one", Average(myFigures.Sum("plx_mail_seconds_total"), sent + failed));
   }
   Mail const mail = ReadMail(sites_i);
   if (!mail.summary) {
-    return part + Paragraph(mail.problem.empty() ? "The list of failed mail is being read."
-                                                 : "The list of failed mail cannot be read: " + mail.problem);
+    return since + "<dl>\n" + pairs + "</dl>\n" +
+           Paragraph(mail.problem.empty() ? "The list of failed mail is being read."
+                                          : "The list of failed mail cannot be read: " + mail.problem);
   }
-  part += "<dl>\n" + Pair("On its way", std::to_string(mail.summary->underway)) +
-          Pair("In the list of failed mail", std::to_string(mail.summary->failed));
+  pairs += Pair("On its way", std::to_string(mail.summary->underway)) +
+           Pair("In the list of failed mail", std::to_string(mail.summary->failed));
   if (mail.summary->oldest != 0) {
-    part += Pair("Oldest of these", LocalTime(mail.summary->oldest) + ", " +
-                                        Duration(std::max<std::time_t>(
-                                            0, std::time(nullptr) - mail.summary->oldest)) +
-                                        " ago");
+    auto const age = std::max<std::time_t>(0, std::time(nullptr) - mail.summary->oldest);
+    pairs += Pair("Oldest of these", LocalTime(mail.summary->oldest) + ", " + Duration(age) + " ago");
   }
-  part += "</dl>\n";
+  std::string part = since + "<dl>\n" + pairs + "</dl>\n";
   if (mail.summary->failed > 0) {
     part +=
         "<p>Look at it with <code>plxserver queue list</code> or on the site's page of failed mail; "
@@ -236,8 +237,8 @@ std::string PLXStatus::CollectionsPart() const {
   }
   if (good + failed == 0) return NothingYet("plx_collections_total", "No mailbox has been collected");
   std::string part = "<dl>\n" + Pair("Good", Count(good)) + Pair("Failed", Count(failed)) +
-                     Pair("New messages", Count(myFigures.Sum("plx_collected_messages_total")) + ", " +
-                                              Bytes(myFigures.Sum("plx_collected_bytes_total"))) +
+                     Pair("New messages", Count(myFigures.Sum("plx_collected_messages_total")) + " (" +
+                                              Bytes(myFigures.Sum("plx_collected_bytes_total")) + ")") +
                      "</dl>\n";
   auto const mailboxes = myFigures.List("plx_collection_last_success_timestamp_seconds");
   if (mailboxes.empty()) return part + Paragraph("No mailbox could be collected yet.");
@@ -264,8 +265,8 @@ std::string PLXStatus::ServerPart(PLXSites const& sites_i) const {
       std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - myStart);
   std::string answers;
   for (std::size_t digit = 2; digit < myCounts.answers.size(); ++digit) {
-    answers += (digit == 2 ? "" : ", ") + std::to_string(digit) + "xx " +
-               std::to_string(myCounts.answers[digit]);
+    answers +=
+        (digit == 2 ? "" : ", ") + std::to_string(digit) + "xx " + std::to_string(myCounts.answers[digit]);
   }
   std::string part = "<dl>\n" + Pair("Running for", Duration(uptime.count())) +
                      Pair("Requests so far", std::to_string(status.requests)) + Pair("Answers", answers) +
@@ -279,13 +280,12 @@ std::string PLXStatus::ServerPart(PLXSites const& sites_i) const {
                                  : std::to_string(waits.count) + " times, " +
                                        Count(std::chrono::duration<double, std::milli>(waits.time).count()) +
                                        " ms together";
-  part += Pair("Waited for a database connection", waited) +
-          Pair("Threads", std::to_string(process.threads)) +
-          Pair("Memory", std::to_string(process.memory >> 20) + " MB") +
-          Pair("Process", std::to_string(::getpid())) +
-          Pair("Configuration",
-               configuration.file.empty() ? "the command line" : configuration.file.string()) +
-          Pair("State", configuration.state.string()) + Pair("PLX Server", PLX_SERVER_VERSION);
+  part +=
+      Pair("Waited for a database connection", waited) + Pair("Threads", std::to_string(process.threads)) +
+      Pair("Memory", std::to_string(process.memory >> 20) + " MB") +
+      Pair("Process", std::to_string(::getpid())) +
+      Pair("Configuration", configuration.file.empty() ? "the command line" : configuration.file.string()) +
+      Pair("State", configuration.state.string()) + Pair("PLX Server", PLX_SERVER_VERSION);
   for (PLXModuleDescription const& module : myModules.Describe()) part += Pair(module.name, module.version);
   return part + "</dl>\n";
 }

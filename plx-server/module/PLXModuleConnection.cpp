@@ -192,8 +192,8 @@ PLXModuleHost::Connection* PLXModuleHost::Connection::Find(PLXConnectionID id_i)
 // The handle of this event is the service's own and no connection stands behind it, so that all a module can
 // ask during the event is what it may ask afterwards.
 void PLXModuleHost::Connection::OfferService(PLXModuleHost const& host_i, Module& module_io) {
-  module_io.service = std::make_unique<PLXModuleService>(module_io.description.name, host_i.myFigures,
-                                                         host_i.myTraceAll);
+  module_io.service =
+      std::make_unique<PLXModuleService>(module_io.description.name, host_i.myFigures, host_i.myTraceAll);
   _PLXAPI_ModuleProcessingInfo info{module_io.service->Handle(), kPLXEvent_Service, &Connection::Support,
                                     &Connection::Database};
   PLXUInt32 result = kPLXResult_GeneralError;

@@ -23,9 +23,9 @@ struct PLXModuleHost::Module {
   PLXModuleDescription description;
   void* library = nullptr;  // of dlopen
   PLXModuleEntryPtr entry = nullptr;
-  bool isNamed = false;                    // until then its file's name stands in its description
-  std::atomic<bool> isTerminated = false;  // it has answered the terminate event
-  std::string refusals;                    // sentences on what it announced and did not get
+  bool isNamed = false;                       // until then its file's name stands in its description
+  std::atomic<bool> isTerminated = false;     // it has answered the terminate event
+  std::string refusals;                       // sentences on what it announced and did not get
   std::unique_ptr<PLXModuleService> service;  // when it wants one, until it has answered the terminate event
 
   Module() = default;

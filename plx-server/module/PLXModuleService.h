@@ -26,7 +26,8 @@ class PLXModuleService {
 
   // Answers a support request with a handle that is no running event's. None for one that is no open service
   // handle, or for a request that none takes.
-  static std::optional<PLXUInt32> Answer(PLXConnectionID handle_i, PLXUInt32 code_i, void* const (&words_i)[5]);
+  static std::optional<PLXUInt32> Answer(PLXConnectionID handle_i, PLXUInt32 code_i,
+                                         void* const (&words_i)[5]);
 
  private:
   struct State;

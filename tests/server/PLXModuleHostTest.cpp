@@ -273,7 +273,8 @@ TEST_F(PLXModuleHostLoading, GiveNoServiceToWhoWantsNone) {
   EXPECT_TRUE(host.Load(PLX_PROBE_MODULE_FILE, problem)) << problem;
   unsetenv("PLX_PROBE_ALONE");
   PLXPageContext context = fixture.Context();
-  EXPECT_EQ(RenderPage(*PLXPage::Parse("<plxProbe service=MWtL in=text x=MLgN>", host), host, context), "MNCn");
+  EXPECT_EQ(RenderPage(*PLXPage::Parse("<plxProbe service=MWtL in=text x=MLgN>", host), host, context),
+            "MNCn");
 }
 
 TEST_F(PLXModuleHostCalls, RunActions) {

@@ -22,8 +22,9 @@
 //   x=N           number in the last word, or a code's four letters
 //   n             number for the module in the last word
 //   quiet         shows nothing
-// It writes the result, then [text](size) for each buffer, then #number. "service" in place of "call" makes the
-// call with the service handle, on a thread of its own. <plxProbe do=...> and the announcement, which the environment variable PLX_PROBE steers, are below.
+// It writes the result, then [text](size) for each buffer, then #number. "service" in place of "call" makes
+// the call with the service handle, on a thread of its own. <plxProbe do=...> and the announcement, which the
+// environment variable PLX_PROBE steers, are below.
 
 namespace {
 

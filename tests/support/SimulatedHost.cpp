@@ -11,8 +11,8 @@
 namespace {
 
 // What stands in the slots of a request: 'i' a text in, 'o' a text out, 'b' a text in and out, 'r' raw
-// characters with their length, 'd' a double in, if any, 'x' a word in, 'y' a word out, 'v' a value in, 'g' a value out; then at the
-// end 'w' a word in or 'n' a number out, in the last slot.
+// characters with their length, 'd' a double in, if any, 'x' a word in, 'y' a word out, 'v' a value in, 'g' a
+// value out; then at the end 'w' a word in or 'n' a number out, in the last slot.
 struct Shape {
   char const* slots;
   char const* codes;
