@@ -24,6 +24,8 @@ MESSAGE = (b"From: Bob <bob@example.net>\nTo: alice@example.net\nSubject: The pl
            b'Content-Type: text/plain; name="planets.txt"\nContent-Disposition: attachment; filename="planets.txt"\n\n'
            b"Mercury\n--b--\n")
 
+SAVE_OPTIONS = "1plxEmailClientAction=ip1lcx"  # the button of the web mail's user options
+
 
 def blocks(text):
     """The fenced blocks of a page: (word behind the fence, text)."""
@@ -48,9 +50,13 @@ class Examples(ServerCase):
         cls.server.command("user", "set", "keeper", "--region", "test/main", input="open sesame\n")
         cls.server.command("records", "import", "Planets", str(SOURCE / "sites/demo/planets.csv"))
         text = "".join(file.read_text() for file in (*TAGS, DOCS / "page-language.md"))
-        with open(cls.mail.folder / "users", "a") as users:
-            users.writelines(f"{name}:secret\n" for name in sorted(set(re.findall(r"([a-z]+)@example\.net", text)) - {"alice"}))
+        names = sorted({"alice", *re.findall(r"([a-z]+)@example\.net", text)})
+        (cls.mail.folder / "users").write_text("".join(f"{name}:secret\n" for name in names))
+        cls.deliver(MESSAGE)
         cls.run_page('<plxEmailClient mode="addUser" username="ada" password="lovelace">', "account.html")
+        cls.server.write("web-mail.html", "<plxEmailClient>")
+        cls.web_mail({"POPUsername_plxEmailClient": "alice", "POPPassword_plxEmailClient": "secret", SAVE_OPTIONS: "Save",
+                      "POPServer_plxEmailClient": f"127.0.0.1:{cls.mail.pop3_port}"})
 
     @classmethod
     def deliver(cls, message):
@@ -65,12 +71,18 @@ class Examples(ServerCase):
         os.chown(file, owner.st_uid, owner.st_gid)
 
     @classmethod
+    def web_mail(cls, form):
+        answer = cls.server.request("POST", "/web-mail.html", urllib.parse.urlencode(form),
+                                    {"Content-Type": "application/x-www-form-urlencoded"}, ("ada", "lovelace"))
+        assert answer.status == 200, answer.text
+
+    @classmethod
     def run_page(cls, text, name, arguments=()):
         """What a page becomes, on the command line; one that asks for a login is opened with one."""
         for host, address in (("www.example.net", cls.server.host), ("mail.example.net", cls.mail.address),
                               ("pop.example.net", f"127.0.0.1:{cls.mail.pop3_port}")):
             text = text.replace(host, address)
-        cls.server.write(name, re.sub(r"(?<=[a-z])@example\.net", "@test", text))
+        cls.server.write(name, re.sub(r' (to|b?cc)="[^"]*"', lambda found: found[0].replace("@example.net", "@test"), text))
         done = cls.server.command("render", "/" + name, *arguments, "--set", f"listen={cls.server.host}", check=False)
         if "the status 401" not in done.stderr:
             assert done.returncode == 0, done.stderr
@@ -88,8 +100,6 @@ class Examples(ServerCase):
                 with self.subTest(page=file.name, block=text):
                     if kind == "html":
                         example, number = text, number + 1
-                        if "<plxPOP" in example:
-                            self.deliver(MESSAGE)
                         shown = self.run_page(example, f"{file.stem}-{number}.html", ARGUMENTS.get(file.name, ["name=Ada"]))
                         self.assertNotIn("This part of the page", shown)
                     elif kind == "result":
@@ -97,11 +107,11 @@ class Examples(ServerCase):
                     elif kind == "mail":
                         name = re.search(r"^To: (\w+)@", text, re.M)[1]
                         [message] = self.mail.wait_for(1, name)
-                        expected = pattern(text.replace("@example.net", "@test"))
-                        self.assertRegex(message.decode().replace("\r\n", "\n").replace("@example.net", "@test").strip(), "(?s)^" + expected)
-            self.assertGreater(number, 2, file)
+                        message = message.decode().replace("\r\n", "\n").replace("@test", "@example.net")
+                        self.assertRegex(message.strip(), "(?s)^" + pattern(text))
+            self.assertGreater(number, 1, file)
         self.assertEqual(json.loads(self.server.command("queue", "list", "--json").stdout), [])
-        self.assertEqual((self.server.root / "Attachments" / "archive" / "planets.txt").read_bytes(), b"Mercury\r\n")
+        self.assertEqual((self.server.root / "Attachments" / "archive" / "planets.txt").read_bytes(), b"Mercury")
 
     def test_the_record_of_a_mailbox(self):
         """The worked example of the file formats, made by the web mail."""
@@ -112,16 +122,7 @@ class Examples(ServerCase):
         for offset, row in re.findall(r"^([0-9a-f]{8})  ((?:[0-9a-f]{2} ){16})", dump, re.M):
             expected[int(offset, 16):int(offset, 16) + 16] = bytes.fromhex(row)
         self.deliver(message.encode())
-        button = "1plxEmailClientAction=" + {"Caca": "ip1lcx"}["Caca"]
-        page = '<plxEmailClient>'
-        self.server.write("web-mail.html", page)
-        self.server.command("render", "/account.html", check=False)
-        form = {"POPUsername_plxEmailClient": "alice", "POPPassword_plxEmailClient": "secret",
-                "POPServer_plxEmailClient": f"127.0.0.1:{self.mail.pop3_port}", button: "Save"}
-        for body in (form, {"x": "y"}):
-            answer = self.server.request("POST", "/web-mail.html", urllib.parse.urlencode(body),
-                                         {"Content-Type": "application/x-www-form-urlencoded"}, ("ada", "lovelace"))
-            self.assertEqual(answer.status, 200)
+        self.web_mail({"any": "button"})
         folder = self.server.root / "plxEmailClient Data" / "ada" / "Mailboxes"
         messages = (folder / "Inbox.mbx").read_bytes()
         records = [bytes(row) for row, in struct.iter_unpack("256s", (folder / "Inbox.idx").read_bytes())]
