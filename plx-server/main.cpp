@@ -26,6 +26,7 @@
 #include "PLXRecordCursor.h"
 #include "PLXServer.h"
 #include "PLXSite.h"
+#include "PLXSiteNames.h"
 #include "PLXStateVersion.h"
 #include "PLXTraceCommand.h"
 
@@ -317,8 +318,9 @@ int CheckFiles(PLXConfiguration const& configuration_i) {
       code = PLXFail(kExitUnavailable, error.what() + kAddressRemedy);
     }
   }
-  for (std::string const& warning : InstallationWarnings(configuration_i))
-    std::cerr << "plxserver: warning: " << warning << std::endl;
+  auto warnings = InstallationWarnings(configuration_i);
+  for (std::string& warning : PLXSiteNameWarnings(configuration_i)) warnings.push_back(std::move(warning));
+  for (std::string const& warning : warnings) std::cerr << "plxserver: warning: " << warning << std::endl;
   return code;
 }
 

@@ -25,6 +25,7 @@
 #include "PLXRecordStore.h"
 #include "PLXSite.h"
 #include "PLXStateLock.h"
+#include "PLXStatus.h"
 
 class PLXAdministration;
 
@@ -124,6 +125,7 @@ class PLXServer : public PLXRequestHandler {
   std::unique_ptr<PLXModuleHost> myModules;
   std::unique_ptr<PLXPageCache> myPages;
   PLXActiveRequests myActive;
+  PLXRequestCounts myCounts;
   PLXLoginThrottle myThrottle;  // of logins to regions and to pages
   std::unique_ptr<PLXAdministration> myAdministration;
   std::atomic<PLXListener*> myListener{nullptr};
