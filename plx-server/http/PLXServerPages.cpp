@@ -7,8 +7,9 @@ namespace {
 // Small enough to repeat in every page. Colours follow the reader's light or dark setting and keep a contrast
 // of at least 4.5 to 1 in both.
 constexpr std::string_view kStyle =
-    ":root{color-scheme:light dark;--line:#8886;--soft:#8881;--accent:#0b57a4;--good:#1c6b2c;--bad:#a8211c}"
-    "@media(prefers-color-scheme:dark){:root{--accent:#8fc1ff;--good:#7ed492;--bad:#ff9d97}}"
+    ":root{color-scheme:light "
+    "dark;--line:#8886;--soft:#8881;--accent:#0b57a4;--good:#1c6b2c;--bad:#a8211c;--quiet:#595959}"
+    "@media(prefers-color-scheme:dark){:root{--accent:#8fc1ff;--good:#7ed492;--bad:#ff9d97;--quiet:#b4b4b4}}"
     "*{box-sizing:border-box}"
     "body{margin:0 auto;max-width:64rem;padding:1rem;font:1rem/1.5 "
     "system-ui,sans-serif;overflow-wrap:anywhere}"
@@ -28,14 +29,14 @@ constexpr std::string_view kStyle =
     "0;text-align:left;vertical-align:top;"
     "border-bottom:1px solid var(--line)}td.number,th.number{text-align:right}"
     "dl{display:grid;grid-template-columns:minmax(8rem,max-content) 1fr;gap:.25rem "
-    "1rem}dt{opacity:.75}dd{margin:0}"
+    "1rem}dt{color:var(--quiet)}dd{margin:0}"
     "@media(max-width:35rem){dl{grid-template-columns:minmax(7rem,45%) 1fr}}"
     "code,pre{font-family:ui-monospace,monospace;font-size:.9em}"
     "pre{background:var(--soft);padding:.75rem;white-space:pre-wrap;border-radius:.25rem}"
     ".note{border-left:.3rem solid var(--good);background:var(--soft);padding:.5rem .75rem}"
     ".problem{border-left:.3rem solid var(--bad);background:var(--soft);padding:.5rem .75rem}"
     "input,button,select,textarea{font:inherit;max-width:100%}button{padding:.4rem 1rem}"
-    ".quiet{opacity:.75;font-size:.9rem}";
+    ".quiet{color:var(--quiet);font-size:.9rem}";
 
 bool IsPlainInAddress(char character_i) {
   return (character_i >= 'a' && character_i <= 'z') || (character_i >= 'A' && character_i <= 'Z') ||

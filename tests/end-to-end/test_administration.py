@@ -94,7 +94,7 @@ class Administration(ServerCase):
             texts += browser.text()
             if browser.js("!!document.querySelector('input[name=plxIncludeHTTP]')"):
                 preferences = link
-            queue += browser.js("[...document.querySelectorAll('a[href]')].map(a => a.href)")
+            queue += browser.js("[...document.querySelectorAll('a[href]')].map(a => a.href.split('#')[0])")
         return texts, preferences
 
 
@@ -151,7 +151,7 @@ class Accessible(ServerCase):
             seen, queue = set(), [self.server.url + "/plx-admin/"]
             while queue:
                 link = queue.pop(0)
-                if link in seen or "/plx-admin/" not in link or "record=" in link and "record=1" not in link:
+                if link in seen or "/plx-admin/" not in link or link.endswith("metrics") or re.search("record=[^1]", link):
                     continue
                 seen.add(link)
                 with self.subTest(link, size=size):
