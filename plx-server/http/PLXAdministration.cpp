@@ -231,7 +231,9 @@ PLXAdministration::Page PLXAdministration::Status(PLXRequest const&, PLXSites co
   page.body +=
       "</dl>\n<h2>Kept in</h2>\n<dl>\n" +
       Pair("Configuration", configuration.file.empty() ? "the command line" : configuration.file.string()) +
-      Pair("State", configuration.state.string()) + "</dl>\n";
+      Pair("State", configuration.state.string()) +
+      (configuration.shared.empty() ? "" : Pair("Shared with other servers", configuration.shared.string())) +
+      "</dl>\n";
   return page;
 }
 
