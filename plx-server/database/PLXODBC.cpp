@@ -89,10 +89,10 @@ std::string Braced(std::string const& text_i) {
   return braced + "}";
 }
 
-// The turn to connect. One at a time has it, because PostgreSQL's driver sets the locale of the whole process,
-// for a moment, while it connects. So a source that neither answers nor refuses keeps everybody waiting, until
-// the driver gives up: it is not tried again for longer than that took, and whoever waited for it meanwhile
-// fails with the first.
+// The turn to connect. One at a time has it, because PostgreSQL's driver sets the locale of the whole
+// process, for a moment, while it connects. So a source that neither answers nor refuses keeps everybody
+// waiting, until the driver gives up: it is not tried again for longer than that took, and whoever waited for
+// it meanwhile fails with the first.
 class ConnectingTurn {
  public:
   // Throws when the source is left alone at the moment, or the turn does not come.
@@ -100,8 +100,9 @@ class ConnectingTurn {
     std::unique_lock lock(ourMutex);
     bool const isFree = ourFreed.wait_for(lock, kPatience, [&] { return !ourIsTaken || IsLeftAlone(); });
     if (IsLeftAlone()) {
-      throw PLXSQLError(Kind::kLost,
-                        "The data source did not answer a moment ago and is not tried again for some seconds.");
+      throw PLXSQLError(
+          Kind::kLost,
+          "The data source did not answer a moment ago and is not tried again for some seconds.");
     }
     if (!isFree) {
       throw PLXSQLError(Kind::kLost, "Other data sources do not answer, and this one waits behind them.");
@@ -116,7 +117,8 @@ class ConnectingTurn {
     if (myIsConnected || took < kSlow) {
       ourSilent.erase(mySource);
     } else {
-      std::erase_if(ourSilent, [](auto const& entry) { return entry.second.until < Clock::now() - kForgotten; });
+      std::erase_if(ourSilent,
+                    [](auto const& entry) { return entry.second.until < Clock::now() - kForgotten; });
       Silent& silent = ourSilent[mySource];
       silent.pause = std::clamp(2 * silent.pause, kFirstPause, kLongestPause);
       silent.until = Clock::now() + silent.pause;
@@ -156,9 +158,8 @@ class ConnectingTurn {
 
 bool Connect(SQLHDBC handle_i, std::string const& source_i, std::string& connection_io) {
   ConnectingTurn turn(source_i);
-  bool const isConnected =
-      SQL_SUCCEEDED(SQLDriverConnect(handle_i, nullptr, Text(connection_io), SQL_NTS, nullptr, 0, nullptr,
-                                     SQL_DRIVER_NOPROMPT));
+  bool const isConnected = SQL_SUCCEEDED(SQLDriverConnect(handle_i, nullptr, Text(connection_io), SQL_NTS,
+                                                          nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT));
   if (isConnected) turn.IsConnected();
   return isConnected;
 }

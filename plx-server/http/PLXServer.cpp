@@ -255,7 +255,7 @@ void PLXServer::TakeLock() {
     std::string const owner = LockOwner(myLock);
     ::close(myLock);
     throw PLXUnavailable(myState.string() + ": another server uses this folder (process " + owner +
-                        "). Stop it, or give this one a folder of its own with the key \"state\".");
+                         "). Stop it, or give this one a folder of its own with the key \"state\".");
   }
   std::string const text = std::to_string(::getpid()) + "\n";
   if (PLXUninterrupted([&] { return ::ftruncate(myLock, 0); }) != 0 ||

@@ -28,7 +28,7 @@ constexpr long long kRememberedSeconds = 300;
 constexpr std::size_t kRememberedPairs = 4096;
 constexpr std::size_t kLargestFile = 16u << 20;
 constexpr std::string_view kTemporarySuffix = ".XXXXXX";  // of a file that takes another's place
-constexpr char kLockName[] = ".lock";                    // of the file in each folder that whoever writes locks
+constexpr char kLockName[] = ".lock";  // of the file in each folder that whoever writes locks
 
 using Lines = std::vector<std::string>;
 

@@ -10,9 +10,9 @@
 
 // Logins in a file of "user:hash" lines, the hashes made and checked by libcrypt (yescrypt).
 //
-// The file is read again when it has changed, whoever changed it. A check costs tens of milliseconds of processor on purpose, so
-// a pair that was accepted is remembered for five minutes under a key of this process. Call from a page
-// thread, never from the I/O thread. Any thread.
+// The file is read again when it has changed, whoever changed it. A check costs tens of milliseconds of
+// processor on purpose, so a pair that was accepted is remembered for five minutes under a key of this
+// process. Call from a page thread, never from the I/O thread. Any thread.
 class PLXLoginStore {
  public:
   explicit PLXLoginStore(std::filesystem::path file_i);

@@ -34,7 +34,9 @@ using Row = PLXPreferenceTable::Row;
 std::vector<Row> RowsOf(PLXSQLite& database_io) {
   std::vector<Row> rows;
   database_io.Run(kSelect, {}, [&rows](PLXSQLRow& row_io) {
-    auto const text = [&row_io](std::size_t index) { return std::move(std::get<std::string>(row_io[index])); };
+    auto const text = [&row_io](std::size_t index) {
+      return std::move(std::get<std::string>(row_io[index]));
+    };
     rows.push_back({text(0), text(1), text(2), text(3)});
   });
   return rows;
@@ -82,9 +84,8 @@ PLXPreferenceStore::PLXPreferenceStore(std::filesystem::path const& file_i,
     : PLXPreferenceStore(copy_i) {
   myShared = std::make_unique<PLXSharedPreferences>(
       std::move(maker_i), [this](std::vector<Row> const& rows_i) { Install(ValuesOf(rows_i)); });
-  std::vector<Row> const own = RowsOf(file_i);
   try {
-    if (myShared->Load(own)) {
+    if (myShared->Load(RowsOf(file_i))) {
       PLXLog::Note("The preferences of " + file_i.string() + " are now shared by all servers.");
     }
   } catch (PLXSQLError const& error) {
@@ -140,7 +141,7 @@ bool PLXPreferenceStore::Keep(Change const& change_i) {
       Store(change_i);
       return true;
     }
-    auto const apply = [&] {
+    auto const apply = [this, change_i] {
       try {
         Store(change_i);
       } catch (PLXSQLError const& error) {  // of the copy, which the next whole one puts right

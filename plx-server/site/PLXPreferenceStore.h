@@ -58,9 +58,9 @@ class PLXPreferenceStore {
   void Store(Change const& change_i);
   void Install(Values values_i);
 
-  std::mutex myWriting;               // one write at a time; taken before myMutex
-  mutable std::shared_mutex myMutex;  // held for look-ups and never while the disk works
-  Values myValues;                    // guarded by myMutex, changed under both
+  std::mutex myWriting;                   // one write at a time; taken before myMutex
+  mutable std::shared_mutex myMutex;      // held for look-ups and never while the disk works
+  Values myValues;                        // guarded by myMutex, changed under both
   std::unique_ptr<PLXSQLite> myDatabase;  // the file, or the copy of what is shared; guarded by myWriting
   std::unique_ptr<PLXSharedPreferences> myShared;
 };

@@ -34,8 +34,9 @@ void AddSharingWarnings(PLXConfiguration const& configuration_i, std::vector<std
     std::filesystem::path const own = configuration_i.state / name;
     std::error_code none;
     if (!std::filesystem::exists(own, none) || std::filesystem::is_empty(own, none) || none) continue;
-    warnings_io.push_back(own.string() + " is left from before the key \"shared\" and no longer used. Stop the "
-                                         "server and move what is in it to " +
+    warnings_io.push_back(own.string() +
+                          " is left from before the key \"shared\" and no longer used. Stop the "
+                          "server and move what is in it to " +
                           shared + "/" + name + ".");
   }
 }

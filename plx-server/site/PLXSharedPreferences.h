@@ -30,21 +30,22 @@ class PLXSharedPreferences {
 
   // Reads them the first time. Where nobody has ever kept one there, `first_i` are put in before; true when
   // they were. Throws PLXSQLError; then they are read as soon as the source answers.
-  bool Load(Rows const& first_i);
+  bool Load(Rows first_i);
 
   // What was handed over is at most a second old when this returns, or the source does not answer.
   void Refresh();
   // What was committed before the call has been handed over when this returns, or the source does not answer.
   void RefreshNow();
 
-  // `apply_i` is called once the change is kept. Throw PLXSQLError, after some seconds at most.
-  void Set(PLXPreferenceTable::Row const& row_i, std::function<void()> const& apply_i);
-  void Remove(PLXPreferenceTable::Row const& row_i, std::function<void()> const& apply_i);
+  // `apply_i` is called once the change is kept, on the thread. Throw PLXSQLError, after a quarter of a
+  // minute at most; a change that took longer may still be kept.
+  void Set(PLXPreferenceTable::Row const& row_i, std::function<void()> apply_i);
+  void Remove(PLXPreferenceTable::Row const& row_i, std::function<void()> apply_i);
 
  private:
   struct State;
   using Change = std::int64_t(PLXSQLConnection&, PLXPreferenceTable::Row const&);
-  void Make(Change* change_i, PLXPreferenceTable::Row const& row_i, std::function<void()> const& apply_i);
+  void Make(Change* change_i, PLXPreferenceTable::Row const& row_i, std::function<void()> apply_i);
 
   std::shared_ptr<State> const myState;  // the thread's as well, which may outlast this
 };
