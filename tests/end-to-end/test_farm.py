@@ -156,14 +156,13 @@ class Wire:
                     threading.Thread(target=self.carry, args=(source, target), daemon=True).start()
 
     def carry(self, source, target):
-        with contextlib.suppress(OSError):
+        with source, contextlib.suppress(OSError):
             while part := source.recv(65536):
                 self.flows.wait()
                 target.sendall(part)
-        for one in (source, target):
-            with contextlib.suppress(OSError):
-                one.shutdown(socket.SHUT_RDWR)
-        self.open -= {source, target}
+        with contextlib.suppress(OSError):
+            target.shutdown(socket.SHUT_RDWR)
+        self.open.discard(source)
 
 
 class Farm(unittest.TestCase):
@@ -177,7 +176,7 @@ class Farm(unittest.TestCase):
         cls.database_port = free_port()
         database = Path(tempfile.mkdtemp(prefix="plx-postgres."))
         database.chmod(0o755)
-        cls.database = subprocess.Popen([SUPPORT / "postgres.sh", database, str(cls.database_port)], stdin=subprocess.PIPE,
+        cls.database = subprocess.Popen(["bash", SUPPORT / "postgres.sh", database, str(cls.database_port)], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE)
         assert cls.database.stdout.readline() == b"ready\n", "PostgreSQL did not start"
         send = f'<plxSendMail mailServer="{cls.mail.address}" from="bob@test.org" to="&plxPost.to;" subject="&plxPost.n;">number</plxSendMail>'
@@ -301,6 +300,7 @@ class Farm(unittest.TestCase):
             for thread in threads:
                 thread.join()
         self.assertEqual(self.wrong, [])
+        if os.environ.get("STATS"): print(len(self.added), len(self.sent), self.kept, flush=True)
         self.check_records()
         self.check_mail()
         for region, value in self.kept.items():
@@ -331,6 +331,7 @@ class Farm(unittest.TestCase):
                 arrived[name] = arrived.get(name, 0) + 1
                 seen += name in self.sent and name not in failed
             time.sleep(0.1)
+        if os.environ.get("STATS"): print(expected, len(arrived), len(failed), [n for n, i in failed.items() if i.startswith(DOUBLED)], [n for n in arrived if n in failed], [n for n in arrived if n not in self.sent], [(m.number, m.log("access.log").count("POST /SendMail ")) for m in self.members], flush=True)
         self.assertEqual({name: count for name, count in arrived.items() if count > 1}, {})
         for name, to in self.sent.items():
             self.assertTrue(name in arrived or name in failed, f"{name} to {to} is lost")
