@@ -18,10 +18,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kFresh(1);          // how long what was read counts as current
-constexpr std::chrono::seconds kReadPatience(2);   // for the version, before readers go on without
-constexpr std::chrono::seconds kWorkPatience(10);  // for a change, and for the first look
-constexpr std::chrono::seconds kEndPatience(12);   // for what still runs when the server stops
+constexpr std::chrono::seconds kFresh(1);           // how long what was read counts as current
+constexpr std::chrono::seconds kReadPatience(2);    // for the version, before readers go on without
+constexpr std::chrono::seconds kWorkPatience(10);   // for a change
+constexpr std::chrono::seconds kFirstPatience(30);  // for the first look, with the connection to be made
+constexpr std::chrono::seconds kEndPatience(12);    // for what still runs when the server stops
 constexpr char kSilent[] = "The data source does not answer.";
 
 }  // namespace
@@ -37,7 +38,8 @@ struct PLXSharedPreferences::State {
   bool IsLeft();  // nobody may be called any more
 
   // On any other.
-  void Do(std::function<void()> work_i);  // throws what the work throws, or that it takes too long
+  // Throws what the work throws, or that it takes too long.
+  void Do(std::chrono::seconds patience_i, std::function<void()> work_i);
   bool IsUp();
   // Waits for what the source says, in answer to a question from before or from now on.
   void Ask(std::unique_lock<std::mutex>& lock_io, bool isFromNow_i);
@@ -173,7 +175,7 @@ void PLXSharedPreferences::State::CountAsDown(std::string const& problem_i) {
 }
 
 // Work that is given up may still be done later: nobody was told that it was.
-void PLXSharedPreferences::State::Do(std::function<void()> work_i) {
+void PLXSharedPreferences::State::Do(std::chrono::seconds patience_i, std::function<void()> work_i) {
   std::packaged_task<void()> task(std::move(work_i));
   std::future<void> result = task.get_future();
   {
@@ -181,7 +183,7 @@ void PLXSharedPreferences::State::Do(std::function<void()> work_i) {
     tasks.push_back(std::move(task));
   }
   changed.notify_all();
-  if (result.wait_for(kWorkPatience) != std::future_status::ready) {
+  if (result.wait_for(patience_i) != std::future_status::ready) {
     std::lock_guard const lock(mutex);
     CountAsDown(kSilent);
     throw PLXSQLError(PLXSQLError::Kind::kLost, kSilent);
@@ -224,7 +226,7 @@ PLXSharedPreferences::~PLXSharedPreferences() {
 bool PLXSharedPreferences::Load(Rows first_i) {
   auto const isAdopted = std::make_shared<bool>(false);
   try {
-    myState->Do([state = myState.get(), first = std::move(first_i), isAdopted] {
+    myState->Do(kFirstPatience, [state = myState.get(), first = std::move(first_i), isAdopted] {
       *isAdopted = state->ReadFirst(first);
     });
   } catch (PLXSQLError const&) {
@@ -254,7 +256,7 @@ void PLXSharedPreferences::RefreshNow() {
 void PLXSharedPreferences::Make(Change* change_i, PLXPreferenceTable::Row const& row_i,
                                 std::function<void()> apply_i) {
   if (!myState->IsUp()) throw PLXSQLError(PLXSQLError::Kind::kLost, kSilent);
-  myState->Do([state = myState.get(), change_i, row = row_i, apply = std::move(apply_i)] {
+  myState->Do(kWorkPatience, [state = myState.get(), change_i, row = row_i, apply = std::move(apply_i)] {
     std::int64_t const version =
         state->OnConnection([&](PLXSQLConnection& connection_io) { return change_i(connection_io, row); });
     if (state->IsLeft()) return;

@@ -78,3 +78,34 @@ TEST_P(SharedPreferences, AreThoseOfAllServers) {
   }
   EXPECT_EQ(left->Get("shared", "all", "last"), std::nullopt);
 }
+
+// A peer that takes connections and says nothing. Whoever asks for it waits as long as the driver has
+// patience; after that it is refused at once, so that others, which wait their turn, are not held up again.
+TEST_P(SharedPreferences, AreNotHeldUpForLongByASourceThatIsSilent) {
+  if (!IsPostgreSQL()) GTEST_SKIP() << "the other engine connects to nobody";
+  std::uint16_t port = 0;
+  int const silent = OpenBoundSocket(port);
+  ASSERT_EQ(listen(silent, 16), 0);
+  std::string const source =
+      "Driver=psqlodbcw.so;Servername=127.0.0.1;Database=test;Port=" + std::to_string(port);
+  auto const connect = [&source] {
+    try {
+      PLXODBC(source, "test", "test");
+    } catch (PLXSQLError const& error) {
+      EXPECT_EQ(error.GetKind(), PLXSQLError::Kind::kLost);
+      return std::string(error.what());
+    }
+    return std::string();
+  };
+  std::string first, second;
+  std::jthread asking([&] { first = connect(); });
+  std::jthread waiting([&] { second = connect(); });
+  auto const server = Server("behind");  // waits for its turn and gets it
+  EXPECT_TRUE(server->Set("r", "o", "n", "v"));
+  asking.join();
+  waiting.join();
+  close(silent);
+  EXPECT_THAT(first + second, testing::HasSubstr("cannot be reached"));
+  EXPECT_THAT(first + second, testing::HasSubstr("is not tried again for some seconds"));
+  EXPECT_THAT(connect(), testing::HasSubstr("is not tried again for some seconds"));
+}
