@@ -221,8 +221,8 @@ PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> 
     myGeneration = std::make_shared<Generation const>(std::move(configuration_i));
     myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, *myRecords, trace);
     myPages = std::make_unique<PLXPageCache>(*myModules);
-    myAdministration =
-        std::make_unique<PLXAdministration>(*myModules, *myServerLogins, myActive, *myRecords, [this] {
+    myAdministration = std::make_unique<PLXAdministration>(
+        *myModules, *myServerLogins, myActive, *myRecords, myCounts, [this] {
           PLXListener const* const listener = myListener;
           return listener ? listener->Status() : PLXListenerStatus{};
         });

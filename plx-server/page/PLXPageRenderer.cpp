@@ -219,7 +219,8 @@ class Renderer {
     }
     if (!isShown) return;
     html_io.append(html);
-    if (outcome.result != 0) {
+    bool const asksForLogin = myContext.response.status == 401;
+    if (outcome.result != 0 && !asksForLogin) {
       PLXLog::Warning("<" + tag_i.name + "> returned " + PLXCodeText(outcome.result) +
                       " without a reason at " + myContext.file.native() + ":" + std::to_string(tag_i.line));
     }

@@ -544,7 +544,7 @@ std::string RemedyForUnknownKey(std::string_view section_i, std::string_view nam
   }
   std::string_view const nearest = NearestWord(name_i, names);
   if (!nearest.empty()) return "Did you mean \"" + std::string(nearest) + "\"?";
-  if (section_i.empty()) return "Remove it; \"plxserver --help\" lists the keys.";
+  if (section_i.empty()) return "Remove it; \"plxserver serve --help\" lists the keys.";
   std::string remedy = "Here one can write";
   for (std::string_view const name : names) {
     remedy.append(name == names.front() ? " " : name == names.back() ? " and " : ", ").append(name);
