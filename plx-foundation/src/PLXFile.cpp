@@ -148,9 +148,11 @@ bool PLXFile::WriteWhole(PLXFileSpecification const& file_i, std::initializer_li
   char temporaryName[kTemporaryNameSize];
   Descriptor temporary(CreateTemporaryFile(folder.Get(), temporaryName));
   if (!temporary.IsValid()) return false;
-  // A file system without locks holds none; the file is good all the same.
-  if (held_o) SetLock(temporary.Get(), F_OFD_SETLK, F_WRLCK);
-  bool const isNamed = StoreTemporaryFile(folder.Get(), temporary.Get(), name, pieces_i) &&
+  // A file system without locks holds none; the file is good all the same. Another holder is somebody who
+  // took it for a left-over in between, and is about to remove it.
+  bool const isOurs =
+      !held_o || SetLock(temporary.Get(), F_OFD_SETLK, F_WRLCK) || (errno != EAGAIN && errno != EACCES);
+  bool const isNamed = isOurs && StoreTemporaryFile(folder.Get(), temporary.Get(), name, pieces_i) &&
                        (isKept ? RenameInFolder(folder.Get(), temporaryName, name)
                                : renameat(folder.Get(), temporaryName, folder.Get(), name) == 0);
   if (!isNamed) {
@@ -320,8 +322,9 @@ bool PLXFile::LockBy(int command_i) {
 bool PLXFile::HasItsName() const {
   struct stat open;
   struct stat named;
-  return IsOpen() && fstat(myReference, &open) == 0 && stat(mySpecification.GetSystemPath(), &named) == 0 &&
-         open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+  return IsOpen() && fstat(myReference, &open) == 0 && open.st_nlink > 0 &&
+         stat(mySpecification.GetSystemPath(), &named) == 0 && open.st_dev == named.st_dev &&
+         open.st_ino == named.st_ino;
 }
 
 bool PLXFile::UnLock() {

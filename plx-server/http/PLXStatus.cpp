@@ -285,7 +285,9 @@ std::string PLXStatus::ServerPart(PLXSites const& sites_i) const {
       Pair("Memory", std::to_string(process.memory >> 20) + " MB") +
       Pair("Process", std::to_string(::getpid())) +
       Pair("Configuration", configuration.file.empty() ? "the command line" : configuration.file.string()) +
-      Pair("State", configuration.state.string()) + Pair("PLX Server", PLX_SERVER_VERSION);
+      Pair("State", configuration.state.string()) +
+      (configuration.shared.empty() ? "" : Pair("Shared with other servers", configuration.shared.string())) +
+      Pair("PLX Server", PLX_SERVER_VERSION);
   for (PLXModuleDescription const& module : myModules.Describe()) part += Pair(module.name, module.version);
   return part + "</dl>\n";
 }

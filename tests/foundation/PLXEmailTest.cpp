@@ -323,6 +323,8 @@ TEST(PLXEmailFailures, AreReportedUntilSomebodyListens) {
   ReportPeer report;
   report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"), "503 Busy");
   report.AcceptsNext();
+  report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"), "502 Bad Gateway");
+  report.AcceptsNext();
   report.Hears("&Info=" + Encoded("DNS lookup failed (no.such.host.invalid)"));
   PLXEmailFields fields = Fields("no.such.host.invalid", folder / "FM", report.URL());
   Send(fields);
