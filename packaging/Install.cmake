@@ -30,6 +30,7 @@ install(FILES ${PLX_PACKAGE_FILES}/plxserver.8.gz DESTINATION ${CMAKE_INSTALL_MA
 
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/plxserver COMPONENT server
   FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN decisions EXCLUDE)
+install(DIRECTORY recipes DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/plxserver COMPONENT server)
 
 # ---- For module developers ---------------------------------------------------------------------------------------------
 install(DIRECTORY plx-api/include/ plx-foundation/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/plx COMPONENT dev)
@@ -91,7 +92,7 @@ set(CPACK_DEBIAN_SERVER_PACKAGE_NAME plxserver)
 set(CPACK_DEBIAN_SERVER_PACKAGE_SECTION httpd)
 set(CPACK_DEBIAN_SERVER_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_SERVER_PACKAGE_DEPENDS adduser)
-set(CPACK_DEBIAN_SERVER_PACKAGE_SUGGESTS "nginx, odbc-postgresql, sqlite3")
+set(CPACK_DEBIAN_SERVER_PACKAGE_SUGGESTS "nginx, stunnel4, msmtp, fail2ban, odbc-postgresql, sqlite3")
 set(CPACK_COMPONENT_SERVER_DESCRIPTION "web server for pages with tags that talk to the network
 PLX Server serves pages whose tags are run by modules. The network module that
 comes with it includes other addresses in a page, sends mail, collects POP3

@@ -25,6 +25,7 @@
 #include "PLXRecordCursor.h"
 #include "PLXServer.h"
 #include "PLXSite.h"
+#include "PLXSiteNames.h"
 
 // The command line. What goes wrong is told in sentences on standard error and in the exit code.
 
@@ -276,8 +277,9 @@ int CheckFiles(PLXConfiguration const& configuration_i) {
       code = PLXFail(kExitUnavailable, error.what() + kAddressRemedy);
     }
   }
-  for (std::string const& warning : InstallationWarnings(configuration_i))
-    std::cerr << "plxserver: warning: " << warning << std::endl;
+  auto warnings = InstallationWarnings(configuration_i);
+  for (std::string& warning : PLXSiteNameWarnings(configuration_i)) warnings.push_back(std::move(warning));
+  for (std::string const& warning : warnings) std::cerr << "plxserver: warning: " << warning << std::endl;
   return code;
 }
 

@@ -56,6 +56,10 @@ inline constexpr PLXUInt32 kPLXEvent_Action = PLXCode("MAct");
 inline constexpr PLXUInt32 kPLXEvent_GetPreferences = PLXCode("MGPr");
 inline constexpr PLXUInt32 kPLXEvent_SetPreferences = PLXCode("MSPr");
 inline constexpr PLXUInt32 kPLXEvent_Terminate = PLXCode("MTrm");
+// Once, after 'MIni' and before any other: offers a service handle, which is the connection of this event. A
+// module that answers 0 keeps the record and may use it on any thread until its 'MTrm' has returned, for
+// kPLXSupport_WriteToLog and kPLXSupport_ChangeFigure alone. Servers without it never send the event.
+inline constexpr PLXUInt32 kPLXEvent_Service = PLXCode("MSvH");
 
 // ---- Results ---------------------------------------------------------------------------------------------
 inline constexpr PLXUInt32 kPLXResult_Success = 0;
@@ -78,6 +82,11 @@ inline constexpr PLXUInt32 kPLXLogLevel_Warning = PLXCode("MLgW");
 inline constexpr PLXUInt32 kPLXLogLevel_Error = PLXCode("MLgE");
 inline constexpr PLXUInt32 kPLXLogLevel_Failure = PLXCode("MLgF");
 
+// ---- What 'MFig' does with a figure ----------------------------------------------------------------------
+inline constexpr PLXUInt32 kPLXFigure_Add = PLXCode("FAdd");
+inline constexpr PLXUInt32 kPLXFigure_Set = PLXCode("FSet");
+inline constexpr PLXUInt32 kPLXFigure_Describe = PLXCode("FDsc");
+
 // ---- Support requests ------------------------------------------------------------------------------------
 // Server, module and log
 inline constexpr PLXUInt32 kPLXSupport_GetModulePath = PLXCode("MMdP");
@@ -88,6 +97,8 @@ inline constexpr PLXUInt32 kPLXSupport_SetErrorInformation = PLXCode("MSEI");
 inline constexpr PLXUInt32 kPLXSupport_NormalizeString = PLXCode("MNmS");
 inline constexpr PLXUInt32 kPLXSupport_GetDefaultLanguage = PLXCode("MGDL");
 inline constexpr PLXUInt32 kPLXSupport_GetPageID = PLXCode("PLXD");
+// Through a service handle alone
+inline constexpr PLXUInt32 kPLXSupport_ChangeFigure = PLXCode("MFig");
 // Announcement
 inline constexpr PLXUInt32 kPLXSupport_RegisterModuleName = PLXCode("MRMN");
 inline constexpr PLXUInt32 kPLXSupport_RegisterModuleVersion = PLXCode("MRMV");

@@ -35,6 +35,8 @@ struct PLXEmailFields {
   PLXString failedMailFolder;  // where a message that could not be sent is stored; empty stores none
   PLXString messageID;         // the file in that folder of a message that is sent again; else empty
   PLXString callbackURL;       // receives the outcome by POST; empty reports none
+  PLXString origin;            // whatever tells the operator where the message came from
+  PLXUInt32 attempt = 1;       // which one this is
   bool sendAsHTML = false;     // carried along; contentHeader says what the message is
 
   // Gives every value to this object alone, so that it may go to another thread.
@@ -60,6 +62,8 @@ class PLXEmail : public PLXInternetObject {
   void SetFrom(PLXString const& address_i) { myFields.from = address_i; }
   void SetReplyTo(PLXString const& address_i) { myFields.replyTo = address_i; }
   void SetGMTOffset(PLXNumber const& hours_i) { myFields.gmtOffset = hours_i; }
+  void SetOrigin(PLXString const& origin_i) { myFields.origin = origin_i; }
+  void SetAttempt(PLXUInt32 attempt_i) noexcept { myFields.attempt = attempt_i; }
   void SetSendAsHTML(bool isHTML_i) noexcept { myFields.sendAsHTML = isHTML_i; }
 
   // Trim the address of blanks, tabs and line ends; what is empty then is ignored.

@@ -5,6 +5,33 @@
 #include "PLXThread.h"
 #include "PLXTokenizedString.h"
 
+// What became of one attempt to send a message.
+struct PLXEmailOutcome {
+  enum Status {
+    kSent,    // its server took it
+    kFailed,  // it is stored, and the callback URL has taken note of it
+    kKept,    // it was not taken, and is stored without anybody having taken note of it yet
+    kLost     // it was not taken, and there is no place where it is kept
+  };
+  PLXEmailFields const& fields;  // without its message and attachments
+  Status status = kKept;
+  PLXString name{};            // under which it is stored, or would be; empty without a place for it
+  PLXString reason{};          // why its server did not take it; empty when the attempt ended before
+  PLXUInt32 size = 0;          // bytes of the text that was sent
+  PLXUInt32 milliseconds = 0;  // of the dialogue with its server
+};
+
+// Watches messages being sent. Called on the threads that send, so on any and on many at once.
+class PLXEmailObserver {
+ public:
+  // Both calls come for every attempt. What the outcome refers to is gone after the call.
+  virtual void Begin() noexcept = 0;
+  virtual void End(PLXEmailOutcome const& outcome_i) noexcept = 0;
+
+ protected:
+  ~PLXEmailObserver() = default;
+};
+
 // Sends one message on a thread of its own and reports the outcome.
 //
 // The message is a success only when the server answered its end with a positive reply. A new message that
@@ -32,6 +59,9 @@ class PLXEmailSendThread : public PLXThread {
   // are threads left all the same. No message may be handed over any more.
   static bool WaitUntilAllSent(PLXUInt32 patience_i);
 
+  // Watches every attempt that begins from now on; null for nobody. Must outlive the threads. Any thread.
+  static void SetObserver(PLXEmailObserver* observer_i) noexcept;
+
  protected:
   void Run() override;
   // The new message's text, as the recipient is to have it. Takes the parts out of the fields.
@@ -51,7 +81,9 @@ class PLXEmailSendThread : public PLXThread {
   // token of the lines is no line.
   PLXString SendFormattedMessage(PLXTokenizedString const& recipients_i, PLXTokenizedString const& lines_i);
   void ReportSuccess(bool isWhole_i);
-  void ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i, PLXString const& error_i);
+  // What became of the message.
+  PLXEmailOutcome::Status ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i,
+                                        PLXString const& error_i);
   // `name_io` is the name that the message is stored by, or would be. False when it could not be stored.
   bool StoreMessage(PLXTokenizedString const& lines_i, bool isWhole_i, PLXString& name_io) const;
   PLXString GenerateNextAttachmentLabel() const;

@@ -52,6 +52,10 @@ class PLXHTTP : public PLXInternetObject {
   // an empty line after them.
   PLXString GetResponseHeaders() const { return myResponseHeaders; }
   PLXString GetResponseData() const { return myResponseData; }
+  // The number of the answer's status line; 0 without one.
+  PLXUInt32 GetStatus() const;
+  // Why the last request got no answer, a constant; empty when it got one.
+  char const* GetProblem() const noexcept { return myProblem; }
 
  private:
   PLXString BuildRequest() const;
@@ -67,6 +71,7 @@ class PLXHTTP : public PLXInternetObject {
   PLXString myPostArguments;
   PLXString myResponseHeaders;
   PLXString myResponseData;
+  char const* myProblem = "";
   PLXUInt32 mySilenceLimit_UnknownLength = kSilenceLimit_UnknownLength;
   PLXUInt32 mySilenceLimit_MissingBytes = kSilenceLimit_MissingBytes;
 };

@@ -9,11 +9,11 @@
 // What the module asks of the server, one function per request: foundation types in and out, the raw texts,
 // sizes and words of the callback in between.
 //
-// Each takes the record of the event first and is called on that event's thread. The functions hold no state
-// and never report anything themselves. A bool result is true exactly when the server answered 0; unless a
-// comment says otherwise, outputs then hold the answer, and otherwise stay as they were. A function that
-// returns its text returns it empty on failure. An answer that did not fit is asked for once more with a
-// larger buffer; a second miss is a failure.
+// Each takes the record of the event first and is called on that event's thread; those for the operator say
+// otherwise. The functions hold no state and never report anything themselves. A bool result is true exactly
+// when the server answered 0; unless a comment says otherwise, outputs then hold the answer, and otherwise
+// stay as they were. A function that returns its text returns it empty on failure. An answer that did not fit
+// is asked for once more with a larger buffer; a second miss is a failure.
 
 // ---- Server, module and log ----
 // Makes no call and returns 0: the server tells nothing of itself.
@@ -32,6 +32,19 @@ bool PLXGlueSetErrorInformation(_PLXAPI_ModuleProcessingInfo* info_i, PLXString 
 bool PLXGlueNormalizeString(_PLXAPI_ModuleProcessingInfo* info_i, PLXString& text_io);
 PLXUInt32 PLXGlueGetDefaultLanguage(_PLXAPI_ModuleProcessingInfo* info_i);
 PLXUInt32 PLXGlueGetPageID(_PLXAPI_ModuleProcessingInfo* info_i);
+
+// ---- For the operator, on any thread ----
+// The record is the one that came with 'MSvH', or a copy; it also takes lines for the log, above.
+//
+// A figure is a name, or a name with labels: `plx_includes_total{status="200"}`. A name that ends in "_total"
+// is a counter and only grows.
+bool PLXGlueAddToFigure(_PLXAPI_ModuleProcessingInfo* service_i, PLXString const& figure_i, double amount_i);
+bool PLXGlueSetFigure(_PLXAPI_ModuleProcessingInfo* service_i, PLXString const& figure_i, double value_i);
+// Tells monitoring systems what a name without labels means.
+bool PLXGlueDescribeFigure(_PLXAPI_ModuleProcessingInfo* service_i, PLXString const& name_i,
+                           PLXString const& meaning_i);
+// `label="value"` with the value escaped. Makes no call.
+PLXString PLXGlueGetFigureLabel(PLXString const& label_i, PLXString const& value_i);
 
 // ---- Announcement, during 'MIni' only ----
 bool PLXGlueRegisterModuleName(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& name_i);

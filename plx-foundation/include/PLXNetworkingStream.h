@@ -59,6 +59,9 @@ class PLXNetworkingStream : public PLXObject {
 
   // Whether the connection was ever made. A peer that closed later shows in ReadResponse.
   bool IsConnected() const noexcept { return myIsConnected; }
+  // Why the connection was never made, in the system's words ("Connection refused"); empty when it was. A
+  // constant.
+  char const* GetConnectProblem() const noexcept { return myConnectProblem; }
 
   // Sends the whole text, as far as the peer takes it, and makes a response possible. Always true: a dead
   // connection shows in the next read.
@@ -107,6 +110,7 @@ class PLXNetworkingStream : public PLXObject {
   int mySocket = -1;
   PLXNetworkingStreamGroup* myGroup = nullptr;
   bool myIsConnected = false;
+  char const* myConnectProblem = "";
   bool myResponsePossible = false;
   PLXUInt32 myResponseCode = 0;
   PLXUInt32 myCrackedLength = 0;  // how much of the whole response the code took

@@ -55,6 +55,8 @@ class PLXPOP3 : public PLXInternetObject {
   // takes the connection and then closes it without a word is a success, which shows in the empty answers to
   // the commands. A connection that was once made stays, whatever the result, until Disconnect.
   PLXUInt32 Connect();
+  // Why the last Connect was unable to, a constant; empty when it was able.
+  char const* GetConnectProblem() const noexcept { return myConnectProblem; }
 
   // Sends the command as one line, with or without a line end of its own, and gives the whole answer: the
   // status line, and of a message or a listing the lines, their leading dots still doubled, and the lone dot.
@@ -76,6 +78,7 @@ class PLXPOP3 : public PLXInternetObject {
   PLXString myPOPServer;
   PLXString myUsername;
   PLXString myPassword;
+  char const* myConnectProblem = "";
   PLXUInt32 mySilenceLimit_Answer = kSilenceLimit_Answer;
   PLXUInt32 mySilenceLimit_Goodbye = kSilenceLimit_Goodbye;
 };

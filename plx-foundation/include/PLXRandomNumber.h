@@ -10,4 +10,6 @@ class PLXRandomNumber : public PLXObject {
  public:
   // Each of the 2^32 values is equally likely. Aborts when the system has no source of random numbers at all.
   PLXUInt32 GetNext() const noexcept;
+  // Fills `size_i` bytes, which cost the system one call up to 256. Aborts like GetNext.
+  void Fill(void* bytes_o, PLXUInt32 size_i) const noexcept;
 };

@@ -224,10 +224,8 @@ void PLXCAST5::CreateSessionSubKeyPairs() noexcept {
 bool PLXCAST5::Encrypt(PLXUInt8 const* content_i, PLXUInt32 size_i, PLXUInt8* message_o,
                        PLXUInt32 capacity_i) const {
   if (size_i > kLongestContent || capacity_i < CalcEncryptedSize(size_i)) return false;
-  PLXRandomNumber const random;
   PLXUInt8 prefix[kBlockSize];
-  StoreWord(random.GetNext(), prefix);
-  StoreWord(random.GetNext(), prefix + 4);
+  PLXRandomNumber().Fill(prefix, kBlockSize);
   AddEnciphered<1>(mySubKeys, kFirstFeedback, prefix, message_o);
   AddEncipheredPart(mySubKeys, message_o, prefix + kBlockSize - kCheckSize, kCheckSize,
                     message_o + kBlockSize);

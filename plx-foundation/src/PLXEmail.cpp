@@ -17,7 +17,7 @@ constexpr std::uint64_t kBelievedSize = 16 << 20;  // of what is said about a st
 
 void PLXEmailFields::MakeUnique() {
   for (PLXString* text : {&mailServer, &subject, &from, &replyTo, &to, &cc, &bcc, &contentHeader, &message,
-                          &attachments, &failedMailFolder, &messageID, &callbackURL}) {
+                          &attachments, &failedMailFolder, &messageID, &callbackURL, &origin}) {
     text->MakeUnique();
   }
   gmtOffset.MakeUnique();

@@ -1,5 +1,6 @@
 #include "PLXEmailSendThread.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -80,12 +81,31 @@ void AppendLine(std::string_view line_i, PLXString& text_io) {
   text_io.Append(kLineEnd);
 }
 
-// The status of an answer; 0 without one.
-PLXUInt32 GetStatus(PLXHTTP const& http_i) {
-  PLXString const headers = http_i.GetResponseHeaders();
-  PLXString const status = headers.GetSubstring(0, 15);
-  char const* cursor = status.GetCStringAccess();
-  return CrackNum(&cursor);
+std::atomic<PLXEmailObserver*> ourObserver = nullptr;
+
+// One attempt as the observer sees it; told when it goes, however the attempt ended.
+class WatchedAttempt {
+ public:
+  explicit WatchedAttempt(PLXEmailFields const& fields_i)
+      : outcome{.fields = fields_i}, myObserver(ourObserver.load(std::memory_order_acquire)) {
+    if (myObserver != nullptr) myObserver->Begin();
+  }
+  WatchedAttempt(WatchedAttempt const&) = delete;
+  WatchedAttempt& operator=(WatchedAttempt const&) = delete;
+  ~WatchedAttempt() {
+    if (myObserver != nullptr) myObserver->End(outcome);
+  }
+
+  PLXEmailOutcome outcome;
+
+ private:
+  PLXEmailObserver* const myObserver;
+};
+
+PLXUInt32 MillisecondsSince(std::chrono::steady_clock::time_point start_i) {
+  using std::chrono::milliseconds;
+  auto const time = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start_i);
+  return static_cast<PLXUInt32>(time.count());
 }
 
 // An argument of a report.
@@ -126,7 +146,7 @@ bool Report(PLXString const& url_i, PLXString const& name_i, Arguments const& ar
   std::chrono::milliseconds pause = kFirstReportPause;
   for (int attempt = 0; attempt < kReportAttempts; ++attempt, pause *= 2) {
     if (attempt > 0) Pause(pause);
-    PLXUInt32 const status = http.Process(false) ? GetStatus(http) : 0;
+    PLXUInt32 const status = http.Process(false) ? http.GetStatus() : 0;
     if (status != 0 && status != kServiceUnavailable) return status / 100 == kSuccessClass;
   }
   return false;
@@ -175,7 +195,12 @@ bool PLXEmailSendThread::Keep() {
   return isKept;
 }
 
+void PLXEmailSendThread::SetObserver(PLXEmailObserver* observer_i) noexcept {
+  ourObserver.store(observer_i, std::memory_order_release);
+}
+
 void PLXEmailSendThread::Run() {
+  WatchedAttempt attempt(myFields);
   bool isWhole = false;
   if (IsResend()) {
     myText = BuildStoredMessage(isWhole);
@@ -184,16 +209,22 @@ void PLXEmailSendThread::Run() {
   } else {
     Keep();
   }
+  attempt.outcome.size = myText.GetLength();
+  attempt.outcome.name = IsResend() ? myFields.messageID : myOutbox.GetName();
   PLXTokenizedString const lines(myText, kLineEnd);
   myText.Empty();
   PLXTokenizedString const recipients(
       myFields.to + kRecipientListDelimiter + myFields.cc + kRecipientListDelimiter + myFields.bcc,
       kRecipientListDelimiter);
+  auto const start = std::chrono::steady_clock::now();
   PLXString const error = SendFormattedMessage(recipients, lines);
+  attempt.outcome.milliseconds = MillisecondsSince(start);
   if (error.IsEmpty()) {
+    attempt.outcome.status = PLXEmailOutcome::kSent;
     ReportSuccess(isWhole);
   } else {
-    ReportFailure(lines, isWhole, error);
+    attempt.outcome.reason = error;
+    attempt.outcome.status = ReportFailure(lines, isWhole, error);
   }
 }
 
@@ -280,9 +311,9 @@ void PLXEmailSendThread::ReportSuccess(bool isWhole_i) {
 
 // A message that cannot be stored in the folder stays in the outbox if it is there. One that is in neither,
 // because no disk takes it, is held in memory and tried again until the module goes.
-void PLXEmailSendThread::ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i,
-                                       PLXString const& error_i) {
-  if (!HasFolder()) return;
+PLXEmailOutcome::Status PLXEmailSendThread::ReportFailure(PLXTokenizedString const& lines_i, bool isWhole_i,
+                                                          PLXString const& error_i) {
+  if (!HasFolder()) return PLXEmailOutcome::kLost;
   Arguments const failure = GetFailure(myFields, error_i);
   PLXString name = IsResend() ? myFields.messageID : myOutbox.GetName();
   bool isStored = false;
@@ -293,7 +324,9 @@ void PLXEmailSendThread::ReportFailure(PLXTokenizedString const& lines_i, bool i
     isTaken = isTaken || Report(myFields.callbackURL, name, failure);
     if (isStored && isTaken) myOutbox.Remove();
     bool const isSafe = (isStored && isTaken) || IsResend() || myOutbox.GetName().IsNotEmpty();
-    if (isSafe || !hasTime) return;
+    if (isStored && isTaken) return PLXEmailOutcome::kFailed;
+    if (isSafe) return PLXEmailOutcome::kKept;
+    if (!hasTime) return isStored ? PLXEmailOutcome::kKept : PLXEmailOutcome::kLost;
     hasTime = Pause(kHoldingPause);
   }
 }

@@ -83,6 +83,12 @@ void PLXHTTP::SetSilenceLimits(PLXUInt32 unknownLength_i, PLXUInt32 missingBytes
   mySilenceLimit_MissingBytes = missingBytes_i;
 }
 
+PLXUInt32 PLXHTTP::GetStatus() const {
+  PLXString const status = myResponseHeaders.GetSubstring(0, 15);
+  char const* cursor = status.GetCStringAccess();
+  return CrackNum(&cursor);
+}
+
 PLXString PLXHTTP::BuildRequest() const {
   // Nothing sends these two; they have a first word and no more.
   if (myMethod == PLXHTTPMethod::PUT) return "PUT ";
@@ -122,14 +128,17 @@ bool PLXHTTP::ProcessOnce(bool followRedirects_i, bool& redirected_o) {
   PLXIPAddress address(0x7F000001);
   PLXUInt16 port = 0;
   myResponseData.Empty();
+  myProblem = "DNS lookup failed";
   if (!PLXNetworkingStream::ResolveDomainName(myHost, 80, address, port)) return false;
   PLXHTTPAnswer answer(myMethod != PLXHTTPMethod::HEAD);
   {
     std::unique_ptr<PLXNetworkingStream> const stream(PLXNetworkingStream::Open(address, port, true, false));
+    myProblem = stream == nullptr ? "No socket could be made" : stream->GetConnectProblem();
     if (stream == nullptr) return false;
     stream->SetAnswerLimits(kLongestAnswer);
     stream->Write(request);
     ReadAnswer(*stream, answer);
+    if (!answer.HasBegun() && *myProblem == '\0') myProblem = "Closed without an answer";
   }  // the stream's last response shares storage with the answer, which is cut next
   if (followRedirects_i && answer.IsRedirect()) {
     PLXString url;

@@ -35,6 +35,11 @@ PLXHostCall& PLXHostCall::InOut(PLXString const& text_i, PLXUInt32 capacity_i) {
   return *this;
 }
 
+PLXHostCall& PLXHostCall::DoubleIn(double const& value_i) noexcept {
+  AddSlot(const_cast<double*>(&value_i));
+  return *this;
+}
+
 PLXHostCall& PLXHostCall::WordIn(PLXUInt32 word_i) noexcept {
   AddSlot(AddWord(word_i));
   return *this;

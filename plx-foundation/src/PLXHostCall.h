@@ -34,6 +34,8 @@ class PLXHostCall {
   // A buffer that holds a text and is rewritten, and the address of its capacity.
   PLXHostCall& InOut(PLXString const& text_i, PLXUInt32 capacity_i = 0);
 
+  // Takes the next slot: the address of a number, which outlives the call. The server reads it only.
+  PLXHostCall& DoubleIn(double const& value_i) noexcept;
   // Each takes the next slot: the address of a word.
   PLXHostCall& WordIn(PLXUInt32 word_i) noexcept;
   // The output is set when the server answers 0 and stays as it was otherwise.

@@ -82,6 +82,37 @@ bool PLXGlueWriteToServer(Info* info_i, PLXString const& text_i) {
                                           nullptr, nullptr) == kPLXResult_Success;
 }
 
+bool PLXGlueAddToFigure(Info* service_i, PLXString const& figure_i, double amount_i) {
+  return PLXHostCall(service_i, kPLXSupport_ChangeFigure)
+      .In(figure_i)
+      .DoubleIn(amount_i)
+      .Word(kPLXFigure_Add)
+      .Send();
+}
+
+bool PLXGlueSetFigure(Info* service_i, PLXString const& figure_i, double value_i) {
+  return PLXHostCall(service_i, kPLXSupport_ChangeFigure)
+      .In(figure_i)
+      .DoubleIn(value_i)
+      .Word(kPLXFigure_Set)
+      .Send();
+}
+
+bool PLXGlueDescribeFigure(Info* service_i, PLXString const& name_i, PLXString const& meaning_i) {
+  return PLXHostCall(service_i, kPLXSupport_ChangeFigure)
+      .In(name_i + " " + meaning_i)
+      .Word(kPLXFigure_Describe)
+      .Send();
+}
+
+PLXString PLXGlueGetFigureLabel(PLXString const& label_i, PLXString const& value_i) {
+  PLXString value(value_i);
+  value.ReplaceAll("\\", "\\\\");
+  value.ReplaceAll("\"", "\\\"");
+  value.ReplaceAll("\n", "\\n");
+  return label_i + "=\"" + value + "\"";
+}
+
 bool PLXGlueAddNoteToServerLog(Info* info_i, PLXString const& text_i) {
   return Log(info_i, kPLXLogLevel_Note, text_i);
 }

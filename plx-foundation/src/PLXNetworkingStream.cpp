@@ -138,6 +138,10 @@ PLXNetworkingStream::PLXNetworkingStream(PLXIPAddress const& address_i, PLXUInt1
   if (myGroup != nullptr) myGroup->Add(mySocket);
   SetOptions(mySocket);
   myIsConnected = Connect(address_i, port_i);
+  if (!myIsConnected) {
+    char const* const problem = strerrordesc_np(errno);
+    myConnectProblem = problem == nullptr ? "unknown" : problem;
+  }
   myResponsePossible = true;
   if (readGreeting_i) ReadResponse();
 }
@@ -159,8 +163,12 @@ bool PLXNetworkingStream::Connect(PLXIPAddress const& address_i, PLXUInt16 port_
   // An interrupted connect goes on by itself; a second call would only say so.
   int error = 0;
   socklen_t size = sizeof error;
-  return Wait(mySocket, POLLOUT, kWithoutLimit) == 1 &&
-         getsockopt(mySocket, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+  if (Wait(mySocket, POLLOUT, kWithoutLimit) != 1 ||
+      getsockopt(mySocket, SOL_SOCKET, SO_ERROR, &error, &size) != 0) {
+    return false;
+  }
+  errno = error;
+  return error == 0;
 }
 
 bool PLXNetworkingStream::Write(PLXString const& text_i) {

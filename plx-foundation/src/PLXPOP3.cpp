@@ -50,13 +50,19 @@ void PLXPOP3::SetSilenceLimits(PLXUInt32 answer_i, PLXUInt32 goodbye_i) noexcept
 PLXUInt32 PLXPOP3::Connect() {
   if (myStream != nullptr) return kPOP3Result_AlreadyConnected;
   myAddress.Set(kThisMachine);
+  myConnectProblem = "DNS lookup failed";
   if (!PLXNetworkingStream::ResolveDomainName(myPOPServer, kPOP3Port, myAddress, myPort)) {
     return kPOP3Result_UnableToConnect;
   }
   myStream.reset(PLXNetworkingStream::Open(myAddress, myPort, true, false));
+  myConnectProblem = myStream == nullptr ? "No socket could be made" : myStream->GetConnectProblem();
   if (myStream == nullptr) return kPOP3Result_UnableToConnect;
   myStream->SetAnswerLimits(kLongestAnswer_Line);
-  if (!myStream->IsConnected() || IsRefused()) return kPOP3Result_UnableToConnect;
+  if (!myStream->IsConnected()) return kPOP3Result_UnableToConnect;
+  if (IsRefused()) {
+    myConnectProblem = "Refused by the greeting";
+    return kPOP3Result_UnableToConnect;
+  }
   if (!LogIn("USER " + myUsername)) return kPOP3Result_UnknownUser;
   if (!LogIn("PASS " + myPassword)) return kPOP3Result_InvalidPassword;
   return kPOP3Result_Success;

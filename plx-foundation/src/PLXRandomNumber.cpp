@@ -23,11 +23,21 @@ ssize_t ReadDevice(void* buffer_o, std::size_t count_i) noexcept {
 }  // namespace
 
 PLXUInt32 PLXRandomNumber::GetNext() const noexcept {
-  PLXUInt32 number = 0;
-  for (;;) {
-    ssize_t count = getrandom(&number, sizeof number, 0);
-    if (count < 0 && errno != EINTR) count = ReadDevice(&number, sizeof number);
-    if (count == sizeof number) return number;
-    if (count < 0 && errno != EINTR) PLXFailUnexpectedState(ourSourceFile, "No source of random numbers");
+  PLXUInt32 number;
+  Fill(&number, sizeof number);
+  return number;
+}
+
+void PLXRandomNumber::Fill(void* bytes_o, PLXUInt32 size_i) const noexcept {
+  auto* bytes = static_cast<PLXUInt8*>(bytes_o);
+  while (size_i > 0) {
+    ssize_t count = getrandom(bytes, size_i, 0);
+    if (count < 0 && errno != EINTR) count = ReadDevice(bytes, size_i);
+    if (count > 0) {
+      bytes += count;
+      size_i -= static_cast<PLXUInt32>(count);
+    } else if (count == 0 || errno != EINTR) {
+      PLXFailUnexpectedState(ourSourceFile, "No source of random numbers");
+    }
   }
 }

@@ -442,27 +442,38 @@ void PLXString::Reverse() {
 
 // ---- Searching ----
 
-bool PLXString::Find(void const* data_i, PLXUInt32 length_i, PLXUInt32 start_i, PLXUInt32 count_i,
-                     unsigned options_i, PLXUInt32& position_o) const {
-  PLXUInt32 const length = GetLength();
-  if (length_i == 0 || data_i == nullptr || length == 0) return false;
+namespace {
+
+// In each form of Find, which is called often and for few bytes.
+[[gnu::always_inline]] inline bool FindIn(char const* text_i, PLXUInt32 textLength_i, char const* pattern_i,
+                                          PLXUInt32 length_i, PLXUInt32 start_i, PLXUInt32 count_i,
+                                          unsigned options_i, PLXUInt32& position_o) {
+  if (length_i == 0 || pattern_i == nullptr || textLength_i == 0) return false;
   bool const ignoreCase = (options_i & kPLXOption_IgnoreCase) != 0;
-  auto const* const pattern = static_cast<char const*>(data_i);
-  char const* const text = GetCStringAccess();
   char const* match = nullptr;
   if ((options_i & kPLXOption_Backward) == 0) {
-    if (start_i >= length) return false;
-    PLXUInt32 const count = std::min(count_i, length - start_i);
-    if (length_i <= count) match = PLXFindForward(text + start_i, count, pattern, length_i, ignoreCase);
+    if (start_i >= textLength_i) return false;
+    PLXUInt32 const count = std::min(count_i, textLength_i - start_i);
+    if (length_i > count) return false;
+    match = ignoreCase ? PLXFindForward(text_i + start_i, count, pattern_i, length_i, true)
+                       : PLXFindExact(text_i + start_i, count, pattern_i, length_i);
   } else {
-    PLXUInt32 const start = std::min(start_i, length - 1);
+    PLXUInt32 const start = std::min(start_i, textLength_i - 1);
     PLXUInt32 const count = std::min(count_i, start + 1);
-    if (length_i <= count)
-      match = PLXFindBackward(text + (start + 1 - count), count, pattern, length_i, ignoreCase);
+    if (length_i > count) return false;
+    match = PLXFindBackward(text_i + (start + 1 - count), count, pattern_i, length_i, ignoreCase);
   }
   if (match == nullptr) return false;
-  position_o = static_cast<PLXUInt32>(match - text);
+  position_o = static_cast<PLXUInt32>(match - text_i);
   return true;
+}
+
+}  // namespace
+
+bool PLXString::Find(void const* data_i, PLXUInt32 length_i, PLXUInt32 start_i, PLXUInt32 count_i,
+                     unsigned options_i, PLXUInt32& position_o) const {
+  return FindIn(GetCStringAccess(), GetLength(), static_cast<char const*>(data_i), length_i, start_i, count_i,
+                options_i, position_o);
 }
 bool PLXString::Find(char const* cString_i, PLXUInt32 start_i, PLXUInt32 count_i, unsigned options_i,
                      PLXUInt32& position_o) const {
@@ -479,7 +490,8 @@ bool PLXString::Find(char character_i, PLXUInt32 start_i, PLXUInt32 count_i, uns
 }
 bool PLXString::Find(PLXString const& pattern_i, PLXUInt32 start_i, PLXUInt32 count_i, unsigned options_i,
                      PLXUInt32& position_o) const {
-  return Find(pattern_i.GetCStringAccess(), pattern_i.GetLength(), start_i, count_i, options_i, position_o);
+  return FindIn(GetCStringAccess(), GetLength(), pattern_i.GetCStringAccess(), pattern_i.GetLength(), start_i,
+                count_i, options_i, position_o);
 }
 
 bool PLXString::Contains(PLXString const& pattern_i, unsigned options_i) const {

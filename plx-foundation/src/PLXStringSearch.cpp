@@ -62,26 +62,6 @@ bool EqualBytes(char const* left_i, char const* right_i, PLXUInt32 length_i) noe
   }
 }
 
-// Most searches end at one of the first places that begin like the pattern, and memchr finds those fastest. A
-// text with many such places is memmem's, which also bounds what a hostile pattern can cost.
-char const* FindExact(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
-                      PLXUInt32 patternLength_i) noexcept {
-  constexpr int kPlacesTried = 16;
-  char const* const textEnd = text_i + length_i;
-  char const* const placesEnd = textEnd - (patternLength_i - 1);
-  char const* place = text_i;
-  for (int tried = 0; tried < kPlacesTried; ++tried) {
-    place =
-        static_cast<char const*>(std::memchr(place, *pattern_i, static_cast<std::size_t>(placesEnd - place)));
-    if (place == nullptr || patternLength_i == 1) return place;
-    if (place[1] == pattern_i[1] && std::memcmp(place + 1, pattern_i + 1, patternLength_i - 1) == 0)
-      return place;
-    if (++place == placesEnd) return nullptr;
-  }
-  return static_cast<char const*>(
-      memmem(place, static_cast<std::size_t>(textEnd - place), pattern_i, patternLength_i));
-}
-
 // Sixteen bytes at once, as the compiler's vectors.
 typedef PLXUInt8 Bytes __attribute__((vector_size(16)));
 
@@ -182,7 +162,7 @@ char const* PLXFindForward(char const* text_i, PLXUInt32 length_i, char const* p
     if (match != nullptr || text_i == placesEnd) return match;
     return SlideForward<true>(text_i, static_cast<PLXUInt32>(textEnd - text_i), pattern_i, patternLength_i);
   }
-  return FindExact(text_i, length_i, pattern_i, patternLength_i);
+  return PLXFindExact(text_i, length_i, pattern_i, patternLength_i);
 }
 
 char const* PLXFindBackward(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
@@ -204,14 +184,22 @@ PLXUInt32 PLXFindDifference(char const* left_i, char const* right_i, PLXUInt32 l
     while (length_i - index >= block && std::memcmp(left_i + index, right_i + index, block) == 0)
       index += block;
   }
-  for (; length_i - index >= 8; index += 8) {
+  auto const difference = [&](PLXUInt32 offset_i) {
     std::uint64_t left;
     std::uint64_t right;
-    std::memcpy(&left, left_i + index, sizeof left);
-    std::memcpy(&right, right_i + index, sizeof right);
-    if (left == right) continue;
+    std::memcpy(&left, left_i + offset_i, sizeof left);
+    std::memcpy(&right, right_i + offset_i, sizeof right);
+    return left ^ right;
+  };
+  while (length_i - index >= 32 &&
+         (difference(index) | difference(index + 8) | difference(index + 16) | difference(index + 24)) == 0) {
+    index += 32;
+  }
+  for (; length_i - index >= 8; index += 8) {
+    std::uint64_t const bits = difference(index);
+    if (bits == 0) continue;
     if constexpr (std::endian::native == std::endian::little) {
-      return index + static_cast<PLXUInt32>(std::countr_zero(left ^ right)) / 8;
+      return index + static_cast<PLXUInt32>(std::countr_zero(bits)) / 8;
     }
     break;
   }

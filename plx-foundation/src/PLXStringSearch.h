@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstring>
 #include <vector>
 
 #include "PLXTypes.h"
@@ -18,6 +19,28 @@ char const* PLXFindForward(char const* text_i, PLXUInt32 length_i, char const* p
                            PLXUInt32 patternLength_i, bool ignoreCase_i) noexcept;
 char const* PLXFindBackward(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
                             PLXUInt32 patternLength_i, bool ignoreCase_i) noexcept;
+
+// The first place of the pattern with its letters as they are, or null; here, so that a search of few bytes
+// costs no more than the platform's. Most searches end at one of the first places that begin like the
+// pattern, and memchr finds those fastest. A text with many such places is memmem's, which also bounds what a
+// hostile pattern can cost.
+inline char const* PLXFindExact(char const* text_i, PLXUInt32 length_i, char const* pattern_i,
+                                PLXUInt32 patternLength_i) noexcept {
+  constexpr int kPlacesTried = 16;
+  char const* const textEnd = text_i + length_i;
+  char const* const placesEnd = textEnd - (patternLength_i - 1);
+  char const* place = text_i;
+  for (int tried = 0; tried < kPlacesTried; ++tried) {
+    place =
+        static_cast<char const*>(std::memchr(place, *pattern_i, static_cast<std::size_t>(placesEnd - place)));
+    if (place == nullptr || patternLength_i == 1) return place;
+    if (place[1] == pattern_i[1] && std::memcmp(place + 1, pattern_i + 1, patternLength_i - 1) == 0)
+      return place;
+    if (++place == placesEnd) return nullptr;
+  }
+  return static_cast<char const*>(
+      memmem(place, static_cast<std::size_t>(textEnd - place), pattern_i, patternLength_i));
+}
 
 // The index of the first byte that differs, `length_i` when none does.
 PLXUInt32 PLXFindDifference(char const* left_i, char const* right_i, PLXUInt32 length_i,

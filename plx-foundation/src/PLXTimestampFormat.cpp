@@ -1,4 +1,5 @@
-#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <string_view>
 
 #include "PLXCalendar.h"
@@ -72,11 +73,24 @@ std::string_view Number(Digits& digits_o, unsigned value_i, unsigned digits_i = 
   return {first, end};
 }
 
-// In the order in which they are replaced, which decides where two tokens share the byte between them.
-struct {
+// A token's bytes as one number; the longest has six.
+constexpr std::uint64_t TokenNumber(std::string_view token_i) {
+  std::uint64_t number = 0;
+  for (char const character : token_i) number = number << 8 | static_cast<unsigned char>(character);
+  return number;
+}
+
+struct Replacement {
+  constexpr Replacement(std::string_view token_i,
+                        std::string_view (*text_i)(Moment const& moment_i, Digits& digits_o))
+      : token(token_i), number(TokenNumber(token_i)), text(text_i) {}
   std::string_view token;
+  std::uint64_t number;
   std::string_view (*text)(Moment const& moment_i, Digits& digits_o);
-} constexpr kReplacements[] = {
+};
+
+// In the order in which they are replaced, which decides where two tokens share the byte between them.
+constexpr Replacement kReplacements[] = {
     {TOKEN("h"),
      [](Moment const& moment_i, Digits& digits_o) { return Number(digits_o, moment_i.HourOfTwelve()); }},
     {TOKEN("0h"),
@@ -126,33 +140,62 @@ void Append(std::string_view text_i, PLXString& text_io) {
   text_io.Append(text_i.data(), static_cast<PLXUInt32>(text_i.size()));
 }
 
-// Where every two tokens are kept apart by a character that no token has, no replacement can touch another's
-// token, and one walk does what the replacements in their order would. False, with the text unfinished, for
-// any other format.
-bool ReplaceTokensInOneWalk(std::string_view format_i, Moment const& moment_i, PLXString& text_o) {
-  constexpr std::string_view kSeparators = " ,:/-.";
-  bool isFirst = true;
-  while (true) {
-    std::size_t const start = format_i.find(kTokenMark);
-    std::string_view const between = format_i.substr(0, start);
-    Append(between, text_o);
-    if (start == format_i.npos) return true;
-    if (!isFirst && between.find_first_of(kSeparators) == between.npos) return false;
-    isFirst = false;
-    format_i.remove_prefix(start);
-    std::string_view const token = format_i.substr(0, format_i.find(kTokenMark, 1) + 1);
-    auto const* const replacement =
-        std::ranges::find_if(kReplacements, [token](auto const& row_i) { return row_i.token == token; });
-    if (replacement == std::end(kReplacements)) return false;
-    Digits digits;
-    Append(replacement->text(moment_i, digits), text_o);
-    format_i.remove_prefix(token.size());
+// The replacements by the numbers of their tokens, twice as many slots and more.
+struct ReplacementTable {
+  static constexpr unsigned kBits = 6;
+  constexpr ReplacementTable() {
+    for (Replacement const& replacement : kReplacements) slots[SlotOf(replacement.number)] = &replacement;
   }
+  // The token's slot, or the empty one where it would stand.
+  constexpr std::size_t SlotOf(std::uint64_t token_i) const {
+    std::size_t slot = token_i * 0x9E3779B97F4A7C15 >> (64 - kBits);
+    while (slots[slot] != nullptr && slots[slot]->number != token_i) slot = (slot + 1) % slots.size();
+    return slot;
+  }
+  std::array<Replacement const*, 1 << kBits> slots{};
+};
+constexpr ReplacementTable kReplacementTable;
+
+constexpr bool IsSeparator(char character_i) {
+  return character_i == ' ' || (character_i >= ',' && character_i <= '/') || character_i == ':';
+}
+
+// Where every two tokens are kept apart by a character that no token has, no replacement can touch another's
+// token, and one walk does what the replacements in their order would. False, with the text as it was, for
+// any other format and for a long one.
+bool ReplaceTokensInOneWalk(std::string_view format_i, Moment const& moment_i, PLXString& text_o) {
+  constexpr std::size_t kLongestFormat = 96;
+  constexpr std::size_t kMostPerByte = 3;  // the longest for its token is "September", for four bytes
+  constexpr std::size_t kLongestTimeZone = 6 * kMostPerByte;
+  if (format_i.size() > kLongestFormat || moment_i.timeZone.size() > kLongestTimeZone) return false;
+  char text[kLongestFormat * kMostPerByte];
+  char* target = text;
+  bool isSeparated = true;
+  char const* const end = format_i.data() + format_i.size();
+  for (char const* source = format_i.data(); source != end;) {
+    if (*source != kTokenMark) {
+      isSeparated = isSeparated || IsSeparator(*source);
+      *target++ = *source++;
+      continue;
+    }
+    std::uint64_t token = static_cast<std::uint64_t>(kTokenMark);
+    do {
+      if (++source == end || token >> 56 != 0) return false;
+      token = token << 8 | static_cast<unsigned char>(*source);
+    } while (*source != kTokenMark);
+    ++source;
+    Replacement const* const replacement = kReplacementTable.slots[kReplacementTable.SlotOf(token)];
+    if (replacement == nullptr || !isSeparated) return false;
+    isSeparated = false;
+    Digits digits;
+    for (char const character : replacement->text(moment_i, digits)) *target++ = character;
+  }
+  text_o = PLXString(text, static_cast<PLXUInt32>(target - text));
+  return true;
 }
 
 PLXString ReplaceTokens(PLXString const& format_i, Moment const& moment_i) {
   PLXString text;
-  text.Reserve(format_i.GetLength());
   if (ReplaceTokensInOneWalk({format_i.GetCStringAccess(), format_i.GetLength()}, moment_i, text))
     return text;
   text = format_i;

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "PLXCalendar.h"
+#include "PLXStringSearch.h"
 #include "PLXStringUtility.h"
 #include "PLXTimestamp.h"
 
@@ -35,11 +36,12 @@ PLXUInt8 TakeLastTwo(std::string_view& text_io) {
 
 // 1 to 12, letters of either case; 0 for none.
 PLXUInt8 MonthFromName(std::string_view name_i) {
-  PLXString const name(name_i.data(), static_cast<PLXUInt32>(name_i.size()));
+  constexpr PLXUInt32 kLength = 3;
+  if (name_i.size() != kLength) return 0;
   PLXUInt8 month = 0;
   for (char const* const known : kAbbreviatedMonthNames) {
     ++month;
-    if (name.CompareTo(known, kPLXOption_IgnoreCase) == kPLXCompare_Equal) return month;
+    if (PLXEqualBytes(name_i.data(), known, kLength, true)) return month;
   }
   return 0;
 }
@@ -111,6 +113,19 @@ bool IsTimeZone(std::string_view zone_i) {
   return zone_i.size() == kTimeZoneDigits && std::ranges::all_of(zone_i, PLXStringUtility::IsDigit);
 }
 
+struct TimeZone {
+  bool isPositive = true;
+  PLXUInt8 hours = 0, minutes = 0;
+};
+
+// Requires: IsTimeZone.
+TimeZone ReadTimeZone(std::string_view zone_i) {
+  if (zone_i == "GMT") return {};
+  bool const isPositive = zone_i.front() != '-';
+  if (IsSign(zone_i.front())) zone_i.remove_prefix(1);
+  return {isPositive, ReadDecimal<PLXUInt8>(zone_i.substr(0, 2)), ReadDecimal<PLXUInt8>(zone_i.substr(2))};
+}
+
 }  // namespace
 
 void PLXTimestamp::Set(PLXString const& text_i) {
@@ -126,20 +141,17 @@ void PLXTimestamp::Set(PLXString const& text_i) {
 void PLXTimestamp::SetFromRFC1123(PLXString const& text_i, bool keepClockAsWritten_i) {
   RFC1123Date date;
   if (!FindRFC1123(View(text_i), date)) return;
-  std::string_view const zone = date.zone;
-  if (!keepClockAsWritten_i && !IsTimeZone(zone)) return;
+  if (!keepClockAsWritten_i && !IsTimeZone(date.zone)) return;
   SetDateAndTime(ReadDecimal<PLXUInt16>(date.year), MonthFromName(date.month),
                  ReadDecimal<PLXUInt8>(date.day), ReadDecimal<PLXUInt8>(date.hour),
                  ReadDecimal<PLXUInt8>(date.minute), ReadDecimal<PLXUInt8>(date.second));
   if (keepClockAsWritten_i) return;
 
-  bool isPositive;
-  PLXUInt8 hours, minutes;
-  GetTimeZoneNumber(PLXString(zone.data(), static_cast<PLXUInt32>(zone.size())), isPositive, hours, minutes);
-  if (isPositive) {
-    SubtractHours(hours).SubtractMinutes(minutes);
+  TimeZone const zone = ReadTimeZone(date.zone);
+  if (zone.isPositive) {
+    SubtractHours(zone.hours).SubtractMinutes(zone.minutes);
   } else {
-    AddHours(hours).AddMinutes(minutes);
+    AddHours(zone.hours).AddMinutes(zone.minutes);
   }
 }
 

@@ -1,5 +1,6 @@
 // plxIncludeHTTP: replaces itself by what an HTTP request to another URL answers, as it came.
 
+#include "Journal.tag"
 #include "PLXEnvironment.h"
 #include "PLXHTTP.h"
 #include "PLXTokenizedString.h"
@@ -134,7 +135,9 @@ static PLXUInt32 ProcessIncludeHTTP(_PLXAPI_ModuleProcessingInfo* info_i, PLXStr
   http.SetURL(url);
   http.SetReferer(pageURL);
   IncludeHTTP_SetRequest(info_i, http);
+  auto const start = std::chrono::steady_clock::now();
   http.Process(true);
+  Journal_TellInclude(http, url, pagePath, start);
   output_o = IncludeHTTP_GetData(info_i, http);
   return kPLXResult_Success;
 }

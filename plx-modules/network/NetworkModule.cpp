@@ -13,6 +13,7 @@ static constexpr char ourSourceFile[] = "network/NetworkModule.cpp";
 #include "EmailClient.tag"
 #include "FTP.tag"
 #include "HTTP.tag"
+#include "Journal.tag"
 #include "POP.tag"
 #include "SendMail.tag"
 
@@ -166,7 +167,10 @@ PLXUInt32 ProcessEvent(Info* info_i) {
   PLXUInt32 result = kPLXResult_Success;
   switch (info_i->eventCode_i) {
     case kPLXEvent_Initialize:
+      Journal_Close();  // what another server once offered
       return Announce(info_i);
+    case kPLXEvent_Service:
+      return Journal_Open(info_i);
     case kPLXEvent_Tag:
       result = ProcessTag(info_i, output);
       break;
@@ -181,6 +185,7 @@ PLXUInt32 ProcessEvent(Info* info_i) {
       break;
     case kPLXEvent_Terminate:
       Leave(info_i);
+      Journal_Close();
       return kPLXResult_Success;
     default:
       return kPLXResult_EventNotHandled;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "Journal.tag"
 #include "PLXFile.h"
 #include "PLXFolderSpecification.h"
 #include "PLXPOP3.h"
@@ -60,8 +61,13 @@ class POP_MessageLocks {
 class POP_Collector {
  public:
   POP_Collector(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 database_i, PLXPOP3& client_i,
-                PLXString const& folder_i)
-      : myInfo(info_i), myDatabase(database_i), myClient(client_i), myFolder(folder_i), myLocks(info_i) {
+                PLXString const& folder_i, Journal_Collection& journal_i)
+      : myInfo(info_i),
+        myDatabase(database_i),
+        myClient(client_i),
+        myFolder(folder_i),
+        myJournal(journal_i),
+        myLocks(info_i) {
     PLXGlueGetTagParameter(myInfo, kPOPParameter_DeleteMessagesOnServer, 0, myIsDeleting, false);
     PLXGlueGetTagParameter(myInfo, kPOPParameter_MaximumAttachmentSize, 0, myMaximumSize,
                            kPOPDefaultMaximumAttachmentSize);
@@ -79,7 +85,7 @@ class POP_Collector {
       PLXString const uniqueID = words.GetToken(1);
       // What another run is collecting now, that run collects.
       if (number.IsEmpty() || !IsUniqueID(uniqueID) || !myLocks.Take(uniqueID)) continue;
-      bool const goesOn = !IsNew(uniqueID) || CollectMessage(number);
+      bool const goesOn = IsNew(uniqueID) ? CollectMessage(number) : PassOver();
       myLocks.Release();
       if (!goesOn) return;
     }
@@ -95,6 +101,16 @@ class POP_Collector {
     return text_i.IsNotEmpty() && text_i.GetLength() <= kPOPLongestUniqueID &&
            std::all_of(start, start + text_i.GetLength(),
                        [](char character_i) { return static_cast<unsigned char>(character_i) > ' '; });
+  }
+
+  // A message that was collected before is met again, or the database would not take the new one.
+  bool PassOver() {
+    if (myStatus == 0) {
+      myJournal.CountKnown();
+    } else {
+      myJournal.Fail("The database refused a message");
+    }
+    return true;
   }
 
   // Leaves the message's record current. False for a message that was collected before and, with the status
@@ -117,8 +133,10 @@ class POP_Collector {
   // False when the connection broke.
   bool CollectMessage(PLXString const& number_i) {
     PLXString answer = myClient.SendPOPCommand("RETR " + number_i + "\r\n");
+    myJournal.CountBytes(answer.GetLength());
     if (answer.BeginsWith("-")) return true;
     if (!POP_IsPositive(answer) || !answer.EndsWith(kPOPLoneDot)) {
+      myJournal.Fail("The connection broke");
       PLXGlueAddWarningToServerLog(
           myInfo, "plxPOP: the connection broke at message " + number_i + ", which is left to the next run.");
       return false;
@@ -126,14 +144,19 @@ class POP_Collector {
     POP_Message message = POP_SplitAnswer(answer);
     answer.Empty();
     if (!POP_TakeParts(message, myFolder, myMaximumSize, myIsRepeated)) {
+      myJournal.Fail("An attachment cannot be saved");
       PLXGlueAddErrorToServerLog(myInfo, "plxPOP: an attachment of message " + number_i +
                                              " cannot be saved; the message is left to the next run.");
       return true;
     }
     message.text.RemoveSubstring(kPOPLongestMessage, kPLXWholeLength);
     Fill(message);
-    if (myStatus != 0) return true;
+    if (myStatus != 0) {
+      myJournal.Fail("The database refused a message");
+      return true;
+    }
     ++myNewMessageCount;
+    myJournal.CountNew();
     if (myIsDeleting) myClient.SendPOPCommand("DELE " + number_i + "\r\n");
     return true;
   }
@@ -179,6 +202,7 @@ class POP_Collector {
   PLXUInt32 const myDatabase;
   PLXPOP3& myClient;
   PLXString const& myFolder;
+  Journal_Collection& myJournal;
   POP_MessageLocks myLocks;
   bool myIsRepeated = false;  // the current message has a record, without its text, of an earlier run
   bool myIsDeleting = false;
@@ -214,17 +238,22 @@ static PLXUInt32 POP_ReportConnection(_PLXAPI_ModuleProcessingInfo* info_i, PLXU
 static PLXUInt32 POP_CollectMail(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32& newMessageCount_o,
                                  PLXUInt32 database_i, PLXString const& username_i,
                                  PLXString const& password_i, PLXString const& mailServer_i,
-                                 PLXString const& attachmentFolder_i) {
+                                 PLXString const& attachmentFolder_i, Journal_Collection& journal_i) {
   newMessageCount_o = 0;
   PLXPOP3 client(mailServer_i, username_i, password_i);
   PLXUInt32 const connection = client.Connect();
   if (connection != kPOP3Result_Success) {
+    journal_i.Fail(Journal_GetReason(client, connection));
     client.Disconnect();
     return POP_ReportConnection(info_i, connection);
   }
   PLXString const listing = client.SendPOPCommand("UIDL\r\n");
-  POP_Collector collector(info_i, database_i, client, attachmentFolder_i);
-  if (POP_IsPositive(listing)) collector.Collect(listing);
+  POP_Collector collector(info_i, database_i, client, attachmentFolder_i, journal_i);
+  if (POP_IsPositive(listing)) {
+    collector.Collect(listing);
+  } else {
+    journal_i.Fail(listing.IsEmpty() ? "Closed without an answer" : "The server does not list its messages");
+  }
   client.Disconnect();
   newMessageCount_o = collector.GetNewMessageCount();
   // Reads the whole folder, so not for a look into an empty mailbox.
@@ -241,14 +270,21 @@ struct POP_Mailbox {
 
 static PLXUInt32 POP_CollectMailbox(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32& newMessageCount_o,
                                     POP_Mailbox const& mailbox_i) {
+  Journal_Collection journal(info_i, "plxPOP", mailbox_i.mailServer, mailbox_i.username);
   PLXString folder;
   PLXGlueGetTagParameter(info_i, kPOPParameter_AttachmentFolderLocation, 0, folder,
                          kPOPDefaultAttachmentFolder);
-  if (!PLXGlueVerifyRegionContainsFile(info_i, folder)) return kPLXResult_NotAuthorized;
+  if (!PLXGlueVerifyRegionContainsFile(info_i, folder)) {
+    journal.Fail("The attachment folder is outside the region");
+    return kPLXResult_NotAuthorized;
+  }
   POP_Database database(info_i);
-  if (!database.Open()) return kPLXResult_GeneralError;
+  if (!database.Open()) {
+    journal.Fail("The database cannot be opened");
+    return kPLXResult_GeneralError;
+  }
   return POP_CollectMail(info_i, newMessageCount_o, database.GetDatabase(), mailbox_i.username,
-                         mailbox_i.password, mailbox_i.mailServer, folder);
+                         mailbox_i.password, mailbox_i.mailServer, folder, journal);
 }
 
 // 0; 'MMRP' without a required parameter; 'MNAu' for a folder outside the site; 'MGen' for a database or a

@@ -237,9 +237,9 @@ static PLXUInt32 SendMail_AttachFiles(_PLXAPI_ModuleProcessingInfo* info_i, PLXE
   return result;
 }
 
-static PLXUInt32 SendMail_SendMail(_PLXAPI_ModuleProcessingInfo* info_i, PLXString const& failedMailFolder_i,
-                                   PLXString const& callbackURL_i) {
-  PLXEmail email(failedMailFolder_i, callbackURL_i);
+static PLXUInt32 SendMail_SendMail(_PLXAPI_ModuleProcessingInfo* info_i, SendMail_Places const& places_i) {
+  PLXEmail email(places_i.failedMailFolder, places_i.callbackURL);
+  email.SetOrigin(places_i.page);
   for (auto const step : {SendMail_SetMailServer, SendMail_SetGMTOffset, SendMail_SetSender}) {
     PLXUInt32 const result = step(info_i, email);
     if (result != kPLXResult_Success) return result;
@@ -271,7 +271,7 @@ static PLXUInt32 ProcessSendMail(_PLXAPI_ModuleProcessingInfo* info_i, PLXString
   if (!SendMail_GetPlaces(info_i, places)) return kPLXResult_Success;
   bool const isAdministration = mode == kSendMailMode_Admin;
   if (!isAdministration && !(mode == kSendMailMode_SendFailedMail)) {
-    return SendMail_SendMail(info_i, places.failedMailFolder, places.callbackURL);
+    return SendMail_SendMail(info_i, places);
   }
   SendMail_Log log(info_i);
   if (!log.Open()) return kNetworkResult_OperationFailed;

@@ -6,6 +6,9 @@ constexpr auto kPatience = std::chrono::seconds(30);
 // An engine that went away shows within this time only when it is asked.
 constexpr auto kTriedAfter = std::chrono::seconds(1);
 
+std::atomic<std::uint64_t> ourWaitCount{0};
+std::atomic<std::uint64_t> ourWaitTime{0};  // nanoseconds
+
 bool Lives(PLXSQLConnection& connection_io) {
   try {
     connection_io.Run("SELECT 1");
@@ -44,11 +47,25 @@ std::unique_ptr<PLXSQLConnection> PLXSQLPool::Take(bool isForWriting_i) {
       lock.unlock();
       return MakeOne();
     }
-    if (myReturned.wait_until(lock, deadline) == std::cv_status::timeout && myIdle.empty() &&
-        myCount >= kLimit) {
+    if (!WaitForOne(lock, deadline)) {
       throw PLXSQLError(PLXSQLError::Kind::kBusy, "All connections to the data source are in use.");
     }
   }
+}
+
+bool PLXSQLPool::WaitForOne(std::unique_lock<std::mutex>& lock_io,
+                            std::chrono::steady_clock::time_point deadline_i) {
+  auto const start = std::chrono::steady_clock::now();
+  bool const isFree =
+      myReturned.wait_until(lock_io, deadline_i, [this] { return !myIdle.empty() || myCount < kLimit; });
+  auto const time = std::chrono::steady_clock::now() - start;
+  ourWaitTime += static_cast<std::uint64_t>(std::chrono::nanoseconds(time).count());
+  ++ourWaitCount;
+  return isFree;
+}
+
+PLXSQLPool::Waits PLXSQLPool::GetWaits() {
+  return {ourWaitCount, std::chrono::nanoseconds(ourWaitTime.load())};
 }
 
 std::unique_ptr<PLXSQLConnection> PLXSQLPool::MakeOne() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -18,6 +19,13 @@ class PLXSQLPool {
  public:
   using Maker = std::function<std::unique_ptr<PLXSQLConnection>()>;
   static constexpr std::size_t kLimit = 16;
+  // How often somebody had to wait for a connection that was lent, in all pools of this process, and how long
+  // together.
+  struct Waits {
+    std::uint64_t count = 0;
+    std::chrono::nanoseconds time{};
+  };
+  static Waits GetWaits();
 
   explicit PLXSQLPool(Maker maker_i) : myMaker(std::move(maker_i)) { myIdle.reserve(kLimit); }
 
@@ -74,6 +82,8 @@ class PLXSQLPool {
   };
 
   std::unique_ptr<PLXSQLConnection> Take(bool isForWriting_i);
+  // False when the deadline passed without one.
+  bool WaitForOne(std::unique_lock<std::mutex>& lock_io, std::chrono::steady_clock::time_point deadline_i);
   std::unique_ptr<PLXSQLConnection> MakeOne();
   void GiveBack(std::unique_ptr<PLXSQLConnection> connection_i, bool isLost_i);
 

@@ -1,11 +1,8 @@
 #include "PLXAdministration.h"
 
-#include <fstream>
-#include <iterator>
-#include <unistd.h>
-
 #include "PLXAdministrationHTML.h"
 #include "PLXLog.h"
+#include "PLXLogAdministration.h"
 #include "PLXRequestOrigin.h"
 #include "PLXServerPages.h"
 
@@ -13,40 +10,9 @@ namespace {
 
 constexpr std::string_view kRoot = "/plx-admin/";
 constexpr std::string_view kPreferencesPath = "/plx-admin/preferences";
-constexpr std::size_t kLogLines = 300;
 
 // Pages that change by themselves are asked for again by the browser, without a script.
 constexpr std::string_view kRefresh = "<meta http-equiv=\"refresh\" content=\"5\">\n";
-
-// "3 d 4 h 5 min" or "12 s": for reading, so the two or three largest parts are enough.
-std::string Duration(std::chrono::seconds time_i) {
-  auto const count = time_i.count();
-  if (count < 60) return std::to_string(count) + " s";
-  std::string text;
-  if (count >= 86400) text += std::to_string(count / 86400) + " d ";
-  if (count >= 3600) text += std::to_string(count / 3600 % 24) + " h ";
-  return text + std::to_string(count / 60 % 60) + " min";
-}
-
-// Memory in use (bytes) and threads of this process; zero where the system does not tell.
-struct ProcessFigures {
-  unsigned long long memory = 0;
-  unsigned long threads = 0;
-};
-
-ProcessFigures ReadProcessFigures() {
-  ProcessFigures figures;
-  std::ifstream status("/proc/self/status");
-  for (std::string word; status >> word;) {
-    if (word == "VmRSS:") {
-      status >> figures.memory;
-      figures.memory *= 1024;
-    } else if (word == "Threads:") {
-      status >> figures.threads;
-    }
-  }
-  return figures;
-}
 
 std::string_view StageName(PLXActiveRequests::Stage stage_i) {
   switch (stage_i) {
@@ -118,12 +84,13 @@ PLXAdministration::Route const PLXAdministration::kRoutes[] = {
 
 PLXAdministration::PLXAdministration(PLXModuleHost& modules_i, PLXLoginStore& logins_i,
                                      PLXActiveRequests const& active_i, PLXRecordEngine& records_i,
-                                     std::function<PLXListenerStatus()> status_i)
+                                     PLXRequestCounts const& counts_i,
+                                     std::function<PLXListenerStatus()> listener_i)
     : myModules(modules_i),
       myLogins(logins_i),
       myActive(active_i),
       myRecords(records_i),
-      myStatus(std::move(status_i)) {}
+      myStatus(modules_i, records_i, counts_i, std::move(listener_i)) {}
 
 PLXResponse PLXAdministration::Answer(PLXRequest const& request_i, PLXSites const& sites_i) {
   PLXResponse response;
@@ -141,7 +108,7 @@ PLXResponse PLXAdministration::Answer(PLXRequest const& request_i, PLXSites cons
       response = ErrorPage(405, "This page of the administration takes no changes.");
       response.SetHeader("Allow", "GET, HEAD");
     } else if (name == "metrics") {
-      response = Metrics();
+      response = Metrics(sites_i);
     } else if (route) {
       response = Framed(request_i, (this->*route->page)(request_i, sites_i));
     } else {
@@ -206,38 +173,11 @@ PLXResponse PLXAdministration::Framed(PLXRequest const& request_i, Page const& p
 // ---------------------------------------------------------------------------------------------------
 
 PLXAdministration::Page PLXAdministration::Status(PLXRequest const&, PLXSites const& sites_i) {
-  PLXListenerStatus const status = myStatus();
-  ProcessFigures const process = ReadProcessFigures();
-  PLXConfiguration const& configuration = sites_i.Configuration();
-  auto const uptime =
-      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - myStart);
-  Page page{"Status", "<dl>\n", std::string(kRefresh)};
-  page.body += Pair("Running for", Duration(uptime));
-  page.body += Pair("Requests so far", std::to_string(status.requests));
-  page.body += Pair("Connections", std::to_string(status.connections) + " of " +
-                                       std::to_string(configuration.limits.connections));
-  page.body += Pair("Pages running", std::to_string(status.busyPageThreads) + " of " +
-                                         std::to_string(configuration.limits.pageThreads));
-  page.body += Pair("Pages waiting", std::to_string(status.waitingPages) + " of " +
-                                         std::to_string(configuration.limits.waitingPages));
-  page.body += Pair("Pages given up", std::to_string(status.overduePages) + " of " +
-                                          std::to_string(configuration.limits.overduePages));
-  page.body += Pair("Threads", std::to_string(process.threads));
-  page.body += Pair("Memory", std::to_string(process.memory >> 20) + " MB");
-  page.body += Pair("Process", std::to_string(::getpid()));
-  page.body += "</dl>\n<h2>Versions</h2>\n<dl>\n" + Pair("PLX Server", PLX_SERVER_VERSION);
-  for (PLXModuleDescription const& module : myModules.Describe())
-    page.body += Pair(module.name, module.version);
-  page.body +=
-      "</dl>\n<h2>Kept in</h2>\n<dl>\n" +
-      Pair("Configuration", configuration.file.empty() ? "the command line" : configuration.file.string()) +
-      Pair("State", configuration.state.string()) + "</dl>\n";
-  return page;
+  return {"Status", myStatus.Page(sites_i), std::string(kRefresh)};
 }
 
 PLXAdministration::Page PLXAdministration::Requests(PLXRequest const& request_i, PLXSites const&) {
   Page page{"Requests that run now", "", std::string(kRefresh)};
-  page.body = TableHead({"Number", "Request", "What", "State", "Seconds", "Included", "Client"});
   auto const now = std::chrono::steady_clock::now();
   for (PLXActiveRequests::Entry const& entry : myActive.List()) {
     if (entry.id == request_i.id) continue;
@@ -246,6 +186,11 @@ PLXAdministration::Page PLXAdministration::Requests(PLXRequest const& request_i,
                  Cell(entry.what) + Cell(StageName(entry.stage)) + NumberCell(std::to_string(seconds)) +
                  NumberCell(std::to_string(entry.includeDepth)) + Cell(entry.address) + "</tr>\n";
   }
+  if (page.body.empty()) {
+    page.body = "<p>Nothing runs right now but this page, which is asked for again every 5 seconds.</p>\n";
+    return page;
+  }
+  page.body = TableHead({"Number", "Request", "What", "State", "Seconds", "Included", "Client"}) + page.body;
   page.body += kTableEnd;
   page.body +=
       "<p class=\"quiet\">\"Included\" tells how many pages of this server wait for the request.</p>\n";
@@ -295,35 +240,15 @@ PLXAdministration::Page PLXAdministration::Sites(PLXRequest const&, PLXSites con
   return page;
 }
 
-// The newest line stands first, so that a page that is asked for again shows it without scrolling.
-PLXAdministration::Page PLXAdministration::Log(PLXRequest const& request_i, PLXSites const&) {
-  bool const still = !ArgumentOf(request_i, "still").empty();
-  Page page{"Log", "", still ? "" : std::string(kRefresh)};
-  page.body = still ? "<p><a href=\"/plx-admin/log\">Follow the log</a></p>\n"
-                    : "<p><a href=\"/plx-admin/log?still=1\">Hold this page still</a></p>\n";
-  auto const lines = PLXLog::Recent(kLogLines);
-  page.body += "<pre>";
-  for (auto line = lines.rbegin(); line != lines.rend(); ++line) page.body += EncodeHTML(*line) + "\n";
-  page.body += "</pre>\n";
-  if (lines.empty()) page.body += "<p>Nothing has been logged yet.</p>\n";
-  return page;
+PLXAdministration::Page PLXAdministration::Log(PLXRequest const& request_i, PLXSites const& sites_i) {
+  PLXLogPage const page(request_i, sites_i.Configuration().state / "logs");
+  return {"Log", page.body, page.head};
 }
 
-// Name and value by line, in the text format that monitoring systems read.
-PLXResponse PLXAdministration::Metrics() const {
-  PLXListenerStatus const status = myStatus();
-  ProcessFigures const process = ReadProcessFigures();
-  auto const uptime =
-      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - myStart);
+PLXResponse PLXAdministration::Metrics(PLXSites const& sites_i) {
   PLXResponse response;
-  response.SetHeader("Content-Type", "text/plain; charset=utf-8");
-  response.body =
-      "plxserver_uptime_seconds " + std::to_string(uptime.count()) + "\nplxserver_requests_total " +
-      std::to_string(status.requests) + "\nplxserver_connections " + std::to_string(status.connections) +
-      "\nplxserver_pages_running " + std::to_string(status.busyPageThreads) + "\nplxserver_pages_waiting " +
-      std::to_string(status.waitingPages) + "\nplxserver_pages_given_up " +
-      std::to_string(status.overduePages) + "\nplxserver_threads " + std::to_string(process.threads) +
-      "\nplxserver_memory_bytes " + std::to_string(process.memory) + "\n";
+  response.SetHeader("Content-Type", "text/plain; version=0.0.4; charset=utf-8");
+  response.body = myStatus.Metrics(sites_i);
   return response;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <string>
 
@@ -11,6 +10,7 @@
 #include "PLXModuleHost.h"
 #include "PLXRecordsAdministration.h"
 #include "PLXSite.h"
+#include "PLXStatus.h"
 
 // The pages under /plx-admin/: what the server is doing, its modules, sites and regions, the preferences that
 // modules keep for a region, the record databases, and the log. Works without scripts.
@@ -20,9 +20,10 @@
 // thread.
 class PLXAdministration {
  public:
-  // All must outlive the administration. `status_i` is asked on whatever thread a page is made.
+  // All must outlive the administration. `listener_i` is asked on whatever thread a page is made.
   PLXAdministration(PLXModuleHost& modules_i, PLXLoginStore& logins_i, PLXActiveRequests const& active_i,
-                    PLXRecordEngine& records_i, std::function<PLXListenerStatus()> status_i);
+                    PLXRecordEngine& records_i, PLXRequestCounts const& counts_i,
+                    std::function<PLXListenerStatus()> listener_i);
 
   // Answers a request whose path begins with "/plx-admin/". Blocks for a password check.
   PLXResponse Answer(PLXRequest const& request_i, PLXSites const& sites_i);
@@ -44,14 +45,13 @@ class PLXAdministration {
   Page Log(PLXRequest const& request_i, PLXSites const& sites_i);
   PLXResponse Preferences(PLXRequest const& request_i, PLXSites const& sites_i);
   PLXResponse Databases(PLXRequest const& request_i);
-  PLXResponse Metrics() const;
+  PLXResponse Metrics(PLXSites const& sites_i);
   PLXResponse Framed(PLXRequest const& request_i, Page const& page_i) const;
 
   PLXModuleHost& myModules;
   PLXLoginStore& myLogins;
   PLXActiveRequests const& myActive;
   PLXRecordsAdministration myRecords;
-  std::function<PLXListenerStatus()> const myStatus;
-  std::chrono::steady_clock::time_point const myStart = std::chrono::steady_clock::now();
+  PLXStatus myStatus;
   PLXLoginThrottle myThrottle;
 };

@@ -306,6 +306,7 @@ PLXListenerStatus PLXListener::Implementation::Status() const {
   status.requests = myRequests;
   status.connections = myServed;
   status.busyPageThreads = pages.running;
+  status.idlePageThreads = pages.idle;
   status.waitingPages = pages.waiting;
   status.overduePages = pages.overdue;
   return status;

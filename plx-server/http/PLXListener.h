@@ -60,6 +60,7 @@ struct PLXListenerStatus {
   std::uint64_t requests = 0;
   unsigned connections = 0;
   unsigned busyPageThreads = 0;
+  unsigned idlePageThreads = 0;
   unsigned waitingPages = 0;
   unsigned overduePages = 0;  // given up, and still on a thread
 };

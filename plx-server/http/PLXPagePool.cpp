@@ -76,7 +76,8 @@ void PLXPagePool::Forget(std::string const& place_i) {
 }
 
 PLXPagePool::Status PLXPagePool::GetStatus() const {
-  return {myRunningCount, myWaitingCount, myOverdueCount};
+  std::lock_guard const lock(myMutex);
+  return {myRunningCount, myWaitingCount, myOverdueCount, static_cast<unsigned>(myIdleCount)};
 }
 
 bool PLXPagePool::IsStuck() const { return myRunningCount + myOverdueCount > 0; }

@@ -36,6 +36,7 @@ class PLXPagePool {
  public:
   struct Status {
     unsigned running = 0, waiting = 0, overdue = 0;
+    unsigned idle = 0;  // threads that were made and have nothing to do
   };
   // Has a function called on the I/O thread. Any thread.
   using Post = std::function<void(std::function<void()>)>;
@@ -82,7 +83,7 @@ class PLXPagePool {
   std::map<std::string, Place> myPlaces;  // those with anything in them
   std::atomic<unsigned> myRunningCount = 0, myWaitingCount = 0, myOverdueCount = 0;
 
-  std::mutex myMutex;  // guards what follows
+  mutable std::mutex myMutex;  // guards what follows
   std::condition_variable myChanged;
   std::deque<std::shared_ptr<PLXPageJob>> myReady;
   std::size_t myIdleCount = 0;

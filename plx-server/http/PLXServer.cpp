@@ -184,8 +184,8 @@ PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> 
     myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(myState));
     myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, *myRecords, trace);
     myPages = std::make_unique<PLXPageCache>(*myModules);
-    myAdministration =
-        std::make_unique<PLXAdministration>(*myModules, *myServerLogins, myActive, *myRecords, [this] {
+    myAdministration = std::make_unique<PLXAdministration>(
+        *myModules, *myServerLogins, myActive, *myRecords, myCounts, [this] {
           PLXListener const* const listener = myListener;
           return listener ? listener->Status() : PLXListenerStatus{};
         });

@@ -24,6 +24,7 @@
 #include "PLXPreferenceStore.h"
 #include "PLXRecordStore.h"
 #include "PLXSite.h"
+#include "PLXStatus.h"
 
 class PLXAdministration;
 
@@ -131,6 +132,7 @@ class PLXServer : public PLXRequestHandler {
   std::unique_ptr<PLXModuleHost> myModules;
   std::unique_ptr<PLXPageCache> myPages;
   PLXActiveRequests myActive;
+  PLXRequestCounts myCounts;
   PLXLoginThrottle myThrottle;  // of logins to regions and to pages
   std::unique_ptr<PLXAdministration> myAdministration;
   std::atomic<PLXListener*> myListener{nullptr};

@@ -18,6 +18,7 @@ namespace {
 
 // Never looked for on the disk, so that no file of a site can stand in for it.
 constexpr std::string_view kAdministrationPath = "/plx-admin";
+constexpr std::string_view kStatusPath = "/plx-status";  // leads to the administration's first page
 
 // A module may put a user's name into a search, where an apostrophe makes a condition of it: one user then
 // has as many names as a guesser likes. They count as one name, of which no success clears the failures.
@@ -37,7 +38,8 @@ bool IsKnownMethod(std::string_view method_i) {
 bool IsReading(std::string_view method_i) { return method_i == "GET" || method_i == "HEAD"; }
 
 bool IsAdministration(std::string_view path_i) {
-  return path_i == kAdministrationPath || path_i.starts_with(std::string(kAdministrationPath) + "/");
+  return path_i == kAdministrationPath || path_i == kStatusPath ||
+         path_i.starts_with(std::string(kAdministrationPath) + "/");
 }
 
 // The host that the client means: of the target when that is a whole address (RFC 9112, section 3.2.2), else
@@ -205,6 +207,9 @@ void PLXServer::PlanAdministration(PLXRequest const& request_i, Plan& plan_io) c
     plan_io.answer.SetHeader("Allow", "GET, HEAD, POST");
   } else if (request_i.path == kAdministrationPath) {
     plan_io.Refuse(301, "The administration is at /plx-admin/.");
+    plan_io.answer.SetHeader("Location", "/plx-admin/");
+  } else if (request_i.path == kStatusPath) {
+    plan_io.Refuse(303, "The status of this server is at /plx-admin/.");
     plan_io.answer.SetHeader("Location", "/plx-admin/");
   } else {
     plan_io.what = Plan::What::kAdministration;
@@ -484,6 +489,7 @@ PLXResponse PLXServer::ErrorAnswer(int status_i, std::string const& sentence_i) 
 
 void PLXServer::GivenUp(PLXRequest const& request_i) {
   myActive.GiveUp(request_i.id);
+  ++myCounts.givenUp;
   PLXLog::Warning("request " + std::to_string(request_i.id) + " (" + request_i.method + " " + request_i.path +
                   "): the page did not end in time and was given up; it holds its thread");
 }
@@ -493,12 +499,13 @@ void PLXServer::GivenUp(PLXRequest const& request_i) {
 void PLXServer::Finished(PLXRequest const& request_i, PLXResponse const& response_i,
                          std::uint64_t bytesSent_i, std::chrono::microseconds took_i) {
   myActive.Remove(request_i.id);
+  int const status = response_i.status == 0 ? 499 : response_i.status;
+  myCounts.CountAnswer(status);
   std::string const request =
       request_i.method + " " + WithoutUser(request_i.target) + " " + request_i.version;
   std::string line = request_i.remoteAddress.empty() ? "-" : request_i.remoteAddress;
   line += " - " + LoggedUser(request_i) + " " + LogTime() + " " + Quoted(request) + " ";
-  line += std::to_string(response_i.status == 0 ? 499 : response_i.status) + " " +
-          std::to_string(bytesSent_i) + " ";
+  line += std::to_string(status) + " " + std::to_string(bytesSent_i) + " ";
   line +=
       Quoted(WithoutUser(request_i.Header("Referer"))) + " " + Quoted(request_i.Header("User-Agent")) + " ";
   line += std::to_string(took_i.count()) + " " + std::to_string(request_i.id);

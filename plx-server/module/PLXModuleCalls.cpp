@@ -111,24 +111,7 @@ PLXUInt32 PLXModuleHost::Connection::WriteToServer(Call& call_io) {
 }
 
 PLXUInt32 PLXModuleHost::Connection::WriteToLog(Call& call_io) {
-  std::string const line = myModule.description.name + ": " + std::string(call_io.in[0]);
-  switch (call_io.number) {
-    case kPLXLogLevel_Note:
-      PLXLog::Note(line);
-      break;
-    case kPLXLogLevel_Warning:
-      PLXLog::Warning(line);
-      break;
-    case kPLXLogLevel_Error:
-      PLXLog::Error(line);
-      break;
-    case kPLXLogLevel_Failure:
-      PLXLog::Failure(line);
-      break;
-    default:
-      return kPLXResult_InvalidCall;
-  }
-  return kPLXResult_Success;
+  return PLXWriteModuleLog(myModule.description.name, call_io.in[0], call_io.number);
 }
 
 PLXUInt32 PLXModuleHost::Connection::SetErrorInformation(Call& call_io) {

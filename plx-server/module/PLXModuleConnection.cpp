@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstring>
 #include <exception>
 
@@ -19,7 +18,6 @@ namespace {
 
 // The connection of the event that this thread runs now.
 thread_local void* ourCurrent = nullptr;
-std::atomic<std::uint64_t> ourNextNumber{1};
 
 bool MentionsPassword(std::string_view text_i) {
   for (std::size_t offset = 0; offset < text_i.size(); ++offset) {
@@ -178,7 +176,7 @@ PLXModuleHost::Connection::Connection(PLXModuleHost& host_i, Module& module_i, E
     : myHost(host_i),
       myModule(module_i),
       myEvent(event_i),
-      myNumber(ourNextNumber.fetch_add(1, std::memory_order_relaxed)),
+      myNumber(PLXNextHandle()),
       myOuter(static_cast<Connection*>(ourCurrent)) {
   ourCurrent = this;
 }
@@ -189,6 +187,22 @@ PLXModuleHost::Connection* PLXModuleHost::Connection::Find(PLXConnectionID id_i)
   auto* const current = static_cast<Connection*>(ourCurrent);
   return current != nullptr && reinterpret_cast<std::uintptr_t>(id_i) == current->myNumber ? current
                                                                                            : nullptr;
+}
+
+// The handle of this event is the service's own and no connection stands behind it, so that all a module can
+// ask during the event is what it may ask afterwards.
+void PLXModuleHost::Connection::OfferService(PLXModuleHost const& host_i, Module& module_io) {
+  module_io.service =
+      std::make_unique<PLXModuleService>(module_io.description.name, host_i.myFigures, host_i.myTraceAll);
+  _PLXAPI_ModuleProcessingInfo info{module_io.service->Handle(), kPLXEvent_Service, &Connection::Support,
+                                    &Connection::Database};
+  PLXUInt32 result = kPLXResult_GeneralError;
+  try {
+    result = module_io.entry(&info);
+  } catch (...) {
+    PLXLog::Error(module_io.description.name + ": the offer of a service handle ended with an exception");
+  }
+  if (result != kPLXResult_Success) module_io.service.reset();
 }
 
 PLXTagOutcome PLXModuleHost::Connection::Run() {
@@ -225,8 +239,8 @@ PLXUInt32 PLXModuleHost::Connection::Support(PLXConnectionID id_i, PLXUInt32 cod
   // No exception crosses into a module; the one that can arise is a want of memory.
   try {
     Connection* const connection = Find(id_i);
-    if (connection == nullptr) return kPLXResult_NoConnection;
-    return connection->AnswerRequest(code_i, {a1, a2, a3, a4, a5});
+    if (connection != nullptr) return connection->AnswerRequest(code_i, {a1, a2, a3, a4, a5});
+    return PLXModuleService::Answer(id_i, code_i, {a1, a2, a3, a4, a5}).value_or(kPLXResult_NoConnection);
   } catch (...) {
     return kPLXResult_GeneralError;
   }

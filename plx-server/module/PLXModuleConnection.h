@@ -6,6 +6,7 @@
 
 #include "PLXModuleDatabase.h"
 #include "PLXModuleHost.h"
+#include "PLXModuleService.h"
 
 // What the server answers a module's call with, beyond the codes of the contract.
 inline constexpr PLXUInt32 kPLXResult_NoConnection =
@@ -22,9 +23,10 @@ struct PLXModuleHost::Module {
   PLXModuleDescription description;
   void* library = nullptr;  // of dlopen
   PLXModuleEntryPtr entry = nullptr;
-  bool isNamed = false;                    // until then its file's name stands in its description
-  std::atomic<bool> isTerminated = false;  // it has answered the terminate event
-  std::string refusals;                    // sentences on what it announced and did not get
+  bool isNamed = false;                       // until then its file's name stands in its description
+  std::atomic<bool> isTerminated = false;     // it has answered the terminate event
+  std::string refusals;                       // sentences on what it announced and did not get
+  std::unique_ptr<PLXModuleService> service;  // when it wants one, until it has answered the terminate event
 
   Module() = default;
   Module(Module const&) = delete;
@@ -53,6 +55,8 @@ class PLXModuleHost::Connection {
   Connection(Connection const&) = delete;
   Connection& operator=(Connection const&) = delete;
 
+  // Offers the module a service handle, which it then has or has not.
+  static void OfferService(PLXModuleHost const& host_i, Module& module_io);
   // Calls the module once. Never throws but std::bad_alloc: what the module throws becomes 'MGen', a line in
   // the log and a problem.
   PLXTagOutcome Run();

@@ -62,6 +62,7 @@ bool PLXModuleHost::Load(std::filesystem::path const& file_i, std::string& probl
   PLXLog::Note("Loaded " + module->description.name + " " + module->description.version + " from " +
                file.native());
   myModules.push_back(std::move(module));
+  Connection::OfferService(*this, *myModules.back());
   return true;
 }
 
@@ -98,6 +99,7 @@ void PLXModuleHost::Terminate() {
     if ((*module)->isTerminated) continue;
     PLXTagOutcome const outcome = Connection(*this, **module, {kPLXEvent_Terminate}).Run();
     (*module)->isTerminated = true;
+    (*module)->service.reset();
     if (outcome.result == kPLXResult_Success) continue;
     PLXLog::Warning((*module)->description.name + " answered its end with " + PLXCodeText(outcome.result));
   }

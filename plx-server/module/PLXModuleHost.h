@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "PLXASCII.h"
+#include "PLXFigures.h"
 #include "PLXLoginStore.h"
 #include "PLXModuleAPI.h"
 #include "PLXPreferenceStore.h"
@@ -59,6 +60,8 @@ class PLXModuleHost : public PLXTagProcessor {
   // arguments). Requires: index_i < Describe().size().
   PLXTagOutcome GetPreferencesPage(std::size_t index_i, PLXPageContext& context_io);
   PLXTagOutcome SetPreferences(std::size_t index_i, PLXPageContext& context_io);
+  // What the modules count for the operator.
+  PLXFigures const& Figures() const { return *myFigures; }
 
  private:
   struct Module;
@@ -73,6 +76,7 @@ class PLXModuleHost : public PLXTagProcessor {
   PLXPreferenceStore& myPreferences;
   PLXLoginStore& myServerLogins;
   PLXRecordEngine& myRecords;
+  std::shared_ptr<PLXFigures> const myFigures = std::make_shared<PLXFigures>();
   std::mutex myDomainLoginsMutex;
   std::map<std::string, std::unique_ptr<PLXLoginStore>>
       myDomainLogins;  // by file, guarded by myDomainLoginsMutex

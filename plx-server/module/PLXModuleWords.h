@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -8,6 +10,12 @@
 
 // How texts and numbers lie in the words of a call, for the support and the database requests alike. What a
 // module hands over is checked here and turned into views; nothing else of the server sees its pointers.
+
+// The number of a handle, of an event or a service: never given twice.
+inline std::uint64_t PLXNextHandle() {
+  static std::atomic<std::uint64_t> next{1};
+  return next.fetch_add(1, std::memory_order_relaxed);
+}
 
 // Words of the contract need not be aligned.
 inline PLXUInt32 LoadWord(void const* address_i) {

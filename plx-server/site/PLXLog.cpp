@@ -8,7 +8,6 @@
 #include <mutex>
 #include <shared_mutex>
 #include <spdlog/logger.h>
-#include <spdlog/sinks/ringbuffer_sink.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
@@ -18,7 +17,6 @@
 
 namespace {
 
-constexpr std::size_t kRecentLines = 500;
 constexpr char kPattern[] = "%Y-%m-%d %H:%M:%S.%e %v";  // the level word is part of the text
 
 // One generation of loggers: replaced whole by Open and Close, so a writer never sees half of one.
@@ -26,14 +24,6 @@ struct Loggers {
   std::shared_ptr<spdlog::logger> server;
   std::shared_ptr<spdlog::logger> access;
   std::shared_ptr<spdlog::logger> trace;
-};
-
-struct State {
-  State();
-  std::shared_mutex mutex;
-  std::shared_ptr<spdlog::sinks::ringbuffer_sink_mt> const recent =
-      std::make_shared<spdlog::sinks::ringbuffer_sink_mt>(kRecentLines);
-  std::shared_ptr<Loggers const> loggers;  // guarded by mutex
 };
 
 std::shared_ptr<spdlog::logger> MakeLogger(std::string const& name_i, std::vector<spdlog::sink_ptr> sinks_i) {
@@ -44,26 +34,24 @@ std::shared_ptr<spdlog::logger> MakeLogger(std::string const& name_i, std::vecto
 }
 
 // What writes to standard error alone.
-std::shared_ptr<Loggers const> MakeConsoleLoggers(spdlog::sink_ptr const& recent_i, bool toStandardError_i) {
+std::shared_ptr<Loggers const> MakeConsoleLoggers(bool toStandardError_i) {
   std::vector<spdlog::sink_ptr> sinks;
   if (toStandardError_i) sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
   auto loggers = std::make_shared<Loggers>();
   loggers->access = MakeLogger("access", sinks);
   loggers->trace = MakeLogger("trace", sinks);
-  sinks.push_back(recent_i);
   loggers->server = MakeLogger("server", sinks);
   return loggers;
 }
 
-std::shared_ptr<Loggers const> MakeFileLoggers(spdlog::sink_ptr const& recent_i,
-                                               PLXLogOptions const& options_i) {
+std::shared_ptr<Loggers const> MakeFileLoggers(PLXLogOptions const& options_i) {
   auto const file = [&options_i](char const* name_i) -> spdlog::sink_ptr {
     return std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
         (options_i.folder / name_i).string(), std::max<std::size_t>(options_i.bytesPerFile, 1),
         options_i.filesKept);
   };
   auto loggers = std::make_shared<Loggers>();
-  std::vector<spdlog::sink_ptr> sinks{file("server.log"), recent_i};
+  std::vector<spdlog::sink_ptr> sinks{file("server.log")};
   if (options_i.toStandardError) {
     sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
     sinks.back()->set_level(spdlog::level::warn);
@@ -77,7 +65,10 @@ std::shared_ptr<Loggers const> MakeFileLoggers(spdlog::sink_ptr const& recent_i,
   return loggers;
 }
 
-State::State() : loggers(MakeConsoleLoggers(recent, true)) {}
+struct State {
+  std::shared_mutex mutex;
+  std::shared_ptr<Loggers const> loggers = MakeConsoleLoggers(true);  // guarded by mutex
+};
 
 // Never destroyed: threads of modules may write until the process is gone.
 State& OurState() {
@@ -181,10 +172,9 @@ void WriteEscaped(spdlog::logger& logger_i, std::string_view line_i) {
 }  // namespace
 
 void PLXLog::Open(PLXLogOptions const& options_i) {
-  State& state = OurState();
   try {
-    Replace(options_i.folder.empty() ? MakeConsoleLoggers(state.recent, options_i.toStandardError)
-                                     : MakeFileLoggers(state.recent, options_i));
+    Replace(options_i.folder.empty() ? MakeConsoleLoggers(options_i.toStandardError)
+                                     : MakeFileLoggers(options_i));
   } catch (spdlog::spdlog_ex const& error) {
     throw std::runtime_error("The logs cannot be written to " + options_i.folder.string() + ": " +
                              error.what());
@@ -194,7 +184,7 @@ void PLXLog::Open(PLXLogOptions const& options_i) {
 
 void PLXLog::Close() {
   OurFlusher().Stop();
-  Replace(MakeConsoleLoggers(OurState().recent, true));
+  Replace(MakeConsoleLoggers(true));
 }
 
 void PLXLog::Write(PLXLogLevel level_i, std::string_view text_i) {
@@ -219,13 +209,4 @@ void PLXLog::Access(std::string_view line_i) {
 void PLXLog::Trace(std::string_view line_i) {
   WriteEscaped(*CurrentLoggers()->trace, line_i);
   OurFlusher().Mark();
-}
-
-std::vector<std::string> PLXLog::Recent(std::size_t count_i) {
-  if (count_i == 0) return {};
-  std::vector<std::string> lines = OurState().recent->last_formatted(count_i);
-  for (std::string& line : lines) {
-    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
-  }
-  return lines;
 }

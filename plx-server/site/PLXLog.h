@@ -2,9 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <string>
 #include <string_view>
-#include <vector>
 
 enum class PLXLogLevel { kNote, kWarning, kError, kFailure };
 
@@ -37,7 +35,4 @@ class PLXLog {
 
   static void Access(std::string_view line_i);
   static void Trace(std::string_view line_i);
-
-  // The newest lines of the server log, oldest first, at most 500, as they stand in the file.
-  static std::vector<std::string> Recent(std::size_t count_i);
 };

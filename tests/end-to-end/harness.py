@@ -201,19 +201,26 @@ class Origin:
 
 
 class MailServer:
-    """A real SMTP and POP3 server. Mailboxes are NAME@test; `faults` are those of script/mail-server."""
+    """A real SMTP and POP3 server. Mailboxes are NAME@test; `faults` are those of script/mail-server. With `certificates`,
+    {address: file}, it speaks TLS on these addresses, too."""
 
-    def __init__(self):
+    def __init__(self, certificates=None):
         self.folder = Path(tempfile.mkdtemp(prefix="plx-mail."))
         self.folder.chmod(0o755)
         self.smtp_port, self.pop3_port = free_port(), free_port()
+        self.tls_ports = []
+        if certificates:
+            self.tls_ports = [self.smtps_port, self.pop3s_port] = free_port(), free_port()
+            (self.folder / "tls").mkdir()
+            for address, file in certificates.items():
+                shutil.copy(file, self.folder / "tls" / f"{address}.pem")
         self.address = f"127.0.0.1:{self.smtp_port}"
         self.process = None
         self.start()
 
     def start(self):
         self.process = subprocess.Popen([SOURCE / "script" / "mail-server", self.folder, str(self.smtp_port),
-                                         str(self.pop3_port)], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+                                         str(self.pop3_port), *map(str, self.tls_ports)], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         assert self.process.stdout.readline() == b"ready\n", "the mail server did not start"
 
     def halt(self):

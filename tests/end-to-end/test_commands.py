@@ -46,6 +46,9 @@ class Commands(unittest.TestCase):
 
     def test_check_render_and_user(self):
         self.assertEqual(self.run_server(self.good, "check").returncode, 0)
+        done = self.run_server(self.good.replace("localhost", "no.such.host.invalid"), "check")
+        self.assertEqual(done.returncode, 0)
+        self.assertIn("Put this line into /etc/hosts: 127.0.0.1 no.such.host.invalid", done.stderr)
         done = self.run_server(self.good, "render", "/page.html", "name=A<da")
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertTrue(done.stdout.startswith("[A&lt;da]"), done.stdout)

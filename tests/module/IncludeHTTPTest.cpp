@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <regex>
 
 #include "NetworkModuleLibrary.h"
 #include "ScriptedPeer.h"
@@ -194,4 +195,49 @@ TEST(IncludeHTTP, IsEmptyWhenNobodyIsThere) {
     EXPECT_EQ(page.output, row.output);
     EXPECT_EQ(page.problem, "");
   }
+}
+
+// ---- What the operator sees ----
+
+TEST(IncludeHTTP, TellsTheOperatorOnceAServiceIsOffered) {
+  struct {
+    char const* why;
+    std::string answer;
+    std::string line;
+    char const* level;
+    char const* series;
+  } const rows[] = {
+      {"as it is", ourAnswer, "include url=http://HOST/a%20b status=200 bytes=SIZE ms=N page=/dir/page.html",
+       "MLgN", "plx_includes_total{status=\"200\"}"},
+      {"refused", "HTTP/1.0 404 No\r\n\r\n",
+       "include url=http://HOST/a%20b status=404 bytes=0 ms=N page=/dir/page.html", "MLgN",
+       "plx_includes_total{status=\"404\"}"},
+      {"nothing came", "",
+       "include failed url=http://HOST/a%20b status=0 bytes=0 ms=N page=/dir/page.html "
+       "reason=\"Closed without an answer\"",
+       "MLgW", "plx_includes_total{status=\"none\"}"},
+  };
+  SimulatedHost operating;
+  ASSERT_EQ(GetNetworkModuleEntry()(operating.Event(kPLXEvent_Service)), 0u);
+  for (auto const& row : rows) {
+    SCOPED_TRACE(row.why);
+    operating.calls.clear();
+    operating.log.clear();
+    ScriptedPeer peer;
+    peer.HearsRequest().Sends(row.answer).Closes();
+    IncludingPage page(peer.Address(), {{"url", "http://" + peer.Address() + "/a%20b?key=secret#there"}});
+    EXPECT_EQ(page.Process(), 0u);
+    EXPECT_TRUE(page.log.empty()) << "the page's own handle is not used";
+    ASSERT_EQ(operating.log.size(), 1u);
+    std::string line = std::regex_replace(operating.log[0].second, std::regex(" ms=[0-9]+ "), " ms=N ");
+    std::string expected = std::regex_replace(row.line, std::regex("HOST"), peer.Address());
+    expected = std::regex_replace(expected, std::regex("SIZE"), std::to_string(ourContent.size()));
+    EXPECT_EQ(line, expected);
+    EXPECT_EQ(operating.log[0].first, row.level);
+    EXPECT_EQ(operating.calls.at(1).sent, "MFig '" + std::string(row.series) + "' 1 [FAdd]");
+  }
+  ASSERT_EQ(GetNetworkModuleEntry()(operating.Event(kPLXEvent_Terminate)), 0u);
+  operating.calls.clear();
+  RequestOf({{"url", "/x"}});
+  EXPECT_TRUE(operating.calls.empty()) << "a service ends with the module";
 }

@@ -1,9 +1,11 @@
 #include <chrono>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <thread>
 
 #include "PLXLog.h"
+#include "PLXLogTail.h"
 #include "TemporaryFolder.h"
 
 using testing::EndsWith;
@@ -31,11 +33,6 @@ TEST_F(PLXLogFiles, WritesALineWithDateTimeAndLevelAtOnce) {
   EXPECT_THAT(folder.Read("log/server.log"),
               MatchesRegex(stamp + "note started\n" + stamp + "warning careful\n" + stamp + "error wrong\n" +
                            stamp + "failure over\n"));
-  auto const recent = PLXLog::Recent(2);
-  ASSERT_EQ(recent.size(), 2u);
-  EXPECT_THAT(recent[0], EndsWith(" error wrong"));
-  EXPECT_THAT(folder.Read("log/server.log"), EndsWith(recent[0] + "\n" + recent[1] + "\n"));
-  EXPECT_TRUE(PLXLog::Recent(0).empty());
 }
 
 TEST_F(PLXLogFiles, WritesNoLineThatAStrangerForged) {
@@ -92,11 +89,11 @@ TEST_F(PLXLogFiles, LosesNoLineOfManyThreadsAndReopenings) {
   {
     std::vector<std::jthread> threads;
     for (int thread = 0; thread < 4; ++thread) {
-      threads.emplace_back([] {
+      threads.emplace_back([this] {
         for (int line = 0; line < 500; ++line) {
           PLXLog::Note("x");
           PLXLog::Access("y");
-          PLXLog::Recent(3);
+          ReadLogTail(folder / "log", {.log = "server", .lines = 3});
         }
       });
     }
@@ -107,5 +104,61 @@ TEST_F(PLXLogFiles, LosesNoLineOfManyThreadsAndReopenings) {
   std::string const access = folder.Read("log/access.log");
   EXPECT_EQ(std::count(server.begin(), server.end(), '\n'), 2000);
   EXPECT_EQ(std::count(access.begin(), access.end(), '\n'), 2000);
-  EXPECT_EQ(PLXLog::Recent(10000).size(), 500u);
+}
+
+// ---- The end of a log ----
+
+TEST_F(PLXLogFiles, ReadsTheNewestLinesBackIntoRotatedFiles) {
+  auto const line = [](int number_i, char const* level_i) {
+    return "2026-11-24 01:02:03.004 " + std::string(level_i) + " number " + std::to_string(number_i) +
+           std::string(number_i % 7 * 3000, 'x');
+  };
+  std::vector<std::string> written;
+  std::string files[3];
+  for (int number = 0; number < 300; ++number) {
+    written.push_back(line(number, number % 10 == 0 ? "warning" : number % 25 == 1 ? "failure" : "note"));
+    files[2 - number / 100] += written.back() + "\n";
+  }
+  files[0].pop_back();  // what is being written has no end yet
+  folder.Write("tail/server.log", files[0]);
+  folder.Write("tail/server.1.log", files[1]);
+  folder.Write("tail/server.2.log", files[2]);
+
+  struct Row {
+    char const* why;
+    PLXLogQuery query;
+    std::function<bool(int)> isWanted;
+  } const rows[] = {
+      {"a few of the newest", {.log = "server", .lines = 3}, [](int) { return true; }},
+      {"across the files", {.log = "server", .lines = 250}, [](int) { return true; }},
+      {"all there are", {.log = "server", .lines = 1000}, [](int) { return true; }},
+      {"warnings and worse",
+       {.log = "server", .lines = 1000, .level = PLXLogLevel::kWarning},
+       [](int number) { return number % 10 == 0 || number % 25 == 1; }},
+      {"a text in any letters",
+       {.log = "server", .lines = 1000, .text = "NUMBER 17"},
+       [](int number) { return number == 17 || number / 10 == 17; }},
+      {"none holds it", {.log = "server", .lines = 10, .text = "none"}, [](int) { return false; }},
+  };
+  for (Row const& row : rows) {
+    SCOPED_TRACE(row.why);
+    std::vector<std::string> expected;
+    for (int number = 299; number >= 0 && expected.size() < row.query.lines; --number) {
+      if (row.isWanted(number)) expected.insert(expected.begin(), written[number].substr(0, 4000));
+    }
+    PLXLogExcerpt const excerpt = ReadLogTail(folder / "tail", row.query);
+    ASSERT_EQ(excerpt.lines.size(), expected.size());
+    for (std::size_t index = 0; index < expected.size(); ++index)
+      EXPECT_THAT(excerpt.lines[index], testing::StartsWith(expected[index]));
+    EXPECT_EQ(excerpt.isWhole, expected.size() < row.query.lines);
+  }
+  EXPECT_FALSE(ReadLogTail(folder / "tail", {.log = "trace"}).isThere);
+}
+
+TEST_F(PLXLogFiles, ReadsABoundedEndOfALogWhateverItsLines) {
+  folder.Write("long/access.log", std::string(40u << 20, 'x') + "\nlast\n");
+  PLXLogExcerpt const excerpt = ReadLogTail(folder / "long", {.log = "access", .lines = 10});
+  ASSERT_FALSE(excerpt.lines.empty());
+  EXPECT_EQ(excerpt.lines.back(), "last");
+  EXPECT_FALSE(excerpt.isWhole);
 }

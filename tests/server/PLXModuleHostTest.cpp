@@ -235,6 +235,48 @@ TEST_F(PLXModuleHostCalls, EndWithTheEvent) {
   EXPECT_EQ(elsewhere, "MNCn[](32)");
 }
 
+TEST_F(PLXModuleHostCalls, LastForTheServiceOnEveryThread) {
+  PLXLog::Open({folder / "log", false, 1u << 20, 1});
+  TextRow const rows[] = {
+      {"a line of the log", "service=MWtL in='mail sent' x=MLgN", "0"},
+      {"a level that is none", "service=MWtL in=text x=1", "MICl"},
+      {"a text without its zero", "service=MWtL in=text size=4 x=MLgN", "MICl"},
+      {"no level", "service=MWtL in=text", "MICl"},
+      {"a counter", "service=MFig in='plx_probe_total{a=\"b\"}' double=2.5 x=FAdd", "0"},
+      {"a gauge", "service=MFig in=plx_probe double=-4 x=FSet", "0"},
+      {"its meaning", "service=MFig in='plx_probe what it is' x=FDsc", "0"},
+      {"no number", "service=MFig in=plx_probe x=FSet", "MICl"},
+      {"no such change", "service=MFig in=plx_probe double=1 x=FXxx", "MICl"},
+      {"the server's own figure", "service=MFig in=plxserver_threads double=1 x=FSet", "MICl"},
+      {"anything else is a used-up handle", "service=MTPC n", "MNCn#0"},
+      {"of the announcement, too", "service=MRMN in=name", "MNCn"},
+      {"unknown ones as well", "service=XXXX in=name", "MNCn"},
+      {"an event's handle knows no figures", "call=MFig in=plx_probe double=1 x=FSet", "MUnR"},
+  };
+  ExpectCalls(rows);
+  PLXFigureText text;
+  host.Figures().AppendTo(text);
+  EXPECT_EQ(text.Text(),
+            "# HELP plx_probe what it is\n# TYPE plx_probe gauge\nplx_probe -4\n"
+            "# TYPE plx_probe_total counter\nplx_probe_total{a=\"b\"} 2.5\n");
+
+  host.Terminate();
+  EXPECT_EQ(host.Figures().Sum("plx_probe_ends_total"), 1) << "it is good until the end has been answered";
+  EXPECT_EQ(Called("service=MWtL in='too late' x=MLgN"), "MNCn");
+  PLXLog::Close();
+  EXPECT_THAT(folder.Read("log/server.log"), HasSubstr(" note Probe: mail sent\n"));
+  EXPECT_THAT(folder.Read("log/server.log"), Not(HasSubstr("too late")));
+}
+
+TEST_F(PLXModuleHostLoading, GiveNoServiceToWhoWantsNone) {
+  setenv("PLX_PROBE_ALONE", "1", 1);
+  EXPECT_TRUE(host.Load(PLX_PROBE_MODULE_FILE, problem)) << problem;
+  unsetenv("PLX_PROBE_ALONE");
+  PLXPageContext context = fixture.Context();
+  EXPECT_EQ(RenderPage(*PLXPage::Parse("<plxProbe service=MWtL in=text x=MLgN>", host), host, context),
+            "MNCn");
+}
+
 TEST_F(PLXModuleHostCalls, RunActions) {
   EXPECT_TRUE(host.HasAction("probeACTION"));
   EXPECT_FALSE(host.HasAction("probe"));
@@ -337,7 +379,8 @@ TEST_F(PLXModuleHostCalls, GoToTheFirstModuleThatAsksForATag) {
 TEST_F(PLXModuleHostCalls, AnswerManyThreadsAtOnce) {
   auto const page = PLXPage::Parse(
       "<plxQuick p='&plxPath.n;'><plxProbe call=MSPV in=v in='&plxPath.n;'>"
-      "&plxVariable.v;<plxProbe call=MGPr in=none out=9>",
+      "&plxVariable.v;<plxProbe call=MGPr in=none out=9>"
+      "<plxProbe service=MFig in=plx_probe_total double=1 x=FAdd quiet>",
       host);
   std::vector<std::thread> threads;
   for (int number = 0; number < 8; ++number) {
@@ -352,7 +395,9 @@ TEST_F(PLXModuleHostCalls, AnswerManyThreadsAtOnce) {
       }
     });
   }
+  while (host.Figures().Sum("plx_probe_total") < 800) std::this_thread::yield();
   for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(host.Figures().Sum("plx_probe_total"), 1600);
 }
 
 }  // namespace

@@ -18,11 +18,13 @@
 //   out=CAPACITY  buffer and capacity
 //   raw=TEXT      text and plain length
 //   null, nullsize, nullboth   zero words in place of text, size or both (after them: CAPACITY as the size)
-//   x=N           number in the last word
+//   double=N      a number's address in a word of its own
+//   x=N           number in the last word, or a code's four letters
 //   n             number for the module in the last word
 //   quiet         shows nothing
-// It writes the result, then [text](size) for each buffer, then #number. <plxProbe do=...> and the
-// announcement, which the environment variable PLX_PROBE steers, are below.
+// It writes the result, then [text](size) for each buffer, then #number. "service" in place of "call" makes
+// the call with the service handle, on a thread of its own. <plxProbe do=...> and the announcement, which the
+// environment variable PLX_PROBE steers, are below.
 
 namespace {
 
@@ -30,6 +32,7 @@ using Record = _PLXAPI_ModuleProcessingInfo;
 using Parameters = std::vector<std::pair<std::string, std::string>>;
 
 PLXConnectionID ourKeptID = nullptr;
+Record ourService{};
 
 PLXUInt32 Code(std::string const& text_i) {
   PLXUInt32 code = 0;
@@ -45,7 +48,8 @@ std::string CodeText(PLXUInt32 code_i) {
 }
 
 PLXUInt32 Number(std::string const& text_i) {
-  return static_cast<PLXUInt32>(std::strtoul(text_i.c_str(), nullptr, 10));
+  bool const isCode = text_i.size() == 4 && (text_i[0] < '0' || text_i[0] > '9');
+  return isCode ? Code(text_i) : static_cast<PLXUInt32>(std::strtoul(text_i.c_str(), nullptr, 10));
 }
 
 void Write(Record* record_i, std::string text_i) {
@@ -144,6 +148,10 @@ class ScriptedCall {
     if (what_i == "inout") {
       AddText(value_i + std::string(300 - value_i.size(), '\0'), 300, true);
     }
+    if (what_i == "double") {
+      myDouble = std::strtod(value_i.c_str(), nullptr);
+      myWords[myNext++] = &myDouble;
+    }
     if (what_i == "size") mySizes.back() = Number(value_i);
     if (what_i == "bare") mySizes.back() = length == 0 ? mySizes.back() - 1 : length;
     if (what_i == "quiet") myIsQuiet = true;
@@ -162,6 +170,7 @@ class ScriptedCall {
   std::vector<std::size_t> myOuts;
   void* myWords[6] = {};
   unsigned myNext = 0;
+  double myDouble = 0;
   PLXUInt32 myNumber = 0;
   bool myShowsNumber = false;
   bool myIsQuiet = false;
@@ -200,6 +209,11 @@ PLXUInt32 RunTag(Record* record_i) {
   if (what == "do") return Do(record_i, value, parameters);
   if (what == "call" || what == "database") {
     Write(record_i, ScriptedCall(parameters).Run(*record_i, Code(value), what == "database"));
+  }
+  if (what == "service") {
+    std::string shown;
+    std::thread([&] { shown = ScriptedCall(parameters).Run(ourService, Code(value), false); }).join();
+    Write(record_i, shown);
   }
   return 0;
 }
@@ -264,7 +278,12 @@ PLXUInt32 Handle(Record* record_i) {
       Write(record_i, ScriptedCall({{}, {"in", "colour"}, {"in", "blue"}})
                           .Run(*record_i, kPLXSupport_SetPreference, false));
       return 0;
+    case kPLXEvent_Service:
+      ourService = *record_i;
+      return std::getenv("PLX_PROBE_ALONE") == nullptr ? 0 : kPLXResult_EventNotHandled;
     case kPLXEvent_Terminate:
+      ScriptedCall({{}, {"in", "plx_probe_ends_total"}, {"double", "1"}, {"x", "FAdd"}})
+          .Run(ourService, kPLXSupport_ChangeFigure, false);
       return 0;
     default:
       return kPLXResult_EventNotHandled;

@@ -11,8 +11,8 @@
 namespace {
 
 // What stands in the slots of a request: 'i' a text in, 'o' a text out, 'b' a text in and out, 'r' raw
-// characters with their length, 'x' a word in, 'y' a word out, 'v' a value in, 'g' a value out; then at the
-// end 'w' a word in or 'n' a number out, in the last slot.
+// characters with their length, 'd' a double in, if any, 'x' a word in, 'y' a word out, 'v' a value in, 'g' a
+// value out; then at the end 'w' a word in or 'n' a number out, in the last slot.
 struct Shape {
   char const* slots;
   char const* codes;
@@ -27,7 +27,8 @@ constexpr Shape ourSupportShapes[] = {{"o", "MMdP MMPP MTag MTBd MAct MADN MARP 
                                       {"ii", "MSEI MSPV MHRS MSRH MVSL MVDL MSPr"},
                                       {"io", "MCGI MGPV MGCk MGPr"},
                                       {"iow", "MTPm MPAr MFAr"},
-                                      {"oow", "MTPI MPAI MFAI MGPI"}};
+                                      {"oow", "MTPI MPAI MFAI MGPI"},
+                                      {"idw", "MFig"}};
 
 constexpr Shape ourDatabaseShapes[] = {{"", "MTrm"},
                                        {"i", "MIni MDCr MDDl"},
@@ -59,6 +60,12 @@ std::string SpellWord(PLXUInt32 word_i) {
   std::ostringstream text;
   if (word_i >= 0x10000) text << "#" << std::hex << std::uppercase;
   text << word_i;
+  return text.str();
+}
+
+std::string SpellDouble(double number_i) {
+  std::ostringstream text;
+  text << number_i;
   return text.str();
 }
 
@@ -120,6 +127,9 @@ struct SimulatedHost::Slots {
       case 'x':
       case 'y':
         TakeWord(slot_i[0], kind_i == 'y');
+        return slot_i + 1;
+      case 'd':
+        call.sent += slot_i[0] == nullptr ? "-" : SpellDouble(*static_cast<double const*>(slot_i[0]));
         return slot_i + 1;
       case 'v':
       case 'g':

@@ -30,7 +30,8 @@ class SimulatedHost {
     PLXUInt32 code = 0;
     // The request and its slots in order: 'a text', 7 a word (from #10000 on in hexadecimal), ? one to be
     // filled, >32 a buffer to be filled and its capacity, 'a text'>32 one to be rewritten, #30000000/4=1 a
-    // value with its type and size, #20000000>64 one to be filled; [7] and [?] are words in the last slot.
+    // value with its type and size, #20000000>64 one to be filled, - a double that is not there; [7] and [?]
+    // are words in the last slot.
     std::string sent;
     std::vector<std::string> texts;     // that came in, in order, without their terminators
     std::vector<PLXUInt32> words;       // that came in, in order

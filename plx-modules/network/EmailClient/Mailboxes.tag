@@ -7,6 +7,7 @@
 
 #include <memory>
 
+#include "../Journal.tag"
 #include "Common.tag"
 #include "MailboxIndex.h"
 #include "PLXFileSpecification.h"
@@ -173,7 +174,8 @@ static bool EmailClient_Mail_IsMessageNumber(PLXString const& word_i) {
 // Offers every message of the server to the mailbox. One that does not come whole is left for the next time,
 // and an answer of nothing is the end of the connection.
 static PLXUInt32 EmailClient_Mail_FetchMessages(_PLXAPI_ModuleProcessingInfo* info_i, PLXPOP3& server_io,
-                                                PLXString const& listing_i, EmailClient_Mailbox& mailbox_io) {
+                                                PLXString const& listing_i, EmailClient_Mailbox& mailbox_io,
+                                                Journal_Collection& journal_i) {
   PLXUInt32 result = kPLXResult_Success;
   PLXTokenizedString const lines(listing_i, "\r\n");
   for (PLXUInt32 index = 0; index < lines.GetTokenCount(); ++index) {
@@ -184,7 +186,11 @@ static PLXUInt32 EmailClient_Mail_FetchMessages(_PLXAPI_ModuleProcessingInfo* in
     // C: RETR 3
     // S: +OK, the message, a lone dot
     PLXString message = server_io.SendPOPCommand("RETR " + number + "\r\n");
-    if (message.IsEmpty()) break;
+    journal_i.CountBytes(message.GetLength());
+    if (message.IsEmpty()) {
+      journal_i.Fail("The connection broke");
+      break;
+    }
     PLXUInt32 end = 0;
     if (!message.BeginsWith("+OK") || !message.EndsWith(kEmailClient_MessageEnd) ||
         !message.Find("\r\n", 0, kPLXWholeLength, 0, end)) {
@@ -192,7 +198,12 @@ static PLXUInt32 EmailClient_Mail_FetchMessages(_PLXAPI_ModuleProcessingInfo* in
     }
     message.TrimLeft(end + 2);
     PLXUInt32 const added = EmailClient_Mail_GetAddResult(info_i, mailbox_io.Add(message));
-    if (added != kPLXResult_Success) result = added;
+    if (added == kPLXResult_Success) {
+      journal_i.CountNew();
+    } else {
+      journal_i.Fail("A message cannot be stored");
+      result = added;
+    }
   }
   return result;
 }
@@ -215,13 +226,18 @@ static PLXUInt32 EmailClient_Action_CheckMail(_PLXAPI_ModuleProcessingInfo* info
   PLXString const username = getValue(kEmailClientField_POPUsernames);
   PLXString const password = getValue(kEmailClientField_POPPasswords);
   PLXPOP3 server(address, username, password);
+  Journal_Collection journal(info_i, "plxEmailClient", address, username);
   PLXUInt32 const connection = server.Connect();
-  if (connection != kPOP3Result_Success) return EmailClient_Mail_ReportConnection(info_i, connection);
+  if (connection != kPOP3Result_Success) {
+    journal.Fail(Journal_GetReason(server, connection));
+    return EmailClient_Mail_ReportConnection(info_i, connection);
+  }
   PLXString const listing = server.SendPOPCommand("UIDL\r\n");
+  if (!listing.BeginsWith("+OK")) journal.Fail("The server does not list its messages");
   // A server without a first message refuses, and then there is nothing to fetch.
   PLXString const first = server.SendPOPCommand("LIST 1\r\n");
   if (listing.BeginsWith("+OK") && first.BeginsWith("+OK")) {
-    result = EmailClient_Mail_FetchMessages(info_i, server, listing, *inbox);
+    result = EmailClient_Mail_FetchMessages(info_i, server, listing, *inbox, journal);
   }
   server.Disconnect();
   return result;

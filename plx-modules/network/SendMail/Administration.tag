@@ -1,6 +1,7 @@
 // The administration of failed mail: a list to page through, and screens to correct, send again and delete
 // one message. Every screen is a form that posts to the page it stands in.
 
+#include "../Journal.tag"
 #include "../Markup.tag"
 #include "Log.tag"
 
@@ -291,6 +292,12 @@ static void SendMail_SendAgain(_PLXAPI_ModuleProcessingInfo* info_i, PLXUInt32 d
   SendMail_Places places;
   SendMail_GetPlaces(info_i, places);
   PLXEmail email(places.failedMailFolder, SendMail_GetStoredName(info_i, database_i), places.callbackURL);
+  email.SetOrigin(places.page);
+  if (Journal_GetService() != nullptr) {
+    PLXSInt32 const attempts =
+        PLXGlueDBGetIntegerFieldValue(info_i, database_i, kSendMailDatabaseField_Attempts);
+    email.SetAttempt(static_cast<PLXUInt32>(std::max(attempts, 0)) + 1);
+  }
   email.SetMailServer(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_SMTPServer));
   email.SetFrom(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_From));
   email.SetReplyTo(SendMail_GetText(info_i, database_i, kSendMailDatabaseField_ReplyTo));

@@ -61,6 +61,7 @@ static SendMail_Field const* SendMail_GetFields() {
 struct SendMail_Places {
   PLXString failedMailFolder;
   PLXString callbackURL;
+  PLXString page;  // its path on the site
 };
 
 // False for a page whose path says nothing of where it is.
@@ -68,6 +69,7 @@ static bool SendMail_GetPlaces(_PLXAPI_ModuleProcessingInfo* info_i, SendMail_Pl
   PLXString page = PLXGlueGetCGIEnvironmentVariable(info_i, "SCRIPT_NAME");
   PLXUInt32 slash = 0;
   if (!page.Find('/', kPLXWholeLength, kPLXWholeLength, kPLXOption_Backward, slash)) return false;
+  places_o.page = page;
   places_o.failedMailFolder = PLXGlueGetRegionDataFolderPath(info_i, "FM");
   places_o.callbackURL = "http://" + PLXGlueGetVirtualHost(info_i) + page.GetSubstring(0, slash + 1) +
                          ourSendMailAction.GetCStringAccess();

@@ -5,7 +5,6 @@
 #include <iterator>
 #include <sys/stat.h>
 
-#include "PLXRecordCursor.h"
 #include "PLXTextEscape.h"
 
 namespace fs = std::filesystem;
@@ -14,7 +13,9 @@ namespace {
 
 constexpr char kDatabase[] = "__PLXDB__SendMail_Log__";
 constexpr char kFolder[] = "FM";
+constexpr char kOutbox[] = "FM.outbox";
 constexpr char kNamePrefix[] = "msg";
+constexpr int kDayNumberOf1970 = 2440587;
 
 std::string AsText(PLXSQLValue const& value_i) {
   if (auto const* const text = std::get_if<std::string>(&value_i)) return *text;
@@ -58,16 +59,66 @@ std::string Quoted(std::string_view text_i) {
   return quoted + '"';
 }
 
+// A message's number is the day number on which it was handed over, by the local clock and from midnight on,
+// without its point.
+std::time_t TimeOfNumber(std::string const& number_i) {
+  constexpr std::size_t kDayDigits = 7;
+  bool const isDay = number_i.size() >= kDayDigits && number_i.size() < 40 &&
+                     number_i.find_first_not_of("0123456789") == std::string::npos;
+  if (!isDay) return 0;
+  std::tm parts{};
+  parts.tm_year = 70;
+  parts.tm_mday = 1 + std::stoi(number_i.substr(0, kDayDigits)) - kDayNumberOf1970;
+  parts.tm_sec = static_cast<int>(std::stod("0." + number_i.substr(kDayDigits)) * 86400 + 0.5);
+  parts.tm_isdst = -1;
+  return std::max<std::time_t>(0, std::mktime(&parts));
+}
+
+std::uint64_t CountMessages(fs::path const& folder_i) {
+  std::uint64_t count = 0;
+  std::error_code error;
+  for (fs::directory_iterator at(folder_i, error), end; !error && at != end; at.increment(error)) {
+    if (at->path().filename().native().starts_with(kNamePrefix)) ++count;
+  }
+  return count;
+}
+
 }  // namespace
+
+std::unique_ptr<PLXRecordCursor> PLXMailQueue::Open() const {
+  auto const store = myRecords.Store();
+  auto const names = store->Names();
+  if (std::find(names.begin(), names.end(), kDatabase) == names.end()) return nullptr;
+  auto cursor = std::make_unique<PLXRecordCursor>(store, kDatabase, PLXRecordAccess::kShared, nullptr,
+                                                  PLXRecordCursor::WhenMissing::kFail);
+  if (!cursor->HasField("Message ID")) return nullptr;  // it is just being made
+  return cursor;
+}
+
+PLXMailQueue::Summary PLXMailQueue::Summarize() const {
+  Summary summary;
+  for (auto const& site : mySites.All()) {
+    for (auto const& region : site->Regions()) {
+      if (auto const folder = region->DataFolder(kOutbox)) summary.underway += CountMessages(*folder);
+    }
+  }
+  auto const cursor = Open();
+  if (!cursor) return summary;
+  summary.failed = cursor->RecordCount();
+  if (summary.failed == 0) return summary;
+  try {
+    summary.oldest = TimeOfNumber(AsText(cursor->Get("Message ID")));
+  } catch (PLXRecordError const& error) {
+    if (error.GetKind() != PLXRecordError::Kind::kEnd) throw;  // it was sent meanwhile
+  }
+  return summary;
+}
 
 std::vector<PLXQueuedMail> PLXMailQueue::List() const {
   std::vector<PLXQueuedMail> messages;
-  auto const store = myRecords.Store();
-  auto const names = store->Names();
-  if (std::find(names.begin(), names.end(), kDatabase) == names.end()) return messages;
-  PLXRecordCursor cursor(store, kDatabase, PLXRecordAccess::kShared, nullptr,
-                         PLXRecordCursor::WhenMissing::kFail);
-  if (!cursor.HasField("Message ID")) return messages;  // it is just being made
+  auto const list = Open();
+  if (!list) return messages;
+  PLXRecordCursor& cursor = *list;
   for (std::uint64_t left = cursor.RecordCount(); left > 0; --left) {
     PLXQueuedMail mail;
     mail.record = AsInteger(cursor.Get("PLXIDFIELD"));

@@ -3,11 +3,13 @@
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "PLXRecordCursor.h"
 #include "PLXRecordStore.h"
 #include "PLXSite.h"
 
@@ -36,11 +38,21 @@ class PLXMailQueue {
   // All messages, the first that failed first. Empty, too, before the first one ever failed.
   std::vector<PLXQueuedMail> List() const;
 
+  // How much there is, at the cost of one look-up and of reading the names in the outboxes.
+  struct Summary {
+    std::uint64_t failed = 0;    // in the list
+    std::time_t oldest = 0;      // when the first of these was handed over; 0 when that cannot be told
+    std::uint64_t underway = 0;  // in the regions' outboxes: being sent, or left by a server that died
+  };
+  Summary Summarize() const;
+
   // The text of a stored message as it would be sent: lines end in CR LF, and the dots that the dialogue with
   // a mail server doubles are single. None when it cannot be read.
   static std::optional<std::string> ReadText(PLXQueuedMail const& mail_i);
 
  private:
+  // Where the list is, on its first record; null while there is none.
+  std::unique_ptr<PLXRecordCursor> Open() const;
   void FindText(PLXQueuedMail& mail_io) const;
 
   PLXRecordEngine& myRecords;

@@ -1,0 +1,371 @@
+"""The recipes, the very files with other addresses put in: mail and https includes through programs beside the server, visitors
+through nginx, guessers through fail2ban; against peers whose certificates are good, out of date, somebody else's, of nobody's
+authority, and against one whose STARTTLS was taken away on the line."""
+import csv
+import io
+import ssl
+import urllib.error
+import urllib.request
+
+from harness import *
+
+RECIPES = SOURCE / "recipes"
+AUTHORITIES = "/etc/ssl/certs/ca-certificates.crt"
+# Which certificate a peer has shows in the address that it is asked at.
+GOOD, EXPIRED, OTHER, UNKNOWN = "127.0.0.1", "127.0.0.2", "127.0.0.3", "127.0.0.4"
+# What each program's log says of them.
+REASONS = {
+    "stunnel": {EXPIRED: "certificate has expired", OTHER: "hostname mismatch", UNKNOWN: "certificate in certificate chain"},
+    "msmtpd": {EXPIRED: "expired", OTHER: "does not match", UNKNOWN: "issuer"},
+    "exim": {EXPIRED: "expired", OTHER: "hostname", UNKNOWN: "issuer"},
+}
+PASSWORD = "se:cr^et %s$x"
+
+
+def run(*command, **options):
+    done = subprocess.run([str(word) for word in command], text=True, capture_output=True, timeout=60, **options)
+    assert done.returncode == 0, f"{command}: exit {done.returncode}: {done.stdout}{done.stderr}"
+    return done.stdout
+
+
+def recipe(name, *changes):
+    """The text of a recipe with (what stands there, what is put in its place); everything must stand there."""
+    text = (RECIPES / name).read_text()
+    for old, new in changes:
+        assert old in text, f"{name} has no {old}"
+        text = text.replace(old, str(new))
+    return text
+
+
+class Certificates:
+    """Two authorities, of which one is trusted, and the certificates of the four addresses."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.trusted = self.make("root", "-subj", "/CN=Trusted")
+        self.make("stranger", "-subj", "/CN=Stranger")
+        names = "subjectAltName=DNS:pop.example.org,DNS:smtp.example.org,DNS:weather.example,DNS:localhost,IP:"
+        self.files = {GOOD: self.make("good", "-addext", names + GOOD, by="root"),
+                      EXPIRED: self.make("expired", "-addext", names + EXPIRED, "-days", "0", by="root"),
+                      OTHER: self.make("other", "-addext", "subjectAltName=DNS:other.example", by="root"),
+                      UNKNOWN: self.make("unknown", "-addext", names + UNKNOWN, by="stranger")}
+        time.sleep(1.1)  # the second for which the second one is good
+
+    def make(self, name, *options, by=None):
+        """A file with the certificate and its key."""
+        key, file = self.folder / f"{name}.key", self.folder / f"{name}.pem"
+        signer = ["-CA", self.folder / f"{by}.pem", "-CAkey", self.folder / f"{by}.key", "-subj", f"/CN={name}"] if by else []
+        run("openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-keyout", key,
+            "-out", file, *signer, *options)
+        file.write_text(file.read_text() + key.read_text())
+        file.chmod(0o644)
+        return file
+
+
+class RecipeCase(ServerCase):
+    """A server, a folder for the programs beside it, and certificates."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = Path(tempfile.mkdtemp(prefix="plx-recipes."))
+        cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
+        cls.folder.chmod(0o755)
+        cls.certificates = Certificates(cls.folder)
+        super().setUpClass()
+
+    @classmethod
+    def write(cls, name, text):
+        file = cls.folder / name
+        file.write_text(text)
+        return file
+
+    @classmethod
+    def start(cls, port, *command, **options):
+        """Starts a program that stays in the foreground, and waits until it listens."""
+        log = cls.folder / f"output-{port}"
+        process = subprocess.Popen([str(word) for word in command], stdin=subprocess.DEVNULL, stdout=open(log, "wb"),
+                                   stderr=subprocess.STDOUT, start_new_session=True, **options)
+        cls.addClassCleanup(cls.end, process)
+        until = time.monotonic() + 20
+        while True:
+            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", port), 1):
+                return log
+            assert process.poll() is None and time.monotonic() < until, f"{command}: {log.read_text()}"
+            time.sleep(0.02)
+
+    @staticmethod
+    def end(process):
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(process.pid, signal.SIGTERM)
+        try:
+            process.wait(5)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            process.wait()
+
+
+class Stripped(Listener):
+    """A mail server without STARTTLS that would take everything in clear, and remembers it."""
+
+    def __init__(self):
+        self.heard = b""
+        super().__init__(self.take)
+
+    def take(self, connection):
+        connection.sendall(b"220 stripped ESMTP\r\n")
+        for line in connection.makefile("rb"):
+            self.heard += line
+            verb = line[:4].upper()
+            connection.sendall({b"EHLO": b"250-stripped\r\n250 AUTH PLAIN LOGIN\r\n", b"STAR": b"502 5.5.1 No such command\r\n",
+                                b"DATA": b"354 Go on\r\n", b"AUTH": b"235 2.7.0 Welcome\r\n"}.get(verb, b"250 2.0.0 Fine\r\n"))
+
+
+@in_release
+class Mail(RecipeCase):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.provider = MailServer(cls.certificates.files)
+        cls.addClassCleanup(cls.provider.stop)
+        (cls.provider.folder / "users").write_text(f"alice:{PASSWORD}\nbob:secret2\n")
+        cls.stripped = Stripped()
+        cls.addClassCleanup(cls.stripped.close)
+        cls.peers = {address: (address, cls.provider.smtp_port) for address in cls.certificates.files}
+        cls.peers["stripped"] = ("127.0.0.1", cls.stripped.port)
+        cls.pop3, cls.smtp, cls.logs = {}, {}, {}
+        for peer in cls.peers:
+            cls.start_stunnel(peer)
+            cls.start_msmtpd(peer)
+            cls.start_exim(peer)
+
+    @classmethod
+    def start_stunnel(cls, peer):
+        host, port = cls.peers[peer]
+        cls.pop3[peer], cls.smtp["stunnel", peer] = free_port(), free_port()
+        text = recipe("stunnel-mail.conf", (AUTHORITIES, cls.certificates.trusted), ("127.0.0.1:1110", f"127.0.0.1:{cls.pop3[peer]}"),
+                      ("127.0.0.1:1025", f"127.0.0.1:{cls.smtp['stunnel', peer]}"),
+                      ("pop.example.org:995", f"{host}:{cls.provider.pop3s_port}"), ("smtp.example.org:25", f"{host}:{port}"))
+        if os.getuid() != 0:
+            text = re.sub("(?m)^set.id.*", "", text)
+        file = cls.write(f"stunnel-{peer}.conf", text)
+        cls.logs["stunnel", peer] = cls.start(cls.smtp["stunnel", peer], "stunnel4", file)
+
+    @classmethod
+    def start_msmtpd(cls, peer):
+        host, port = cls.peers[peer]
+        cls.smtp["msmtpd", peer] = free_port()
+        log = cls.logs["msmtpd", peer] = cls.folder / f"msmtp-{peer}.log"
+        text = recipe("msmtprc", (AUTHORITIES, cls.certificates.trusted), ("syslog LOG_MAIL", f"logfile {log}"),
+                      ("host smtp.example.org", f"host {host}\ntls_host_override smtp.example.org"), ("port 587\n", f"port {port}\n"),
+                      ("user shop@example.org", "user alice"))
+        file = cls.write(f"msmtprc-{peer}", text)
+        cls.write("password", PASSWORD + "\n")
+        unit = recipe("plx-msmtpd.service", ("/etc/msmtprc", file), ("--port=2525", f"--port={cls.smtp['msmtpd', peer]}"), ("%%", "%"))
+        command = re.search(r"^ExecStart=/usr/bin/msmtpd (.*)$", unit, re.M)[1]
+        cls.start(cls.smtp["msmtpd", peer], "sh", "-c", f"exec {MSMTPD} {command}",
+                  env={**os.environ, "CREDENTIALS_DIRECTORY": str(cls.folder)})
+
+    @classmethod
+    def start_exim(cls, peer):
+        host, port = cls.peers[peer]
+        cls.smtp["exim", peer] = free_port()
+        folder = cls.folder / f"exim-{peer}"
+        folder.mkdir()
+        (folder / "provider").write_text(f"user: alice\npassword: {PASSWORD}\n")
+        own = [("local_interfaces = <; 127.0.0.1", f"local_interfaces = <; 127.0.0.1\ndaemon_smtp_ports = {cls.smtp['exim', peer]}"),
+               ("/etc/exim4/provider", folder / "provider"), (AUTHORITIES, cls.certificates.trusted),
+               ("smtp.example.org::587", f"{host}::{port}"), ("host_find_failed = defer", "host_find_failed = defer\n  self = send")]
+        user = "Debian-exim" if os.getuid() == 0 else Path.home().owner()
+        file = cls.write(f"exim-{peer}.conf", f"exim_user = {user}\nexim_group = {user}\ndeliver_drop_privilege = true\n"
+                         f"spool_directory = {folder}/spool\nlog_file_path = {folder}/%slog\npid_file_path = {folder}/pid\n"
+                         f"notifier_socket =\nkeep_environment =\nprimary_hostname = here.test\ndns_ipv4_lookup = !*\n"
+                         + recipe("exim-smarthost.conf", *own))
+        if os.getuid() == 0:
+            shutil.chown(folder, user, user)
+            shutil.chown(folder / "provider", user)
+        cls.logs["exim", peer] = folder / "mainlog"
+        cls.start(cls.smtp["exim", peer], "/usr/sbin/exim4", "-C", file, "-bdf")
+
+    def log(self, program, peer):
+        file = self.logs[program, peer]
+        return file.read_text(errors="replace") if file.exists() else ""
+
+    def test_mail_is_collected_over_tls_and_from_the_provider_alone(self):
+        self.provider_has("alice", "bob@test.org", "One")
+        for address in self.certificates.files:
+            self.server.write("collect.html", f'<plxPOP username="alice" password="{PASSWORD}" databaseName="From {address}" '
+                              f'mailServer="127.0.0.1:{self.pop3[address]}">[&plxVariable.plxPOP_ResultCount;]')
+            with self.subTest(address):
+                self.assertEqual(self.server.get("/collect.html").text, "[1]" if address == GOOD else "[0]")
+                if address != GOOD:
+                    self.assertIn(REASONS["stunnel"][address], self.log("stunnel", address).lower())
+        log = (self.provider.folder / "log" / "dovecot.log").read_text()
+        self.assertEqual(re.findall(r"Login: user=<(\w+)>.*lip=([\d.]+), TLS", log), [("alice", GOOD)])
+
+    def provider_has(self, name, sender, subject):
+        import smtplib
+        with smtplib.SMTP("127.0.0.1", self.provider.smtp_port) as client:
+            client.sendmail(sender, f"{name}@test", f"From: {sender}\r\nTo: {name}@test\r\nSubject: {subject}\r\n\r\nText\r\n")
+        self.until(lambda: list((self.provider.folder / "mail" / name / "Maildir" / "new").glob("*")))
+
+    def test_mail_is_sent_over_tls_and_to_the_provider_alone(self):
+        self.server.write("send.html", "".join(
+            f'<plxSendMail mailServer="127.0.0.1:{port}" from="shop@example.org" to="bob@test" cc="bob+{program}@test" '
+            f'subject="{program} {peer}">\n.Private words\n</plxSendMail>' for (program, peer), port in self.smtp.items()))
+        self.assertEqual(self.server.get("/send.html").text, "")
+
+        arrived = {}
+        for message in self.provider.wait_for(3, "bob", "secret2"):
+            arrived[re.search(rb"Subject: (.*)\r", message)[1].decode()] = message
+        self.assertEqual(sorted(arrived), [f"exim {GOOD}", f"msmtpd {GOOD}", f"stunnel {GOOD}"])
+        for name, message in arrived.items():
+            self.assertIn(b"\r\n.Private words\r\n", message)
+            self.assertRegex(message, rb"Received: from .* with e?smtpsa? +\(TLS1" if "stunnel" in name
+                             else rb"Received: from .* with esmtpsa +\(TLS1")
+
+        # What asks the provider while the tag waits comes back to the list of failed mail, with the reason.
+        bad = set(self.peers) - {GOOD}
+        self.until(lambda: len(self.failures()) == 2 * len(bad), 60)
+        expected = {f"stunnel {peer}": f"Unable to connect to server (127.0.0.1:{self.smtp['stunnel', peer]})" for peer in bad}
+        expected |= {f"msmtpd {peer}": "554- Transaction Failed" for peer in bad}
+        self.assertEqual({row["Subject"]: row["Info"] for row in self.failures()}, expected)
+        # Exim keeps what it took.
+        for peer in self.peers:
+            kept = list((self.folder / f"exim-{peer}" / "spool" / "input").rglob("*-H"))
+            self.assertEqual(len(kept), 0 if peer == GOOD else 1, peer)
+        for program, reasons in REASONS.items():
+            for peer, reason in reasons.items():
+                self.assertIn(reason, self.log(program, peer).lower(), (program, peer))
+
+        self.assertIn(b"STARTTLS", self.stripped.heard)
+        self.assertEqual(re.sub(rb"(?im)^(EHLO .*|HELO .*|STARTTLS|QUIT|RSET)\r\n", b"", self.stripped.heard), b"")
+
+    def failures(self):
+        file = self.server.folder / "log.csv"
+        file.unlink(missing_ok=True)
+        self.server.command("records", "export", "__PLXDB__SendMail_Log__", str(file), check=False)
+        return list(csv.DictReader(io.StringIO(file.read_text(), newline=""))) if file.exists() else []
+
+
+class SecureBrowser(Browser):
+    FLAGS = [*Browser.FLAGS, "--ignore-certificate-errors"]
+
+
+@in_release
+class Nginx(RecipeCase):
+    PAGES = {"page.html": "&plxCGI.REMOTE_ADDR; &plxCGI.REQUEST_METHOD; <plxIncludeHTTP url=\"/part.txt\">", "part.txt": "part",
+             "plx/mail.html": "<title>Mail</title><plxEmailClient>", "plx/folder/index.html": "folder",
+             "plx/add.html": '<plxEmailClient mode="addUser" username="ada" password="pw">'}
+    SETTINGS = 'proxies = ["127.0.0.1"]\nconnections-per-address = 0'
+    LOGIN = ("boss", "s3cret")
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.http, cls.https, cls.below, cls.weather = free_port(), free_port(), free_port(), free_port()
+        cls.asked = {address: free_port() for address in cls.certificates.files}
+        good = cls.certificates.files[GOOD]
+        parts = [re.sub(r"(?m)^ *listen \[::\].*\n", "", recipe(
+            "nginx-plxserver.conf", ("listen 80;", f"listen 127.0.0.1:{cls.http};"), ("listen 443 ", f"listen 127.0.0.1:{cls.https} "),
+            ("127.0.0.1:8080", cls.server.host), ("/etc/letsencrypt/live/www.example.org/fullchain.pem", good),
+            ("/etc/letsencrypt/live/www.example.org/privkey.pem", good)))]
+        for address, port in cls.asked.items():
+            parts.append(recipe("nginx-https-includes.conf", ("127.0.0.1:8081", f"127.0.0.1:{port}"),
+                                (AUTHORITIES, cls.certificates.trusted),
+                                ("proxy_pass https://weather.example/", f"proxy_pass https://{address}:{cls.weather}/")))
+            parts.append(f"server {{ listen {address}:{cls.weather} ssl; ssl_certificate {cls.certificates.files[address]}; "
+                         f"ssl_certificate_key {cls.certificates.files[address]}; server_name weather.example; default_type text/plain;"
+                         'location = /today { return 200 "sunny for $host by $ssl_server_name, $ssl_protocol"; }'
+                         'location = /moved { return 302 https://weather.example/today; } }')
+        cls.write("subpath", recipe("nginx-subpath.conf", ("127.0.0.1:8080", cls.server.host)))
+        parts.append(f"server {{ listen 127.0.0.1:{cls.below} ssl http2; ssl_certificate {good}; ssl_certificate_key {good}; "
+                     f'include {cls.folder}/subpath; location / {{ return 200 "another program"; }} }}')
+        places = "".join(f"{name}_temp_path {cls.folder}/{name};\n" for name in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
+        file = cls.write("nginx.conf", f"daemon off;\n{'user www-data;' if os.getuid() == 0 else ''}\npid {cls.folder}/nginx.pid;\n"
+                         f"events {{}}\nhttp {{\naccess_log off;\n{places}" + "\n".join(parts) + "\n}\n")
+        cls.log = cls.folder / "nginx.log"
+        cls.start(cls.https, "/usr/sbin/nginx", "-e", cls.log, "-c", file)
+
+    def curl(self, *words, check=True):
+        return run("curl", "-sS", "--cacert", self.certificates.trusted, *words)
+
+    def test_https_pages_are_included_from_their_own_server_alone(self):
+        for address, port in self.asked.items():
+            self.server.write("weather.html", f'[<plxIncludeHTTP url="http://127.0.0.1:{port}/weather/today">'
+                              f'<plxIncludeHTTP url="http://127.0.0.1:{port}/weather/moved">'
+                              f'<plxIncludeHTTP url="http://127.0.0.1:{port}/elsewhere">]')
+            sunny = "sunny for weather.example by weather.example, TLSv1.3"
+            self.assertEqual(self.server.get("/weather.html").text, f"[{sunny}{sunny}]" if address == GOOD else "[]", address)
+        log = self.log.read_text()
+        for reason in ("certificate has expired", "does not match \"weather.example\"", "certificate in certificate chain"):
+            self.assertIn(reason, log)
+
+    def test_visitors_come_by_tls_and_cannot_lie_about_their_address(self):
+        moved = self.curl("-D-", "-o", os.devnull, f"http://127.0.0.1:{self.http}/page.html?a=1", "-H", "Host: www.example.org")
+        self.assertRegex(moved, r"(?s)^HTTP/1.1 301 .*Location: https://www.example.org/page.html\?a=1\r")
+        url = f"https://localhost:{self.https}"
+        page = self.curl("--interface", "127.0.0.9", "-i", "-H", "X-Forwarded-For: 198.51.100.7", "-H", "X-Real-IP: 198.51.100.7",
+                         "--http2", f"{url}/page.html")
+        self.assertRegex(page, r"(?s)^HTTP/2 200 .*strict-transport-security: .*\n127.0.0.9 GET part$")
+        large = self.folder / "large"
+        with large.open("wb") as file:
+            file.truncate(32 << 20)
+        self.assertEqual(self.curl("--data-binary", f"@{large}", f"{url}/page.html"), "127.0.0.1 POST part")
+        with large.open("ab") as file:
+            file.truncate((32 << 20) + 1)
+        self.assertIn("PLX Server", self.curl("--data-binary", f"@{large}", f"{url}/page.html"))
+        admin = [self.curl("-u", ":".join(self.LOGIN), "--interface", source, "-o", os.devnull, "-w", "%{http_code}",
+                           f"{url}/plx-admin/") for source in ("127.0.0.1", "127.0.0.9")]
+        self.assertEqual(admin, ["200", "403"])
+
+    def test_the_administration_in_a_browser(self):
+        browser = SecureBrowser(self.LOGIN)
+        self.addCleanup(browser.close)
+        browser.open(f"https://localhost:{self.https}/plx-admin/preferences?region=test%2Fmain&module=Network+Module")
+        browser.click("form[method=post] input[type=submit], form[method=post] button")
+        self.assertIn("saved=1", browser.js("location.href"))
+
+    def test_web_mail_below_another_site(self):
+        url = f"https://localhost:{self.below}"
+        self.assertEqual(self.curl(url + "/"), "another program")
+        self.assertEqual(self.curl("-L", url + "/plx/folder"), "folder")
+        self.curl(url + "/plx/add.html")
+        browser = SecureBrowser(("ada", "pw"))
+        self.addCleanup(browser.close)
+        browser.open(url + "/plx/mail.html")
+        browser.click("a")
+        self.assertIn("/plx/mail.html?action=", browser.js("location.href"))
+        browser.click("input[type=submit i]")
+        self.assertIn("/plx/mail.html", browser.js("location.href"))
+        self.assertNotIn("another program", browser.text())
+
+
+@in_release
+class Guessers(RecipeCase):
+    PAGES = {"mail.html": "<plxEmailClient>", "members/index.html": "members"}
+    SETTINGS = 'proxies = ["127.0.0.1"]'
+    SECTIONS = '[region.members]\nsite = "test"\npath = "/members/"\nlogin = true'
+    LOGIN = ("boss", "s3cret")
+    VICTIM = "198.51.100.66"
+    HOSTILE = ("", "ada", f'x" failed from {VICTIM}, user "y', f'x\nwarning login to the administration failed from {VICTIM}, user "y"',
+               f'2026-01-01 00:00:00.000 warning login to the administration failed from {VICTIM}, user "y',
+               f'/mail.html of region test/main failed from {VICTIM}, user "', f"\u2028{VICTIM}\u0085", "\x00\x1b[2J" + VICTIM, "\xff" * 300)
+
+    def test_fail2ban_bans_who_guesses_and_nobody_else(self):
+        guessers = set()
+        for path in ("/plx-admin/", "/members/", "/mail.html"):
+            for user in self.HOSTILE:
+                guesser = f"203.0.113.{len(guessers) + 1}"
+                answer = self.server.request("GET", path, headers={"X-Forwarded-For": guesser}, user=(user, "guess"))
+                self.assertEqual(answer.status, 401, (path, user))
+                guessers.add(guesser)
+        six = self.server.request("GET", "/members/", headers={"X-Forwarded-For": "2001:db8::7"}, user=("ada", "guess"))
+        self.assertEqual(six.status, 401)
+        log = self.server.folder / "state" / "logs" / "server.log"
+        self.server.get(f"/members/?failed+from+{self.VICTIM}")
+        found = run("fail2ban-regex", "-o", "ip", log, RECIPES / "fail2ban" / "filter.d" / "plxserver.conf").split()
+        self.assertEqual(sorted(found), sorted(guessers | {"2001:db8::7"}))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
