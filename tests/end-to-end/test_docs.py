@@ -176,14 +176,17 @@ class Texts(unittest.TestCase):
 
     def test_every_parameter_and_limit_of_a_tag_is_in_its_page(self):
         source = "".join(file.read_text() for file in sorted(MODULE_SOURCE.rglob("*")) if file.suffix in (".tag", ".cpp"))
-        names = re.findall(r'STRING_ID_CONSTANT\(k(HTTPInclude|SendMail|EmailClient|EmailClientAdmin|POP)(?:Parameter|Mode|Data)_\w+, "(\w+)"\)', source)
-        limits = re.findall(r"k(SendMail|EmailClient|POP)\w*(?:Default|Largest)\w* = (\d+);", source)
-        self.assertGreater(len(names), 40)
+        words = re.findall(r'STRING_ID_CONSTANT\(k(HTTPInclude|SendMail|EmailClient|EmailClientAdmin|POP)(Parameter|Mode|Data)_\w+, "(\w+)"\)', source)
+        limits = re.findall(r"k(SendMail|EmailClient|POP)\w*(Default|Largest)\w* = (\d+);", source)
+        self.assertGreater(len(words), 40)
         self.assertGreater(len(limits), 4)
         pages = {"HTTPInclude": "plxIncludeHTTP", "SendMail": "plxSendMail", "POP": "plxPOP"}
-        for area, name in names + limits:
+        for area, kind, word in words + limits:
             page = (DOCS / "tags" / f"{pages.get(area, 'plxEmailClient')}.md").read_text()
-            self.assertRegex(page, rf"\b{name}\b" if name.isdigit() else f"`{name}`")
+            self.assertRegex(page, rf"\b{word}\b" if word.isdigit() else f"`{word}`")
+            if kind == "Parameter":
+                examples = "".join(text for language, text in blocks(page) if language == "html")
+                self.assertRegex(examples, rf'\b{word}="', "no example has this parameter")
 
     def test_every_text_of_a_problem(self):
         server = [file for file in (SOURCE / "plx-server").rglob("*.cpp")]
