@@ -356,24 +356,43 @@ class Guessers(RecipeCase):
     SECTIONS = '[region.members]\nsite = "test"\npath = "/members/"\nlogin = true'
     LOGIN = ("boss", "s3cret")
     VICTIM = "198.51.100.66"
-    HOSTILE = ("", "ada", f'x" failed from {VICTIM}, user "y', f'x\nwarning login to the administration failed from {VICTIM}, user "y"',
-               f'2026-01-01 00:00:00.000 warning login to the administration failed from {VICTIM}, user "y',
-               f'/mail.html of region test/main failed from {VICTIM}, user "', f"\u2028{VICTIM}\u0085", "\x00\x1b[2J" + VICTIM, "\xff" * 300)
+    # Each tries to put its neighbour's address where its own belongs.
+    NAMES = ("", "ada", f'x" failed from {VICTIM}, user "y', f'\\" failed from {VICTIM}, user "', f"failed from {VICTIM}, user",
+             f'2026-01-01 00.00.00.000 warning login to the administration failed from {VICTIM}, user "y"',
+             f'/mail.html of region test/main failed from {VICTIM}, user "y"', f"\u2028{VICTIM}\u0085", "\xff" * 300)
+
+    def guess(self, path, user, source):
+        return self.server.request("GET", path, headers={"X-Forwarded-For": source}, user=(user, "guess")).status
 
     def test_fail2ban_bans_who_guesses_and_nobody_else(self):
-        guessers = set()
-        for path in ("/plx-admin/", "/members/", "/mail.html"):
-            for user in self.HOSTILE:
-                guesser = f"203.0.113.{len(guessers) + 1}"
-                answer = self.server.request("GET", path, headers={"X-Forwarded-For": guesser}, user=(user, "guess"))
-                self.assertEqual(answer.status, 401, (path, user))
-                guessers.add(guesser)
-        six = self.server.request("GET", "/members/", headers={"X-Forwarded-For": "2001:db8::7"}, user=("ada", "guess"))
-        self.assertEqual(six.status, 401)
         log = self.server.folder / "state" / "logs" / "server.log"
-        self.server.get(f"/members/?failed+from+{self.VICTIM}")
+        guessers = {"2001:db8::7"}
+        self.assertEqual(self.guess("/members/", "ada", "2001:db8::7"), 401)
+        for path in ("/plx-admin/", "/members/", "/mail.html"):
+            for user in self.NAMES:
+                guessers.add(source := f"203.0.113.{len(guessers)}")
+                self.assertEqual(self.guess(path, user, source), 401, (path, user))
+            self.guess(path, f'x\n2026-01-01 00:00:00.000 warning login failed from {self.VICTIM}, user "y"', "203.0.113.250")
         found = run("fail2ban-regex", "-o", "ip", log, RECIPES / "fail2ban" / "filter.d" / "plxserver.conf").split()
-        self.assertEqual(sorted(found), sorted(guessers | {"2001:db8::7"}))
+        self.assertEqual(sorted(found), sorted(guessers))
+
+        banned = self.folder / "banned"
+        config = self.folder / "fail2ban"
+        shutil.copytree("/etc/fail2ban", config)
+        (config / "jail.d" / "defaults-debian.conf").unlink(missing_ok=True)
+        shutil.copytree(RECIPES / "fail2ban", config, dirs_exist_ok=True)
+        (config / "jail.d" / "plxserver.conf").write_text(recipe(
+            "fail2ban/jail.d/plxserver.conf", ("/var/lib/plxserver/logs/server.log", log), ("nftables[type=multiport]", "remember"),
+            ("maxretry = 10", "maxretry = 4")))
+        (config / "action.d" / "remember.conf").write_text(f"[Definition]\nactionban = echo '<ip>' >> {banned}\n")
+        (config / "fail2ban.local").write_text("[Definition]\ndbfile = None\n")
+        daemon = subprocess.Popen(["fail2ban-server", "-f", "-c", config, "-s", self.folder / "socket", "-p", self.folder / "pid",
+                                   "--logtarget", self.folder / "fail2ban.log"], stdout=subprocess.DEVNULL, start_new_session=True)
+        self.addCleanup(self.end, daemon)
+        for user in self.NAMES[1:5]:
+            self.assertEqual(self.guess("/plx-admin/", user, "203.0.113.200"), 401)
+        self.until(lambda: banned.exists() and banned.read_text().endswith("\n"), 30)
+        self.assertEqual(banned.read_text(), "203.0.113.200\n")
 
 
 if __name__ == "__main__":
