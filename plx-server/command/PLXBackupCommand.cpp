@@ -48,7 +48,7 @@ class Backup {
     fs::path const& state = myConfiguration.state;
     if (!myConfiguration.file.empty()) myCopy.AddFile(myConfiguration.file, "reference/plxserver.conf");
     AddFolders();
-    myCopy.AddFolder(PLXSharedFolder(myConfiguration) / "logins", "state/logins");
+    myCopy.AddFolder(myConfiguration.SharedFolder() / "logins", "state/logins");
     for (char const* const name : {"preferences.sqlite", "records.sqlite"}) {
       myCopy.AddDatabase(state / name, std::string("state/") + name);
     }
@@ -76,7 +76,7 @@ class Backup {
     }
   }
   void AddFolders() {
-    myCopy.AddFolder(PLXSharedFolder(myConfiguration) / "regions", "state/regions");
+    myCopy.AddFolder(myConfiguration.SharedFolder() / "regions", "state/regions");
     for (auto const& [folder, name] : myFolders) myCopy.AddFolder(folder, name);
   }
   void WriteManifest() const {
@@ -149,7 +149,8 @@ class UnfinishedFolder {
 void Tell(PLXConfiguration const& configuration_i, PLXBackupManifest const& manifest_i,
           std::uint64_t linksLeftOut_i, fs::path const& target_i, bool isJSON_i) {
   if (!manifest_i.hasRecords) {
-    std::cerr << "The record databases are not in this backup: they are in the data source of the key "
+    std::cerr << "The record databases and preferences are not in this backup: they are in the data source "
+                 "of the key "
                  "\"records-source\". Back that up with its own means, after this command."
               << std::endl;
   }
@@ -183,7 +184,7 @@ std::string ProblemOf(PLXConfiguration const& configuration_i, fs::path const& t
   }
   std::string const target = fs::weakly_canonical(target_i, error).string();
   for (char const* const name : {"regions", "logins"}) {
-    std::string const folder = fs::weakly_canonical(PLXSharedFolder(configuration_i) / name, error).string();
+    std::string const folder = fs::weakly_canonical(configuration_i.SharedFolder() / name, error).string();
     if (target.starts_with(folder + "/")) {
       return target_i.string() + " lies in what is to be copied. Name a folder outside the state.";
     }

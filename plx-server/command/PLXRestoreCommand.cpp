@@ -71,7 +71,7 @@ class Restore {
   Restore(PLXConfiguration const& configuration_i, PLXBackupRequest const& request_i,
           PLXBackupManifest manifest_i)
       : myState(fs::absolute(configuration_i.state).lexically_normal()),
-        myShared(fs::absolute(PLXSharedFolder(configuration_i)).lexically_normal()),
+        myShared(fs::absolute(configuration_i.SharedFolder()).lexically_normal()),
         myBackup(request_i.folder),
         myManifest(std::move(manifest_i)),
         mySites(configuration_i),
@@ -244,12 +244,14 @@ void Tell(Restore const& restore_i, PLXConfiguration const& configuration_i, boo
         << (manifest.hasRecords
                 ? "The backup's record databases are in the state now, but the key \"records-source\" names "
                   "others, which were left as they are."
-                : "The record databases are not in this backup: they were in a data source of their own. "
+                : "The record databases and preferences are not in this backup: they were in a data source "
+                  "of their own. "
                   "Restore that with its own means and name it with the key \"records-source\".")
         << std::endl;
   } else if (!manifest.hasRecords) {
-    std::cerr << "The record databases are not in this backup; their data source was left as it is."
-              << std::endl;
+    std::cerr
+        << "The record databases and preferences are not in this backup; their data source was left as it is."
+        << std::endl;
   }
   std::vector<fs::path> const former = restore_i.Former();
   if (isJSON_i) {
@@ -293,10 +295,10 @@ int PLXRestore(PLXConfiguration const& configuration_i, PLXBackupRequest const& 
     int const code = Refuse(restore, request_i.folder);
     if (code != kExitGood) return code;
     restore.Verify();
-    PrepareStateFolder(state);
+    PrepareFolders(configuration_i);
     restore.Run();
     Tell(restore, configuration_i, request_i.isJSON);
-  } catch (PLXStateInUse const& error) {
+  } catch (PLXUnavailable const& error) {
     return PLXFail(kExitUnavailable, error.what());
   } catch (PLXBackupError const& error) {
     return PLXFail(kExitInputOutput, std::string(error.what()) + " Nothing was changed.");

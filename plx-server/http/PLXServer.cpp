@@ -11,6 +11,7 @@
 #include "PLXAdministration.h"
 #include "PLXFileSwap.h"
 #include "PLXLog.h"
+#include "PLXSQLConnection.h"
 #include "PLXServerPlan.h"
 #include "PLXStateVersion.h"
 
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void MakeFolder(fs::path const& folder_i) {
+void MakeFolder(fs::path const& folder_i, char const* key_i) {
   std::error_code error;
   if (fs::is_directory(folder_i, error)) return;
   if (folder_i.has_parent_path()) fs::create_directories(folder_i.parent_path(), error);
@@ -27,10 +28,12 @@ void MakeFolder(fs::path const& folder_i) {
     if (fs::is_directory(folder_i, error)) return;  // another process was quicker
     throw std::runtime_error(folder_i.string() +
                              ": there is a file of this name where a folder is needed. Rename it, or name "
-                             "another folder with the key \"state\".");
+                             "another folder with the key \"" +
+                             key_i + "\".");
   }
   throw std::runtime_error(folder_i.string() + ": the folder cannot be made (" + std::strerror(errno) +
-                           "). Make it writable for this user, or name another with the key \"state\".");
+                           "). Make it writable for this user, or name another with the key \"" + key_i +
+                           "\".");
 }
 
 // What a process that was killed has left of uploads; nobody asks for it again.
@@ -50,6 +53,18 @@ PLXLogOptions LogOptions(PLXConfiguration const& configuration_i, PLXServer::Use
   return options;
 }
 
+// What servers share may come later than they do.
+std::unique_ptr<PLXPreferenceStore> OpenPreferences(PLXConfiguration const& configuration_i) {
+  try {
+    return PLXPreferenceStore::Open(configuration_i);
+  } catch (PLXSQLError const& error) {
+    if (configuration_i.recordsSource.empty()) throw;
+    throw PLXUnavailable(std::string("The preferences are in the data source of the key "
+                                     "\"records-source\", and it cannot be used: ") +
+                         error.what() + " Start it, or correct the key.");
+  }
+}
+
 // The keys whose new value waits for the next start, for the log.
 std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration const& new_i) {
   PLXLimits const& a = old_i.limits;
@@ -61,6 +76,7 @@ std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration cons
   Row const rows[] = {
       {"listen", old_i.listenAddress != new_i.listenAddress || old_i.listenPort != new_i.listenPort},
       {"state", old_i.state != new_i.state},
+      {"shared", old_i.shared != new_i.shared},
       {"modules", old_i.modules != new_i.modules},
       {"proxies", old_i.proxies != new_i.proxies},
       {"records-source", old_i.recordsSource != new_i.recordsSource},
@@ -139,22 +155,44 @@ void PLXServer::Generation::AddHeaders(PLXResponse& response_io, PLXRegion const
 // ---- Start and stop
 // ------------------------------------------------------------------------------------------
 
-void PrepareStateFolder(fs::path const& state_i) {
-  MakeFolder(state_i);
-  for (char const* name : {"logs", "tmp", "regions", "logins"}) MakeFolder(state_i / name);
-  if (::access(state_i.c_str(), W_OK) != 0) {
-    throw std::runtime_error(state_i.string() +
+void PrepareFolders(PLXConfiguration const& configuration_i) {
+  fs::path const& state = configuration_i.state;
+  MakeFolder(state, "state");
+  for (char const* name : {"logs", "tmp"}) MakeFolder(state / name, "state");
+  if (::access(state.c_str(), W_OK) != 0) {
+    throw std::runtime_error(state.string() +
                              ": the folder cannot be written. Give this user the right to, or name "
                              "another with the key \"state\".");
   }
+  std::string const problem = SharedFolderProblem(configuration_i);
+  if (!problem.empty()) throw PLXUnavailable(problem);
+  for (char const* name : {"regions", "logins"}) MakeFolder(configuration_i.SharedFolder() / name, "shared");
+}
+
+std::string SharedFolderProblem(PLXConfiguration const& configuration_i) {
+  fs::path const& shared = configuration_i.shared;
+  std::error_code error;
+  if (shared.empty()) return {};
+  if (!fs::is_directory(shared, error)) {
+    return shared.string() +
+           ": the shared folder is not there. Mount it, make it, or name another with the key \"shared\".";
+  }
+  if (::access(shared.c_str(), R_OK | W_OK | X_OK) != 0) {
+    return shared.string() +
+           ": the shared folder cannot be written by this user. Give it the right to, or name another with "
+           "the key \"shared\".";
+  }
+  return {};
 }
 
 // Beside it lies a folder per site, and no site's name holds a dot.
-fs::path ServerLoginsFile(fs::path const& state_i) { return state_i / "logins" / "server.logins"; }
+fs::path ServerLoginsFile(PLXConfiguration const& configuration_i) {
+  return configuration_i.SharedFolder() / "logins" / "server.logins";
+}
 
 PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> overrides_i, Use use_i)
     : myOverrides(std::move(overrides_i)), myUse(use_i), myState(configuration_i.state) {
-  PrepareStateFolder(myState);
+  PrepareFolders(configuration_i);
   if (myUse == Use::kServe) {
     TakeState(configuration_i);
   } else {
@@ -164,9 +202,9 @@ PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> 
   bool const trace = configuration_i.trace;
   myRecords = std::make_unique<PLXRecordEngine>(PLXRecordEngine::Settings{
       myState, configuration_i.recordsSource, configuration_i.recordsUser, configuration_i.recordsPassword});
+  myPreferences = OpenPreferences(configuration_i);
+  myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(configuration_i));
   myGeneration = std::make_shared<Generation const>(std::move(configuration_i));
-  myPreferences = std::make_unique<PLXPreferenceStore>(myState / "preferences.sqlite");
-  myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(myState));
   myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, *myRecords, trace);
   myPages = std::make_unique<PLXPageCache>(*myModules);
   myAdministration = std::make_unique<PLXAdministration>(
@@ -191,7 +229,7 @@ void PLXServer::TakeState(PLXConfiguration const& configuration_i) {
   myLock.emplace(myState);
   PLXLog::Open(LogOptions(configuration_i, myUse));
   if (PLXFinishSwaps(myState)) PLXLog::Warning("A restore that was interrupted is finished now.");
-  fs::path const kept = PLXUpgradeState(myState, PLXSharedFolder(configuration_i), PLXStateSteps());
+  fs::path const kept = PLXUpgradeState(myState, configuration_i.SharedFolder(), PLXStateSteps());
   if (!kept.empty())
     PLXLog::Note("The state was changed for this version; as it was it is kept in " + kept.string());
   RemoveLeftovers(myState / "tmp");
@@ -253,6 +291,7 @@ void PLXServer::Reload() {
       if (!problems.empty()) throw std::runtime_error("what it says cannot be used");
       std::string const keys = KeysForARestart(old->Configuration(), configuration);
       configuration.state = old->Configuration().state;
+      configuration.shared = old->Configuration().shared;
       next = std::make_shared<Generation const>(std::move(configuration));
       PLXLog::Note("The configuration was read again: " + old->Configuration().file.string());
       if (!keys.empty()) PLXLog::Warning("These changes wait for the next start of the server: " + keys);

@@ -35,8 +35,8 @@ PLXStateLock::PLXStateLock(fs::path const& state_i) {
   if (::flock(myLock, LOCK_EX | LOCK_NB) != 0) {
     std::string const owner = LockOwner(myLock);
     ::close(myLock);
-    throw PLXStateInUse(state_i.string() + ": another server uses this folder (process " + owner +
-                        "). Stop it, or give this one a folder of its own with the key \"state\".");
+    throw PLXUnavailable(state_i.string() + ": another server uses this folder (process " + owner +
+                         "). Stop it, or give this one a folder of its own with the key \"state\".");
   }
   std::string const text = std::to_string(::getpid()) + "\n";
   if (PLXUninterrupted([&] { return ::ftruncate(myLock, 0); }) != 0 ||

@@ -5,8 +5,9 @@
 #include <stdexcept>
 #include <string>
 
-// Another process holds the state folder.
-class PLXStateInUse : public std::runtime_error {
+// Something that is needed is not there, and may be there the next time: another process holds the state
+// folder, the shared folder is not mounted, the data source does not answer.
+class PLXUnavailable : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
@@ -15,8 +16,8 @@ class PLXStateInUse : public std::runtime_error {
 // that read and add beside a server do without.
 class PLXStateLock {
  public:
-  // Requires: the folder exists. Throws PLXStateInUse, or std::runtime_error when the lock's file cannot be
-  // written.
+  // Requires: the folder exists. Throws PLXUnavailable when another process has it, or std::runtime_error
+  // when the lock's file cannot be written.
   explicit PLXStateLock(std::filesystem::path const& state_i);
   ~PLXStateLock();
   PLXStateLock(PLXStateLock const&) = delete;
