@@ -156,7 +156,7 @@ void Tell(PLXConfiguration const& configuration_i, PLXBackupManifest const& mani
   }
   if (linksLeftOut_i > 0) {
     std::cerr << linksLeftOut_i << (linksLeftOut_i == 1 ? " link was" : " links were")
-              << " left out, with what they lead to." << std::endl;
+              << " left out, and what is behind." << std::endl;
   }
   if (isJSON_i) {
     std::cout << "{\"backup\": " << PLXJSONText(target_i.string())

@@ -101,9 +101,11 @@ class Restore {
     }
   }
 
-  // Makes everything ready beside its place, then swaps. Throws PLXCopyError, PLXBackupError, PLXSwapError.
-  void Run() {
+  // Makes everything ready beside its place, then swaps. Throws PLXCopyError, PLXBackupError, PLXSwapError,
+  // and as PrepareFolders does.
+  void Run(PLXConfiguration const& configuration_i) {
     OwnersRights const rights(myState);
+    PrepareFolders(configuration_i);
     PLXStateLock const lock(myState);
     PLXFinishSwaps(myState);
     Plan();
@@ -116,6 +118,8 @@ class Restore {
     }
     PLXCommitSwaps(myState);
     PLXFinishSwaps(myState);
+    std::error_code ignored;
+    fs::remove(PLXSwapFolder(myShared), ignored);
   }
 
   PLXBackupManifest const& Manifest() const { return myManifest; }
@@ -295,8 +299,7 @@ int PLXRestore(PLXConfiguration const& configuration_i, PLXBackupRequest const& 
     int const code = Refuse(restore, request_i.folder);
     if (code != kExitGood) return code;
     restore.Verify();
-    PrepareFolders(configuration_i);
-    restore.Run();
+    restore.Run(configuration_i);
     Tell(restore, configuration_i, request_i.isJSON);
   } catch (PLXUnavailable const& error) {
     return PLXFail(kExitUnavailable, error.what());

@@ -193,7 +193,7 @@ void PLXTreeCopy::AddEntry(int folder_i, std::string const& name_i, std::string 
     if (!IsGone()) Fail(as_i, "cannot be read");
     return;
   }
-  if (S_ISLNK(status.st_mode)) ++myLinks;
+  if (S_ISLNK(status.st_mode)) myLinks.insert(as_i);
   if (!S_ISDIR(status.st_mode) && !S_ISREG(status.st_mode)) return;
   if (S_ISREG(status.st_mode)) {
     auto const seen = mySeen.find(as_i);

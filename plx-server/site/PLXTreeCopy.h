@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -47,7 +48,7 @@ class PLXTreeCopy {
   void AddDatabase(std::filesystem::path const& source_i, std::string const& as_i);
 
   Files const& All() const { return myFiles; }
-  std::uint64_t LinksLeftOut() const { return myLinks; }
+  std::uint64_t LinksLeftOut() const { return myLinks.size(); }
   // Brings the folders of the copy to the disk, after the files.
   void Synchronize() const;
 
@@ -64,5 +65,5 @@ class PLXTreeCopy {
   std::function<void(std::uint64_t)> const myProgress;
   Files myFiles;
   std::map<std::string, std::string> mySeen;  // what a file was like when it was copied, by path in the copy
-  std::uint64_t myLinks = 0;
+  std::set<std::string> myLinks;              // paths that they would have in the copy
 };

@@ -244,6 +244,17 @@ class Restoring(unittest.TestCase):
                     self.assertEqual(left, [])
         self.assertEqual(outcomes, {"old", "new"})
 
+    @unittest.skipUnless(os.geteuid() == 0, "root alone can work for another user")
+    def test_root_restores_for_the_owner_of_the_state(self):
+        self.folder.chmod(0o755)
+        place = Place(self.folder / "nobody")
+        place.state.mkdir(0o700)
+        for folder in (place.state, place.root):
+            os.chown(folder, 65534, 65534)
+        self.assertEqual(run("restore", self.backup, config=place.config).returncode, 0)
+        self.assertEqual({path.lstat().st_uid for top in (place.state, place.root) for path in top.rglob("*")}, {65534})
+        self.assertEqual(self.seen(place), {"new"})
+
     def test_a_site_that_is_not_configured_is_told(self):
         config = self.old.config.read_text()
         self.old.config.write_text(config.replace("site.test", "site.other"))
