@@ -349,7 +349,7 @@ PLXTraceEntry PLXModuleHost::Connection::NewEntry(PLXTraceEntry::What what_i) co
   entry.eventCode = PLXCodeText(myEvent.code);
   entry.tag = myEvent.action;
   if (myEvent.context != nullptr) entry.request = myEvent.context->request.id;
-  if (myEvent.tag != nullptr) {
+  if (myEvent.tag != nullptr && myEvent.context != nullptr) {
     entry.tag = myEvent.tag->name;
     entry.file = myEvent.context->file.native();
     entry.line = myEvent.tag->line;
