@@ -20,6 +20,7 @@
 #include "PLXLog.h"
 #include "PLXLoginStore.h"
 #include "PLXMailCheck.h"
+#include "PLXODBC.h"
 #include "PLXProcess.h"
 #include "PLXQueueCommand.h"
 #include "PLXRecordCursor.h"
@@ -126,7 +127,7 @@ int Serve(Arguments& arguments_io) {
   std::unique_ptr<PLXServer> server;
   try {
     server = std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io));
-  } catch (PLXStateInUse const& error) {
+  } catch (PLXUnavailable const& error) {
     return PLXFail(kExitUnavailable, error.what());
   } catch (std::exception const& error) {
     return PLXFail(kExitCannotCreate, error.what());
@@ -171,6 +172,8 @@ int Render(Arguments& arguments_io) {
   std::unique_ptr<PLXServer> server;
   try {
     server = std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io), PLXServer::Use::kRender);
+  } catch (PLXUnavailable const& error) {
+    return PLXFail(kExitUnavailable, error.what());
   } catch (std::exception const& error) {
     return PLXFail(kExitCannotCreate, error.what());
   }
@@ -257,10 +260,23 @@ int CheckFiles(PLXConfiguration const& configuration_i) {
                        ": the state folder cannot be written by this user. Give it the right to, or "
                        "name another folder with the key \"state\".");
   }
+  std::string const shared = SharedFolderProblem(configuration_i);
+  if (!shared.empty()) code = PLXFail(kExitUnavailable, shared);
+  if (!configuration_i.recordsSource.empty()) {
+    try {
+      PLXODBC const connection(configuration_i.recordsSource, configuration_i.recordsUser,
+                               configuration_i.recordsPassword);
+      std::cout << "The data source of records and preferences answers.\n";
+    } catch (PLXSQLError const& error) {
+      code = PLXFail(kExitUnavailable, std::string("records-source: ") + error.what());
+    }
+  }
   auto const running = StateUser(state);
   TemporaryFolder const temporary;
   PLXConfiguration trial = configuration_i;
   trial.state = temporary.Path() / "state";
+  trial.shared.clear();
+  trial.recordsSource.clear();
   PLXServer server(trial, {}, PLXServer::Use::kRender);
   std::vector<std::string> problems;
   if (!server.LoadModules(problems)) {
@@ -346,8 +362,8 @@ bool ReadPassword(std::string& password_o, std::string& problem_o) {
 void GiveToOwnerOf(fs::path const& file_i, fs::path const& folder_i) {
   struct stat status {};
   if (::geteuid() != 0 || ::stat(folder_i.c_str(), &status) != 0) return;
-  for (fs::path const& path : {file_i.parent_path(), file_i}) {
-    if (::lchown(path.c_str(), status.st_uid, status.st_gid) != 0) {
+  for (fs::path const& path : {file_i.parent_path(), file_i.parent_path() / ".lock", file_i}) {
+    if (::access(path.c_str(), F_OK) == 0 && ::lchown(path.c_str(), status.st_uid, status.st_gid) != 0) {
       PLXFail(kExitInputOutput,
               path.string() + ": the file cannot be given to the owner of " + folder_i.string() + ".");
     }
@@ -355,14 +371,12 @@ void GiveToOwnerOf(fs::path const& file_i, fs::path const& folder_i) {
 }
 
 // The file with the logins that the arguments mean.
-bool FindLogins(Arguments& arguments_io, fs::path& state_o, fs::path& file_o, int& code_o) {
-  PLXConfiguration configuration;
+bool FindLogins(Arguments& arguments_io, PLXConfiguration& configuration_o, fs::path& file_o, int& code_o) {
   code_o = kExitConfiguration;
-  if (!ReadConfiguration(arguments_io, configuration)) return false;
-  state_o = configuration.state;
-  file_o = ServerLoginsFile(state_o);
+  if (!ReadConfiguration(arguments_io, configuration_o)) return false;
+  file_o = ServerLoginsFile(configuration_o);
   if (arguments_io.region.empty()) return true;
-  PLXSites const sites(configuration);
+  PLXSites const sites(configuration_o);
   PLXRegion const* const region = sites.FindRegion(arguments_io.region);
   if (region) {
     file_o = region->LoginsFile();
@@ -378,9 +392,10 @@ bool FindLogins(Arguments& arguments_io, fs::path& state_o, fs::path& file_o, in
 }
 
 int ListUsers(Arguments& arguments_io) {
-  fs::path state, file;
+  PLXConfiguration configuration;
+  fs::path file;
   int code = kExitGood;
-  if (!FindLogins(arguments_io, state, file, code)) return code;
+  if (!FindLogins(arguments_io, configuration, file, code)) return code;
   auto const users = PLXLoginStore(file).Users();
   for (std::string const& user : users) std::cout << user << "\n";
   if (users.empty())
@@ -390,14 +405,17 @@ int ListUsers(Arguments& arguments_io) {
 }
 
 int ChangeUser(Arguments& arguments_io, bool remove_i) {
-  fs::path state, file;
+  PLXConfiguration configuration;
+  fs::path file;
   int code = kExitGood;
-  if (!FindLogins(arguments_io, state, file, code)) return code;
+  if (!FindLogins(arguments_io, configuration, file, code)) return code;
   std::string password, problem;
   if (!remove_i && !ReadPassword(password, problem)) return PLXFail(kExitUsage, problem);
   try {
-    PrepareStateFolder(state);
+    PrepareFolders(configuration);
     fs::create_directories(file.parent_path());
+  } catch (PLXUnavailable const& error) {
+    return PLXFail(kExitUnavailable, error.what());
   } catch (std::exception const& error) {
     return PLXFail(kExitCannotCreate, error.what());
   }
@@ -406,7 +424,7 @@ int ChangeUser(Arguments& arguments_io, bool remove_i) {
                              : store.SetPassword(arguments_io.user, password, problem);
   if (!good)
     return PLXFail(::access(file.parent_path().c_str(), W_OK) == 0 ? kExitUsage : kExitInputOutput, problem);
-  GiveToOwnerOf(file, state);
+  GiveToOwnerOf(file, configuration.SharedFolder());
   return kExitGood;
 }
 
@@ -478,7 +496,9 @@ int Records(Arguments& arguments_io, bool isImport_i, bool isExport_i) {
   PLXConfiguration configuration;
   if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
   try {
-    PrepareStateFolder(configuration.state);
+    PrepareFolders(configuration);
+  } catch (PLXUnavailable const& error) {
+    return PLXFail(kExitUnavailable, error.what());
   } catch (std::exception const& error) {
     return PLXFail(kExitCannotCreate, error.what());
   }
@@ -519,6 +539,8 @@ int Queue(Arguments& arguments_io,
   }
   try {
     return command_i(configuration, arguments_io.queue);
+  } catch (PLXUnavailable const& error) {
+    return PLXFail(kExitUnavailable, error.what());
   } catch (PLXRecordError const& error) {
     return PLXFail(
         error.GetKind() == PLXRecordError::Kind::kNotReachable ? kExitUnavailable : kExitInputOutput,

@@ -25,7 +25,9 @@ constexpr char kLineEnd[] = "\r\n";
 // What is assumed of a message whose thread did not live to say more.
 constexpr char kInterrupted[] =
     "Interrupted: the server ended before the outcome was known. The message may have been delivered.";
-constexpr PLXUInt32 kServiceUnavailable = 503;
+// Of a server that is busy, and of a proxy whose server is gone or busy.
+constexpr PLXUInt32 kBadGateway = 502;
+constexpr PLXUInt32 kGatewayTimeout = 504;
 constexpr PLXUInt32 kSuccessClass = 2;  // of a status
 constexpr int kReportAttempts = 5;
 constexpr std::chrono::milliseconds kFirstReportPause(1000);  // doubled each time
@@ -147,7 +149,8 @@ bool Report(PLXString const& url_i, PLXString const& name_i, Arguments const& ar
   for (int attempt = 0; attempt < kReportAttempts; ++attempt, pause *= 2) {
     if (attempt > 0) Pause(pause);
     PLXUInt32 const status = http.Process(false) ? http.GetStatus() : 0;
-    if (status != 0 && status != kServiceUnavailable) return status / 100 == kSuccessClass;
+    bool const isForNow = status == 0 || (status >= kBadGateway && status <= kGatewayTimeout);
+    if (!isForNow) return status / 100 == kSuccessClass;
   }
   return false;
 }

@@ -186,9 +186,11 @@ bool PLXSMTPDialogue::AskAgain() { return myStream->Write(myCommand) && ReadRepl
 
 bool PLXSMTPDialogue::ReadReply() {
   myReplyCode = 0;
-  if (!myStream->ReadResponse()) return false;
+  bool const isIntact = myStream->ReadResponse();
   PLXSMTPReply reply;
   reply.Append(myStream->GetWholeResponse());
+  // A server that goes without reading QUIT breaks the connection, but the reply before it was given.
+  if (!isIntact && !reply.IsComplete()) return false;
   while (!reply.IsComplete() && !reply.IsTooLong() && myStream->WaitForPeer(kRestOfReplyLimit)) {
     myStream->SetResponsePossibleFlag(true);
     if (!myStream->ReadResponse()) break;

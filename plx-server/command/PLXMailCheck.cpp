@@ -95,8 +95,9 @@ std::vector<PLXNamedMailServer> PLXNamedMailServers(PLXConfiguration const& conf
   std::vector<PLXNamedMailServer> servers;
   fs::path const file = configuration_i.state / "preferences.sqlite";
   std::error_code none;
-  if (!fs::exists(file, none)) return servers;
-  PLXPreferenceStore const preferences(file);
+  if (configuration_i.recordsSource.empty() && !fs::exists(file, none)) return servers;
+  auto const store = PLXPreferenceStore::Open(configuration_i);
+  PLXPreferenceStore const& preferences = *store;
   PLXSites const sites(configuration_i);
   for (auto const& site : sites.All()) {
     for (auto const& region : site->Regions()) {

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
+#include <condition_variable>
+#include <map>
 #include <mutex>
 #include <sql.h>
 #include <sqlext.h>
@@ -86,33 +89,109 @@ std::string Braced(std::string const& text_i) {
   return braced + "}";
 }
 
-// PostgreSQL's driver sets the locale of the whole process, for a moment, while it connects.
-SQLRETURN Connect(SQLHDBC handle_i, std::string& connection_io) {
-  static std::mutex ourMutex;
-  std::lock_guard const lock(ourMutex);
-  return SQLDriverConnect(handle_i, nullptr, Text(connection_io), SQL_NTS, nullptr, 0, nullptr,
-                          SQL_DRIVER_NOPROMPT);
+// The turn to connect. One at a time has it, because PostgreSQL's driver sets the locale of the whole
+// process, for a moment, while it connects. So a source that neither answers nor refuses keeps everybody
+// waiting, until the driver gives up: it is not tried again for longer than that took, and whoever waited for
+// it meanwhile fails with the first.
+class ConnectingTurn {
+ public:
+  // Throws when the source is left alone at the moment, or the turn does not come.
+  explicit ConnectingTurn(std::string const& source_i) : mySource(source_i) {
+    std::unique_lock lock(ourMutex);
+    bool const isFree = ourFreed.wait_for(lock, kPatience, [&] { return !ourIsTaken || IsLeftAlone(); });
+    if (IsLeftAlone()) {
+      throw PLXSQLError(
+          Kind::kLost,
+          "The data source did not answer a moment ago and is not tried again for some seconds.");
+    }
+    if (!isFree) {
+      throw PLXSQLError(Kind::kLost, "Other data sources do not answer, and this one waits behind them.");
+    }
+    ourIsTaken = true;
+    myStart = Clock::now();
+  }
+  ~ConnectingTurn() {
+    std::lock_guard const lock(ourMutex);
+    ourIsTaken = false;
+    auto const took = Clock::now() - myStart;
+    if (myIsConnected || took < kSlow) {
+      ourSilent.erase(mySource);
+    } else {
+      std::erase_if(ourSilent,
+                    [](auto const& entry) { return entry.second.until < Clock::now() - kForgotten; });
+      Silent& silent = ourSilent[mySource];
+      silent.pause = std::clamp(2 * silent.pause, kFirstPause, kLongestPause);
+      silent.until = Clock::now() + silent.pause;
+    }
+    ourFreed.notify_all();
+  }
+  ConnectingTurn(ConnectingTurn const&) = delete;
+  ConnectingTurn& operator=(ConnectingTurn const&) = delete;
+
+  void IsConnected() { myIsConnected = true; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Silent {
+    std::chrono::seconds pause{0};
+    Clock::time_point until;
+  };
+  static constexpr std::chrono::seconds kPatience{25};
+  static constexpr std::chrono::seconds kSlow{3};  // an answer within this time is one, if only a refusal
+  static constexpr std::chrono::seconds kFirstPause{15};
+  static constexpr std::chrono::seconds kLongestPause{60};
+  static constexpr std::chrono::minutes kForgotten{5};
+
+  bool IsLeftAlone() const {
+    auto const found = ourSilent.find(mySource);
+    return found != ourSilent.end() && Clock::now() < found->second.until;
+  }
+
+  static inline std::mutex ourMutex;  // guards all below
+  static inline std::condition_variable ourFreed;
+  static inline bool ourIsTaken = false;
+  static inline std::map<std::string, Silent> ourSilent;
+  std::string const& mySource;
+  Clock::time_point myStart;
+  bool myIsConnected = false;
+};
+
+bool Connect(SQLHDBC handle_i, std::string const& source_i, std::string& connection_io) {
+  ConnectingTurn turn(source_i);
+  bool const isConnected = SQL_SUCCEEDED(SQLDriverConnect(handle_i, nullptr, Text(connection_io), SQL_NTS,
+                                                          nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT));
+  if (isConnected) turn.IsConnected();
+  return isConnected;
 }
 
 }  // namespace
 
 class PLXODBC::Link {
+  // Gives the handle back when no connection comes of it.
+  struct HandleOwner {
+    SQLHDBC handle;
+    ~HandleOwner() {
+      if (handle != SQL_NULL_HDBC) SQLFreeHandle(SQL_HANDLE_DBC, handle);
+    }
+  };
+
  public:
   Link(std::string const& source_i, std::string const& user_i, std::string const& password_i) {
     if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_DBC, Environment(), &handle))) {
       throw PLXSQLError(Kind::kLost, "ODBC gives no connection handle.");
     }
+    HandleOwner owner{handle};
     SQLSetConnectAttr(handle, SQL_ATTR_LOGIN_TIMEOUT, Number(kLoginSeconds), SQL_IS_UINTEGER);
     std::string connection = source_i.find('=') == std::string::npos ? "DSN=" + source_i : source_i;
     if (!user_i.empty()) connection += ";UID=" + Braced(user_i);
     if (!password_i.empty()) connection += ";PWD=" + Braced(password_i);
-    if (!SQL_SUCCEEDED(Connect(handle, connection))) {
+    if (!Connect(handle, source_i, connection)) {
       std::string const why = Diagnosis(SQL_HANDLE_DBC, handle).text;
-      SQLFreeHandle(SQL_HANDLE_DBC, handle);
       bool const isName = source_i.find('=') == std::string::npos;
       throw PLXSQLError(Kind::kLost, "The data source " + (isName ? "\"" + source_i + "\" " : std::string()) +
                                          "cannot be reached: " + WithoutSecret(why, password_i));
     }
+    owner.handle = SQL_NULL_HDBC;
     char name[64] = "";
     SQLSMALLINT length = 0;
     SQLGetInfo(handle, SQL_DBMS_NAME, name, sizeof name, &length);

@@ -14,8 +14,9 @@
 class PLXODBC : public PLXSQLConnection {
  public:
   // The source is the name of a data source, or a whole connection string when it has a "=". User and
-  // password are added when they are not empty. Gives up after ten seconds. Throws PLXSQLError (kLost), whose
-  // sentence has no password.
+  // password are added when they are not empty. Gives up after ten seconds; a source that took so long is
+  // then refused at once for a while, since one connection is made at a time. Throws PLXSQLError (kLost),
+  // whose sentence has no password.
   PLXODBC(std::string const& source_i, std::string const& user_i, std::string const& password_i);
   ~PLXODBC() override;
 

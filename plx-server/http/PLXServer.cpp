@@ -13,6 +13,7 @@
 #include "PLXASCII.h"
 #include "PLXAdministration.h"
 #include "PLXLog.h"
+#include "PLXSQLConnection.h"
 #include "PLXServerPlan.h"
 #include "PLXUninterrupted.h"
 
@@ -20,13 +21,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void MakeFolder(fs::path const& folder_i) {
+void MakeFolder(fs::path const& folder_i, char const* key_i) {
   std::error_code error;
   if (fs::is_directory(folder_i, error)) return;
   if (folder_i.has_parent_path()) fs::create_directories(folder_i.parent_path(), error);
   if (::mkdir(folder_i.c_str(), 0700) == 0 || errno == EEXIST) return;
   throw std::runtime_error(folder_i.string() + ": the folder cannot be made (" + std::strerror(errno) +
-                           "). Make it writable for this user, or name another with the key \"state\".");
+                           "). Make it writable for this user, or name another with the key \"" + key_i +
+                           "\".");
 }
 
 // What a process that was killed has left of uploads; nobody asks for it again.
@@ -55,6 +57,18 @@ PLXLogOptions LogOptions(PLXConfiguration const& configuration_i, PLXServer::Use
   return options;
 }
 
+// What servers share may come later than they do.
+std::unique_ptr<PLXPreferenceStore> OpenPreferences(PLXConfiguration const& configuration_i) {
+  try {
+    return PLXPreferenceStore::Open(configuration_i);
+  } catch (PLXSQLError const& error) {
+    if (configuration_i.recordsSource.empty()) throw;
+    throw PLXUnavailable(std::string("The preferences are in the data source of the key "
+                                     "\"records-source\", and it cannot be used: ") +
+                         error.what() + " Start it, or correct the key.");
+  }
+}
+
 // The keys whose new value waits for the next start, for the log.
 std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration const& new_i) {
   PLXLimits const& a = old_i.limits;
@@ -66,6 +80,7 @@ std::string KeysForARestart(PLXConfiguration const& old_i, PLXConfiguration cons
   Row const rows[] = {
       {"listen", old_i.listenAddress != new_i.listenAddress || old_i.listenPort != new_i.listenPort},
       {"state", old_i.state != new_i.state},
+      {"shared", old_i.shared != new_i.shared},
       {"modules", old_i.modules != new_i.modules},
       {"proxies", old_i.proxies != new_i.proxies},
       {"records-source", old_i.recordsSource != new_i.recordsSource},
@@ -144,18 +159,40 @@ void PLXServer::Generation::AddHeaders(PLXResponse& response_io, PLXRegion const
 // ---- Start and stop
 // ------------------------------------------------------------------------------------------
 
-void PrepareStateFolder(fs::path const& state_i) {
-  MakeFolder(state_i);
-  for (char const* name : {"logs", "tmp", "regions", "logins"}) MakeFolder(state_i / name);
-  if (::access(state_i.c_str(), W_OK) != 0) {
-    throw std::runtime_error(state_i.string() +
+void PrepareFolders(PLXConfiguration const& configuration_i) {
+  fs::path const& state = configuration_i.state;
+  MakeFolder(state, "state");
+  for (char const* name : {"logs", "tmp"}) MakeFolder(state / name, "state");
+  if (::access(state.c_str(), W_OK) != 0) {
+    throw std::runtime_error(state.string() +
                              ": the folder cannot be written. Give this user the right to, or name "
                              "another with the key \"state\".");
   }
+  std::string const problem = SharedFolderProblem(configuration_i);
+  if (!problem.empty()) throw PLXUnavailable(problem);
+  for (char const* name : {"regions", "logins"}) MakeFolder(configuration_i.SharedFolder() / name, "shared");
+}
+
+std::string SharedFolderProblem(PLXConfiguration const& configuration_i) {
+  fs::path const& shared = configuration_i.shared;
+  std::error_code error;
+  if (shared.empty()) return {};
+  if (!fs::is_directory(shared, error)) {
+    return shared.string() +
+           ": the shared folder is not there. Mount it, make it, or name another with the key \"shared\".";
+  }
+  if (::access(shared.c_str(), R_OK | W_OK | X_OK) != 0) {
+    return shared.string() +
+           ": the shared folder cannot be written by this user. Give it the right to, or name another with "
+           "the key \"shared\".";
+  }
+  return {};
 }
 
 // Beside it lies a folder per site, and no site's name holds a dot.
-fs::path ServerLoginsFile(fs::path const& state_i) { return state_i / "logins" / "server.logins"; }
+fs::path ServerLoginsFile(PLXConfiguration const& configuration_i) {
+  return configuration_i.SharedFolder() / "logins" / "server.logins";
+}
 
 std::optional<std::string> StateUser(fs::path const& state_i) {
   int const lock = PLXUninterrupted([&] { return ::open((state_i / "lock").c_str(), O_RDONLY | O_CLOEXEC); });
@@ -168,7 +205,7 @@ std::optional<std::string> StateUser(fs::path const& state_i) {
 
 PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> overrides_i, Use use_i)
     : myOverrides(std::move(overrides_i)), myUse(use_i), myState(configuration_i.state) {
-  PrepareStateFolder(myState);
+  PrepareFolders(configuration_i);
   if (myUse == Use::kServe) {
     TakeLock();
     RemoveLeftovers(myState / "tmp");
@@ -179,9 +216,9 @@ PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> 
     myRecords = std::make_unique<PLXRecordEngine>(
         PLXRecordEngine::Settings{myState, configuration_i.recordsSource, configuration_i.recordsUser,
                                   configuration_i.recordsPassword});
+    myPreferences = OpenPreferences(configuration_i);
+    myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(configuration_i));
     myGeneration = std::make_shared<Generation const>(std::move(configuration_i));
-    myPreferences = std::make_unique<PLXPreferenceStore>(myState / "preferences.sqlite");
-    myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(myState));
     myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, *myRecords, trace);
     myPages = std::make_unique<PLXPageCache>(*myModules);
     myAdministration = std::make_unique<PLXAdministration>(
@@ -217,8 +254,8 @@ void PLXServer::TakeLock() {
   if (::flock(myLock, LOCK_EX | LOCK_NB) != 0) {
     std::string const owner = LockOwner(myLock);
     ::close(myLock);
-    throw PLXStateInUse(myState.string() + ": another server uses this folder (process " + owner +
-                        "). Stop it, or give this one a folder of its own with the key \"state\".");
+    throw PLXUnavailable(myState.string() + ": another server uses this folder (process " + owner +
+                         "). Stop it, or give this one a folder of its own with the key \"state\".");
   }
   std::string const text = std::to_string(::getpid()) + "\n";
   if (PLXUninterrupted([&] { return ::ftruncate(myLock, 0); }) != 0 ||
@@ -285,6 +322,7 @@ void PLXServer::Reload() {
       if (!problems.empty()) throw std::runtime_error("what it says cannot be used");
       std::string const keys = KeysForARestart(old->Configuration(), configuration);
       configuration.state = old->Configuration().state;
+      configuration.shared = old->Configuration().shared;
       next = std::make_shared<Generation const>(std::move(configuration));
       PLXLog::Note("The configuration was read again: " + old->Configuration().file.string());
       if (!keys.empty()) PLXLog::Warning("These changes wait for the next start of the server: " + keys);

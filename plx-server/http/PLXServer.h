@@ -28,17 +28,22 @@
 
 class PLXAdministration;
 
-// Another process holds the state folder.
-class PLXStateInUse : public std::runtime_error {
+// Something that is needed is not there, and may be there the next time: another process holds the state
+// folder, the shared folder is not mounted, the data source does not answer.
+class PLXUnavailable : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// Makes the state folder, mode 0700, with the folders that the server keeps in it. Throws std::runtime_error
-// with a sentence when that cannot be done.
-void PrepareStateFolder(std::filesystem::path const& state_i);
+// Makes the state folder, mode 0700, with the folders that the server keeps in it and in the shared one. That
+// itself is never made: what is missing there is a file system that was not mounted. Throws
+// std::runtime_error with a sentence when it cannot be done, PLXUnavailable for the shared folder.
+void PrepareFolders(PLXConfiguration const& configuration_i);
+// Why the shared folder cannot be used, as a sentence with the remedy; empty when it can or none is
+// configured.
+std::string SharedFolderProblem(PLXConfiguration const& configuration_i);
 // The file with the logins that open the administration.
-std::filesystem::path ServerLoginsFile(std::filesystem::path const& state_i);
+std::filesystem::path ServerLoginsFile(PLXConfiguration const& configuration_i);
 
 // The number of the server process that uses the state folder, "unknown" when it cannot be read; none when
 // nobody does.
@@ -54,9 +59,10 @@ class PLXServer : public PLXRequestHandler {
     kRender,  // a visitor beside a server that may run: no lock, and its log is standard error
   };
 
-  // Everything the server keeps lies in the configuration's state folder, which it makes and locks.
-  // `overrides_i` are the command line's key=value pairs, taken again at each Reload. Throws PLXStateInUse
-  // when another server uses the folder, std::runtime_error with a sentence when it cannot be written.
+  // Everything the server keeps lies in the configuration's state folder, which it makes and locks, and in
+  // what it shares with others. `overrides_i` are the command line's key=value pairs, taken again at each
+  // Reload. Throws PLXUnavailable when another server uses the state folder or what is shared is not there,
+  // std::runtime_error with a sentence when the folder cannot be written.
   explicit PLXServer(PLXConfiguration configuration_i, std::vector<std::string> overrides_i = {},
                      Use use_i = Use::kServe);
   ~PLXServer() override;

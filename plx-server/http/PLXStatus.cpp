@@ -62,7 +62,8 @@ std::string Bytes(double bytes_i) {
 }
 
 std::string Average(double seconds_i, double count_i) {
-  return count_i <= 0 ? "-" : Count(seconds_i * 1000 / count_i + 0.5) + " ms";
+  double const milliseconds = count_i <= 0 ? 0 : seconds_i * 1000 / count_i;
+  return milliseconds < 1 ? "under 1 ms" : Count(milliseconds + 0.5) + " ms";
 }
 
 std::string Label(PLXFigures::Series const& series_i, std::string const& name_i) {
@@ -285,7 +286,9 @@ std::string PLXStatus::ServerPart(PLXSites const& sites_i) const {
       Pair("Memory", std::to_string(process.memory >> 20) + " MB") +
       Pair("Process", std::to_string(::getpid())) +
       Pair("Configuration", configuration.file.empty() ? "the command line" : configuration.file.string()) +
-      Pair("State", configuration.state.string()) + Pair("PLX Server", PLX_SERVER_VERSION);
+      Pair("State", configuration.state.string()) +
+      (configuration.shared.empty() ? "" : Pair("Shared with other servers", configuration.shared.string())) +
+      Pair("PLX Server", PLX_SERVER_VERSION);
   for (PLXModuleDescription const& module : myModules.Describe()) part += Pair(module.name, module.version);
   return part + "</dl>\n";
 }

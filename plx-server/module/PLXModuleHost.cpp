@@ -149,6 +149,7 @@ std::vector<PLXModuleDescription> PLXModuleHost::Describe() const {
 }
 
 PLXTagOutcome PLXModuleHost::GetPreferencesPage(std::size_t index_i, PLXPageContext& context_io) {
+  myPreferences.Refresh();  // whoever has just saved them on another server wants to see it
   return Connection(*this, *myModules.at(index_i), {kPLXEvent_GetPreferences, &context_io}).Run();
 }
 

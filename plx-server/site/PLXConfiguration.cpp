@@ -271,6 +271,7 @@ class Loader {
       CheckRoot(site);
     }
     CheckState();
+    CheckShared();
     for (Site& site : mySites) myResult.sites.push_back(std::move(site.configuration));
   }
 
@@ -309,22 +310,42 @@ class Loader {
 
   // What the server keeps (mail, logins) must not be somewhere that it serves.
   void CheckState() {
+    CheckKeptFolder("state", myResult.state, "Name a folder; it is made when it does not exist.");
+  }
+
+  void CheckShared() {
+    if (myResult.shared.empty()) return;
+    CheckKeptFolder("shared", myResult.shared, "Name the folder that all servers of the farm see.");
     std::error_code error;
-    auto const status = std::filesystem::status(myResult.state, error);
-    int const line = myLines.contains("state") ? myLines.find("state")->second : 0;
-    if (std::filesystem::exists(status) && !std::filesystem::is_directory(status)) {
-      return Complain(line, "the state " + QuotedForPeople(myResult.state.string()) + " is no folder",
-                      "Name a folder; it is made when it does not exist.");
-    }
+    std::filesystem::path const shared = std::filesystem::weakly_canonical(myResult.shared, error);
     std::filesystem::path const state = std::filesystem::weakly_canonical(myResult.state, error);
+    if (error || !LiesIn(state, shared)) return;
+    Complain(myLines.find("shared")->second,
+             "the state " + QuotedForPeople(state.string()) +
+                 " lies in the shared folder, and each server needs one of its own",
+             "Name a folder of this machine with the key \"state\".");
+  }
+
+  static bool LiesIn(std::filesystem::path const& path_i, std::filesystem::path const& folder_i) {
+    return std::mismatch(folder_i.begin(), folder_i.end(), path_i.begin(), path_i.end()).first ==
+           folder_i.end();
+  }
+
+  void CheckKeptFolder(char const* key_i, std::filesystem::path const& folder_i, char const* remedy_i) {
+    std::error_code error;
+    auto const status = std::filesystem::status(folder_i, error);
+    int const line = myLines.contains(key_i) ? myLines.find(key_i)->second : 0;
+    std::string const what = "the " + std::string(key_i) + " ";
+    if (std::filesystem::exists(status) && !std::filesystem::is_directory(status)) {
+      return Complain(line, what + QuotedForPeople(folder_i.string()) + " is no folder", remedy_i);
+    }
+    std::filesystem::path const folder = std::filesystem::weakly_canonical(folder_i, error);
     if (error) return;  // the start will say why it cannot be used
     for (Site const& site : mySites) {
       std::filesystem::path const root = std::filesystem::canonical(site.configuration.root, error);
-      if (error) continue;
-      auto const [rootEnd, stateEnd] = std::mismatch(root.begin(), root.end(), state.begin(), state.end());
-      if (rootEnd != root.end()) continue;
+      if (error || !LiesIn(folder, root)) continue;
       Complain(line,
-               "the state " + QuotedForPeople(state.string()) + " lies in the root of the site \"" +
+               what + QuotedForPeople(folder.string()) + " lies in the root of the site \"" +
                    site.configuration.name + "\", where visitors could read it",
                "Move it out of " + QuotedForPeople(root.string()) + ".");
     }

@@ -56,7 +56,8 @@ struct PLXConfiguration {
   std::filesystem::path file;  // empty when everything came from the command line
   std::string listenAddress = "127.0.0.1";
   std::uint16_t listenPort = 8080;             // 0: any free port
-  std::filesystem::path state = "var";         // everything the server writes; one server at a time
+  std::filesystem::path state = "var";         // what this server alone writes; one server at a time
+  std::filesystem::path shared;                // what the servers of a farm have in common; empty: the state
   std::vector<std::filesystem::path> modules;  // libraries to load, in this order
   std::vector<std::string> proxies;            // addresses whose X-Forwarded-For is believed
   PLXHeaderLines securityHeaders;              // sent where an answer has none of that name
@@ -69,6 +70,9 @@ struct PLXConfiguration {
   std::size_t logFiles = 5;
   PLXLimits limits;
   std::vector<PLXSiteConfiguration> sites;  // at least one after a good Load
+
+  // Where the regions' data and the logins lie.
+  std::filesystem::path const& SharedFolder() const { return shared.empty() ? state : shared; }
 };
 
 // Something wrong with what a person wrote, told so that the person can mend it.

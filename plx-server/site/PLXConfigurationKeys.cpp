@@ -124,6 +124,11 @@ Complaint StoreState(Value const& value_i, Target& target_io) {
   return {};
 }
 
+Complaint StoreShared(Value const& value_i, Target& target_io) {
+  target_io.configuration.shared = Resolved(value_i.Text(), target_io);
+  return {};
+}
+
 Complaint StoreModules(Value const& value_i, Target& target_io) {
   std::vector<std::filesystem::path> modules;
   for (std::string const& text : value_i.texts) {
@@ -288,6 +293,10 @@ constexpr Key ourKeys[] = {
      "address and port to listen on; port 0 takes any free one", StoreListen},
     {"", "state", Form::kText, 0, 0, "\"var\"",
      "folder for everything the server writes; one server at a time", StoreState},
+    {"", "shared", Form::kText, 0, 0, "none",
+     "existing folder for what the servers of a farm have in common, logins and regions' data; none is the "
+     "state",
+     StoreShared},
     {"", "modules", Form::kTexts, 0, 0, "[]", "module files to load, in this order", StoreModules},
     {"", "page-threads", Form::kNumber, 1, 1024, "256", "pages that run at the same time",
      StoreLimit<&PLXLimits::pageThreads>},

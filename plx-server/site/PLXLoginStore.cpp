@@ -11,7 +11,6 @@
 #include <openssl/hmac.h>
 #include <optional>
 #include <stdexcept>
-#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -29,6 +28,7 @@ constexpr long long kRememberedSeconds = 300;
 constexpr std::size_t kRememberedPairs = 4096;
 constexpr std::size_t kLargestFile = 16u << 20;
 constexpr std::string_view kTemporarySuffix = ".XXXXXX";  // of a file that takes another's place
+constexpr char kLockName[] = ".lock";  // of the file in each folder that whoever writes locks
 
 using Lines = std::vector<std::string>;
 
@@ -118,6 +118,16 @@ std::string StateOf(struct stat const& status_i) {
   return state;
 }
 
+// How the file is now, empty when there is none. Opened for it: on a network's file system that asks the
+// server, where a look at the name may tell what was so a minute ago.
+std::string CurrentState(std::filesystem::path const& file_i) {
+  struct stat status {};
+  Descriptor const file(
+      PLXUninterrupted([&] { return ::open(file_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+  int const result = file.IsOpen() ? ::fstat(file.Get(), &status) : ::stat(file_i.c_str(), &status);
+  return result == 0 ? StateOf(status) : std::string();
+}
+
 // The lines of the file, none when there is no file. Nothing when it cannot be read, with errno telling why.
 std::optional<Lines> ReadLines(std::filesystem::path const& file_i, std::string& state_o) {
   state_o.clear();
@@ -191,6 +201,22 @@ void RemoveLeftovers(std::filesystem::path const& file_i) {
   }
 }
 
+// Locks a file of the folder, whose descriptor holds the lock. A file and not the folder, and by fcntl: what
+// holds between machines on a network's file system.
+int LockFolder(std::filesystem::path const& folder_i) {
+  int const file = PLXUninterrupted(
+      [&] { return ::open((folder_i / kLockName).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600); });
+  if (file < 0) return file;
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  if (PLXUninterrupted([&] { return ::fcntl(file, F_OFD_SETLKW, &whole); }) == 0) return file;
+  int const error = errno;
+  ::close(file);
+  errno = error;
+  return -1;
+}
+
 // One change of the file at a time, also among processes: `change_i` gets the lines as they are and says
 // whether they are to be written.
 template <typename Change>
@@ -205,9 +231,9 @@ bool ChangeFile(std::filesystem::path const& file_i, std::string& problem_o, Cha
   std::filesystem::create_directories(folderPath, ignored);
   Descriptor const folder(
       PLXUninterrupted([&] { return ::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-  if (!folder.IsOpen() || PLXUninterrupted([&] { return ::flock(folder.Get(), LOCK_EX); }) != 0) {
-    return refused("Cannot use the folder of");
-  }
+  if (!folder.IsOpen()) return refused("Cannot use the folder of");
+  Descriptor const lock(LockFolder(folderPath));
+  if (!lock.IsOpen()) return refused("Cannot use the folder of");
   RemoveLeftovers(file_i);
   std::string state;
   std::optional<Lines> lines = ReadLines(file_i, state);
@@ -358,9 +384,7 @@ bool PLXLoginStore::Remove(std::string_view user_i, std::string& problem_o) {
 }
 
 void PLXLoginStore::ReadAgainIfChanged() {
-  struct stat status {};
-  int const result = ::stat(myFile.c_str(), &status);
-  std::string const state = result == 0 ? StateOf(status) : std::string();
+  std::string const state = CurrentState(myFile);
   if (state == myFileState) return;
   std::string readState;
   std::optional<Lines> const lines = ReadLines(myFile, readState);

@@ -10,9 +10,9 @@
 
 // Logins in a file of "user:hash" lines, the hashes made and checked by libcrypt (yescrypt).
 //
-// The file is read again when it has changed. A check costs tens of milliseconds of processor on purpose, so
-// a pair that was accepted is remembered for five minutes under a key of this process. Call from a page
-// thread, never from the I/O thread. Any thread.
+// The file is read again when it has changed, whoever changed it. A check costs tens of milliseconds of
+// processor on purpose, so a pair that was accepted is remembered for five minutes under a key of this
+// process. Call from a page thread, never from the I/O thread. Any thread.
 class PLXLoginStore {
  public:
   explicit PLXLoginStore(std::filesystem::path file_i);
@@ -22,7 +22,8 @@ class PLXLoginStore {
   bool IsEmpty();
   std::vector<std::string> Users();
 
-  // Writes the file anew (temporary name, synced, renamed; mode 0600). False with a sentence in `problem_o`
+  // Writes the file anew (temporary name, synced, renamed; mode 0600), alone among all processes that share
+  // the folder: its file ".lock" is locked meanwhile. False with a sentence in `problem_o`
   // for a name that is empty or holds ":", a control character or more than 255 bytes, an empty or over-long
   // (over 511 bytes) password, or a disk that refuses.
   bool SetPassword(std::string_view user_i, std::string_view password_i, std::string& problem_o);

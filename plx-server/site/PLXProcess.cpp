@@ -17,6 +17,30 @@ bool MayOthers(std::filesystem::path const& path_i, mode_t bits_i) {
   return !path_i.empty() && ::stat(path_i.c_str(), &status) == 0 && (status.st_mode & bits_i) != 0;
 }
 
+void AddSharingWarnings(PLXConfiguration const& configuration_i, std::vector<std::string>& warnings_io) {
+  std::string const shared = configuration_i.shared.string();
+  if (MayOthers(configuration_i.shared, S_IRWXO)) {
+    warnings_io.push_back(shared +
+                          ": everybody may enter the shared folder, which holds mail and logins. Take that "
+                          "right away: chmod o-rwx.");
+  }
+  if (configuration_i.recordsSource.empty()) {
+    warnings_io.push_back(
+        shared +
+        " is shared with other servers, but records and preferences are not: each server has its own, and "
+        "its own list of the failed mail. Name a database for all of them with the key \"records-source\".");
+  }
+  for (char const* const name : {"regions", "logins"}) {
+    std::filesystem::path const own = configuration_i.state / name;
+    std::error_code none;
+    if (!std::filesystem::exists(own, none) || std::filesystem::is_empty(own, none) || none) continue;
+    warnings_io.push_back(own.string() +
+                          " is left from before the key \"shared\" and no longer used. Stop the "
+                          "server and move what is in it to " +
+                          shared + "/" + name + ".");
+  }
+}
+
 }  // namespace
 
 void KeepProcessToItself() {
@@ -65,6 +89,7 @@ std::vector<std::string> InstallationWarnings(PLXConfiguration const& configurat
         ": others than its user may enter the state folder, which holds mail and logins. Take that "
         "right away: chmod 700.");
   }
+  if (!configuration_i.shared.empty()) AddSharingWarnings(configuration_i, warnings);
   if (!configuration_i.recordsPassword.empty() && MayOthers(configuration_i.file, S_IROTH)) {
     warnings.push_back(
         configuration_i.file.string() +

@@ -162,12 +162,12 @@ std::string HostKey(std::string_view host_i) {
 // ---- PLXRegion -------------------------------------------------------------------------------------------
 
 PLXRegion::PLXRegion(PLXSite const& site_i, PLXRegionConfiguration const& configuration_i,
-                     std::filesystem::path const& state_i)
+                     std::filesystem::path const& shared_i)
     : mySite(site_i), myConfiguration(configuration_i), myKey(site_i.Name() + "/" + configuration_i.name) {
   std::error_code ignored;
-  std::filesystem::path const state = std::filesystem::absolute(state_i, ignored).lexically_normal();
-  myDataRoot = state / "regions" / site_i.Name() / Name();
-  myLoginsFile = state / "logins" / site_i.Name() / Name();
+  std::filesystem::path const shared = std::filesystem::absolute(shared_i, ignored).lexically_normal();
+  myDataRoot = shared / "regions" / site_i.Name() / Name();
+  myLoginsFile = shared / "logins" / site_i.Name() / Name();
 }
 
 std::filesystem::path PLXRegion::Folder() const {
@@ -199,10 +199,10 @@ std::optional<std::filesystem::path> PLXRegion::Contain(std::string_view path_i)
 
 // ---- PLXSite ---------------------------------------------------------------------------------------------
 
-PLXSite::PLXSite(PLXSiteConfiguration const& configuration_i, std::filesystem::path const& state_i)
+PLXSite::PLXSite(PLXSiteConfiguration const& configuration_i, std::filesystem::path const& shared_i)
     : myConfiguration(configuration_i), myRoot(ResolvedFolder(configuration_i.root)) {
   for (PLXRegionConfiguration const& region : myConfiguration.regions) {
-    myRegions.push_back(std::make_unique<PLXRegion>(*this, region, state_i));
+    myRegions.push_back(std::make_unique<PLXRegion>(*this, region, shared_i));
   }
   std::stable_sort(myRegions.begin(), myRegions.end(), [](auto const& left, auto const& right) {
     return left->Path().size() > right->Path().size();
@@ -210,7 +210,7 @@ PLXSite::PLXSite(PLXSiteConfiguration const& configuration_i, std::filesystem::p
   if (myRegions.empty() || myRegions.back()->Path() != "/") {
     PLXRegionConfiguration main;
     main.name = "main";
-    myRegions.push_back(std::make_unique<PLXRegion>(*this, main, state_i));
+    myRegions.push_back(std::make_unique<PLXRegion>(*this, main, shared_i));
   }
   myDownloads = myConfiguration.downloads;
   for (auto const& region : myRegions) myDownloads.push_back(region->Path() + kAttachmentFolder);
@@ -274,7 +274,7 @@ bool PLXSite::IsDownload(std::string_view path_i) const {
 
 PLXSites::PLXSites(PLXConfiguration configuration_i) : myConfiguration(std::move(configuration_i)) {
   for (PLXSiteConfiguration const& site : myConfiguration.sites) {
-    mySites.push_back(std::make_unique<PLXSite>(site, myConfiguration.state));
+    mySites.push_back(std::make_unique<PLXSite>(site, myConfiguration.SharedFolder()));
     for (std::string const& host : site.hosts) myHosts.try_emplace(HostKey(host), mySites.back().get());
   }
 }

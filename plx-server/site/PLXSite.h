@@ -17,7 +17,7 @@ class PLXSite;
 class PLXRegion {
  public:
   PLXRegion(PLXSite const& site_i, PLXRegionConfiguration const& configuration_i,
-            std::filesystem::path const& state_i);
+            std::filesystem::path const& shared_i);
 
   std::string const& Name() const { return myConfiguration.name; }
   std::string const& Path() const { return myConfiguration.path; }  // "/mail/"
@@ -56,7 +56,7 @@ class PLXRegion {
 // One site: a folder of pages under one or more host names. Immutable, safe on any thread.
 class PLXSite {
  public:
-  PLXSite(PLXSiteConfiguration const& configuration_i, std::filesystem::path const& state_i);
+  PLXSite(PLXSiteConfiguration const& configuration_i, std::filesystem::path const& shared_i);
   PLXSite(PLXSite const&) = delete;
   PLXSite& operator=(PLXSite const&) = delete;
 

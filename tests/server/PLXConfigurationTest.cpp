@@ -54,6 +54,7 @@ TEST_F(PLXConfigurationFile, ReadsEveryKey) {
       R"(# a comment
 listen = "[::1]:0"   # another
 state = 'var # not a comment'
+shared = "both"
 modules = ["module.so"]
 page-threads = 16
 administration-threads=2
@@ -99,6 +100,7 @@ root = sites/other
   EXPECT_EQ(read.listenAddress, "::1");
   EXPECT_EQ(read.listenPort, 0);
   EXPECT_EQ(read.state, folder / "var # not a comment");
+  EXPECT_EQ(read.SharedFolder(), folder / "both");
   EXPECT_THAT(read.modules, ElementsAre(folder / "module.so"));
   PLXLimits const& limits = read.limits;
   EXPECT_EQ(limits.waitingPages, 64u) << "four for each thread";
@@ -337,10 +339,12 @@ TEST_F(PLXConfigurationFile, NamesFilesAndFoldersThatCannotBeUsed) {
 
 TEST_F(PLXConfigurationFile, KeepsTheServersOwnFilesOutOfEverySite) {
   std::filesystem::create_directory_symlink(folder / "sites/demo", folder / "link");
-  for (std::string const state : {"sites/demo", "sites/demo/var", "link/var", "sites/other/../demo/x/y"}) {
-    SCOPED_TRACE(state);
-    Load("state = \"" + state + "\"" + kSite);
-    EXPECT_THAT(problems, ElementsAre(HasSubstr("lies in the root of the site \"demo\"")));
+  for (std::string const kept : {"sites/demo", "sites/demo/var", "link/var", "sites/other/../demo/x/y"}) {
+    for (std::string const key : {"state", "shared"}) {
+      SCOPED_TRACE(key + " " + kept);
+      Load(key + " = \"" + kept + "\"" + kSite);
+      EXPECT_THAT(problems, ElementsAre(HasSubstr("lies in the root of the site \"demo\"")));
+    }
   }
   Load("state = \"sites/demo-var\"" + kSite);
   EXPECT_THAT(problems, IsEmpty()) << "a name that only begins alike";

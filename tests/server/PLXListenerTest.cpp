@@ -745,6 +745,7 @@ TEST(PLXClientAddress, BelievesOnlyNamedProxies) {
       {"a proxy for this machine, saying more", proxy, {{"Via", "1.1 p"}, {hops, us}}, us, true},
       {"a stranger who wrote the first hop", proxy, {{hops, "127.0.0.1, 6.6.6.6"}}, stranger, false},
       {"two proxies", proxy, {{hops, stranger}, {"x-forwarded-for", "10.0.0.2"}}, stranger, false},
+      {"a proxy for another server of the farm", proxy, {{hops, "10.0.0.2"}}, "10.0.0.2", true},
       {"a hop with a port", proxy, {{hops, "[2001:db8::1]:80"}}, "2001:db8::1", false},
       {"a hop that is no address", proxy, {{hops, "unknown"}}, proxy, false},
   };

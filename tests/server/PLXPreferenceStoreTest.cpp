@@ -1,5 +1,8 @@
+#include <chrono>
+#include <condition_variable>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -111,6 +114,86 @@ TEST(PLXPreferenceStore, ChangesNothingWhenTheDiskRefuses) {
   EXPECT_FALSE(store.Set("r", "o", "n", "after"));
   EXPECT_FALSE(store.Remove("r", "o", "n"));
   EXPECT_EQ(store.Get("r", "o", "n"), "before");
+}
+
+// ---- Shared with other servers
+// ---------------------------------------------------------------------------------
+
+namespace {
+
+// A data source that can be switched off, so that every call fails, or held up, so that none returns.
+class Switched : public PLXSQLConnection {
+ public:
+  enum class State { kWorks, kFails, kWaits };
+  struct Switch {
+    std::mutex mutex;
+    std::condition_variable changed;
+    State state = State::kWorks;
+
+    void Set(State state_i) {
+      std::lock_guard const lock(mutex);
+      state = state_i;
+      changed.notify_all();
+    }
+    void Pass() {
+      std::unique_lock lock(mutex);
+      changed.wait(lock, [this] { return state != State::kWaits; });
+      if (state == State::kFails) throw PLXSQLError(PLXSQLError::Kind::kLost, "switched off");
+    }
+  };
+
+  Switched(std::filesystem::path const& file_i, Switch& switch_i)
+      : PLXSQLConnection(PLXSQLDialect::kSQLite), mySwitch(switch_i), myDatabase(file_i) {
+    mySwitch.Pass();
+  }
+  std::int64_t Run(std::string const& sql_i, std::span<PLXSQLParameter const> values_i,
+                   RowReader const& reader_i) override {
+    mySwitch.Pass();
+    return myDatabase.Run(sql_i, values_i, reader_i);
+  }
+  void ForgetStatements() override { myDatabase.ForgetStatements(); }
+  void Begin() override { Run("BEGIN IMMEDIATE", {}, {}); }
+  void Commit() override { Run("COMMIT", {}, {}); }
+  void Rollback() override { Run("ROLLBACK", {}, {}); }
+
+ private:
+  Switch& mySwitch;
+  PLXSQLite myDatabase;
+};
+
+}  // namespace
+
+TEST(PLXPreferenceStore, GoesOnWithWhatItKnowsWhileItsSourceIsAway) {
+  TemporaryFolder const folder;
+  Switched::Switch source;
+  auto const open = [&](std::string const& name_i) {
+    return std::make_unique<PLXPreferenceStore>(
+        folder / (name_i + ".db"), folder / (name_i + "-copy.db"),
+        [&] { return std::make_unique<Switched>(folder / "source.db", source); });
+  };
+  auto store = open("first");
+  auto const other = open("second");
+  ASSERT_TRUE(store->Set("r", "o", "kept", "one"));
+  ASSERT_TRUE(store->Set("r", "o", "gone", "x"));
+  ASSERT_TRUE(store->Remove("r", "o", "gone"));
+  for (Switched::State const state : {Switched::State::kFails, Switched::State::kWaits}) {
+    source.Set(state);
+    EXPECT_FALSE(store->Set("r", "o", "kept", "two"));
+    EXPECT_FALSE(store->Remove("r", "o", "kept"));
+    store->Refresh();
+    EXPECT_EQ(store->Get("r", "o", "kept"), "one");
+    source.Set(Switched::State::kFails);
+    EXPECT_EQ(open("first")->Get("r", "o", "kept"), "one") << "a start has the copy";
+    EXPECT_THROW(open("third"), PLXSQLError) << "and the very first one needs the source";
+    source.Set(Switched::State::kWorks);
+    auto const until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!store->Set("r", "o", "kept", "one") && std::chrono::steady_clock::now() < until) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    other->Refresh();
+    EXPECT_EQ(other->Get("r", "o", "kept"), "one");
+    EXPECT_EQ(other->Get("r", "o", "gone"), std::nullopt);
+  }
 }
 
 // ---- The database beneath

@@ -135,7 +135,7 @@ class PLXServerRequests : public testing::Test {
     PLXSites const sites(configuration);
     AddLogin(sites.FindRegion("demo/staff")->LoginsFile(), "bob", "pw");
   }
-  void AddServerLogin() { AddLogin(ServerLoginsFile(configuration.state), "ada", "pw"); }
+  void AddServerLogin() { AddLogin(ServerLoginsFile(configuration), "ada", "pw"); }
 
   // To a page of the administration, as a browser that is logged in asks for it.
   PLXRequest Administration(std::string const& method_i, std::string const& target_i) {
@@ -727,7 +727,7 @@ TEST_F(PLXServerRequests, SharesItsFolderWithNoOtherServer) {
   try {
     PLXServer const second(configuration);
     FAIL() << "a second server started";
-  } catch (PLXStateInUse const& error) {
+  } catch (PLXUnavailable const& error) {
     EXPECT_THAT(error.what(),
                 HasSubstr("another server uses this folder (process " + std::to_string(::getpid()) + ")"));
   }
