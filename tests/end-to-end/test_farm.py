@@ -97,7 +97,7 @@ class Front:
             f"events {{ worker_connections 512; }}\nhttp {{ access_log off;\n{paths}upstream farm {{ {servers} }}\n"
             f"server {{ listen 127.0.0.1:{self.farm.port}; add_header X-Front {self.generation} always;\n"
             "location / { proxy_pass http://farm; proxy_set_header Host $http_host; proxy_set_header X-Forwarded-For $remote_addr;\n"
-            "proxy_connect_timeout 2s; proxy_next_upstream error timeout http_503; } } }\n")
+            "proxy_connect_timeout 10s; proxy_next_upstream error timeout http_503; } } }\n")
 
     def wait(self):
         """Until the processes with the present configuration are the only ones."""
