@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
+#include <string_view>
 
 #include "PLXFileSpecification.h"
 
@@ -37,7 +39,8 @@ class PLXFile : public PLXObject {
   PLXFile& operator=(PLXFile const&) = delete;
   virtual ~PLXFile();
 
-  // Makes `count_i` bytes the whole content of a file in a folder that is there. At every instant the name
+  // Makes the pieces, one after the other, the whole content of a file in a folder that is there. At every
+  // instant the name
   // has the old file, or none, or the new one, complete, and on true the new one survives even the loss of
   // power. It keeps the permissions of the file that it replaces; a link is replaced itself, not what it
   // leads to. False, with nothing changed, when the content cannot be stored and, with kKeepExistingFile,
@@ -45,8 +48,12 @@ class PLXFile : public PLXObject {
   // after a loss of power. A death meanwhile may leave an invisible file kTemporaryFilePrefix… beside it. On
   // true `held_o`, unless null, has the new file open, which has been locked since before it had its name;
   // what it had open until then is closed.
-  static bool WriteWhole(PLXFileSpecification const& file_i, PLXUInt32 count_i, void const* content_i,
+  static bool WriteWhole(PLXFileSpecification const& file_i, std::initializer_list<std::string_view> pieces_i,
                          ExistingFile existing_i, PLXFile* held_o = nullptr);
+  static bool WriteWhole(PLXFileSpecification const& file_i, PLXUInt32 count_i, void const* content_i,
+                         ExistingFile existing_i, PLXFile* held_o = nullptr) {
+    return WriteWhole(file_i, {{static_cast<char const*>(content_i), count_i}}, existing_i, held_o);
+  }
   static bool WriteWhole(PLXFileSpecification const& file_i, PLXString const& content_i,
                          ExistingFile existing_i, PLXFile* held_o = nullptr) {
     return WriteWhole(file_i, content_i.GetLength(), content_i.GetCStringAccess(), existing_i, held_o);

@@ -110,22 +110,29 @@ int CreateTemporaryFile(int folder_i, char (&name_o)[kTemporaryNameSize]) noexce
 }
 
 // The content complete on the disk, with the permissions of the file whose place it takes.
-bool StoreTemporaryFile(int folder_i, int file_i, char const* replaced_i, PLXUInt32 count_i,
-                        void const* content_i) noexcept {
+bool StoreTemporaryFile(int folder_i, int file_i, char const* replaced_i,
+                        std::initializer_list<std::string_view> pieces_i) noexcept {
   struct stat status;
   if (fstatat(folder_i, replaced_i, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode) &&
       fchmod(file_i, status.st_mode & kAllPermissions) != 0) {
     return false;
   }
-  return WriteBytes(file_i, 0, count_i, content_i, false) == count_i &&
-         Uninterrupted([&] { return fsync(file_i); }) == 0;
+  PLXUInt32 offset = 0;
+  for (std::string_view const piece : pieces_i) {
+    PLXUInt32 const size = static_cast<PLXUInt32>(piece.size());
+    if (WriteBytes(file_i, offset, size, piece.data(), false) != size) return false;
+    offset += size;
+  }
+  return Uninterrupted([&] { return fsync(file_i); }) == 0;
 }
 
 }  // namespace
 
-bool PLXFile::WriteWhole(PLXFileSpecification const& file_i, PLXUInt32 count_i, void const* content_i,
+bool PLXFile::WriteWhole(PLXFileSpecification const& file_i, std::initializer_list<std::string_view> pieces_i,
                          ExistingFile existing_i, PLXFile* held_o) {
-  if (*file_i.GetSystemPath() == 0 || count_i > kLongestFile) return false;
+  std::uint64_t size = 0;
+  for (std::string_view const piece : pieces_i) size += piece.size();
+  if (*file_i.GetSystemPath() == 0 || size > kLongestFile) return false;
   PLXFolderSpecification const parent = file_i.GetParentFolder();
   PLXString const fileName = file_i.GetName();
   char const* const name = fileName.GetCStringAccess();
@@ -145,8 +152,7 @@ bool PLXFile::WriteWhole(PLXFileSpecification const& file_i, PLXUInt32 count_i, 
   // took it for a left-over in between, and is about to remove it.
   bool const isOurs =
       !held_o || SetLock(temporary.Get(), F_OFD_SETLK, F_WRLCK) || (errno != EAGAIN && errno != EACCES);
-  bool const isNamed = isOurs &&
-                       StoreTemporaryFile(folder.Get(), temporary.Get(), name, count_i, content_i) &&
+  bool const isNamed = isOurs && StoreTemporaryFile(folder.Get(), temporary.Get(), name, pieces_i) &&
                        (isKept ? RenameInFolder(folder.Get(), temporaryName, name)
                                : renameat(folder.Get(), temporaryName, folder.Get(), name) == 0);
   if (!isNamed) {

@@ -72,10 +72,11 @@ bool PLXOutbox::SetOutcome(PLXString const& name_i, PLXString const& outcome_i) 
 
 bool PLXOutbox::Store(PLXString const& name_i, PLXString const& outcome_i, PLXString const& message_i,
                       PLXFile::ExistingFile existing_i) {
-  PLXString content;
-  content.Reserve(outcome_i.GetLength() + 1 + message_i.GetLength());
-  content.Append(outcome_i).Append(kPlatformLineEnding).Append(message_i);
-  if (!PLXFile::WriteWhole(PLXFileSpecification(myFolder, name_i), content, existing_i, &myFile)) {
+  auto const view = [](PLXString const& text) {
+    return std::string_view(text.GetCStringAccess(), text.GetLength());
+  };
+  if (!PLXFile::WriteWhole(PLXFileSpecification(myFolder, name_i),
+                           {view(outcome_i), kPlatformLineEnding, view(message_i)}, existing_i, &myFile)) {
     return false;
   }
   myName = name_i;

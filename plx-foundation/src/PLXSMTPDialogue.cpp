@@ -186,9 +186,11 @@ bool PLXSMTPDialogue::AskAgain() { return myStream->Write(myCommand) && ReadRepl
 
 bool PLXSMTPDialogue::ReadReply() {
   myReplyCode = 0;
-  if (!myStream->ReadResponse()) return false;
+  bool const isIntact = myStream->ReadResponse();
   PLXSMTPReply reply;
   reply.Append(myStream->GetWholeResponse());
+  // Who leaves behind its whole reply, with a QUIT unread that breaks the connection, has given it all the same.
+  if (!isIntact && !reply.IsComplete()) return false;
   while (!reply.IsComplete() && !reply.IsTooLong() && myStream->WaitForPeer(kRestOfReplyLimit)) {
     myStream->SetResponsePossibleFlag(true);
     if (!myStream->ReadResponse()) break;

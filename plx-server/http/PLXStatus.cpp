@@ -62,7 +62,8 @@ std::string Bytes(double bytes_i) {
 }
 
 std::string Average(double seconds_i, double count_i) {
-  return count_i <= 0 ? "-" : Count(seconds_i * 1000 / count_i + 0.5) + " ms";
+  double const milliseconds = count_i <= 0 ? 0 : seconds_i * 1000 / count_i;
+  return milliseconds < 1 ? "under 1 ms" : Count(milliseconds + 0.5) + " ms";
 }
 
 std::string Label(PLXFigures::Series const& series_i, std::string const& name_i) {

@@ -2,7 +2,7 @@
 import re
 import unittest
 
-from harness import SOURCE, Browser, Server, ServerCase
+from harness import SOURCE, Browser, MailServer, Server, ServerCase
 
 
 class Demo(ServerCase):
@@ -55,6 +55,37 @@ class Demo(ServerCase):
         self.browser.open(self.server.url + "/")
         self.browser.shot("demo-start.png")
         self.assertIn("127.0.0.1", self.browser.text())
+
+
+class DemoFromTheStart(ServerCase):
+    """What script/server puts into the demo before anybody comes."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.mail = MailServer()
+        cls.addClassCleanup(cls.mail.stop)
+        demo = SOURCE / "sites" / "demo"
+        cls.PAGES = {str(file.relative_to(demo / "pages")): cls.with_ports(file) for file in (demo / "pages").rglob("*") if file.is_file()}
+        super().setUpClass()
+        root = cls.server.folder / "demo"
+        (root / "pages" / "mail").mkdir(parents=True)
+        (root / "first.html").write_bytes(cls.with_ports(demo / "first.html"))
+        (root / "pages" / "mail" / "planets.txt").write_bytes(cls.PAGES["mail/planets.txt"])
+        cls.server.command("render", "/first.html", "--set", f"site.test.root={root}", "--set", f"listen={cls.server.host}")
+
+    @classmethod
+    def with_ports(cls, file):
+        return file.read_bytes().replace(b"127.0.0.1:8025", cls.mail.address.encode()).replace(
+            b"127.0.0.1:8110", f"127.0.0.1:{cls.mail.pop3_port}".encode())
+
+    def test_every_page_has_something_to_show(self):
+        self.until(lambda: "<summary>Welcome" in self.server.get("/mail/collect.html").text)
+        self.assertEqual(self.server.get("/Attachments/planets.txt").text, self.PAGES["mail/planets.txt"].decode())
+        self.until(lambda: "<td>nobody@test</td>" in self.server.get("/mail/failed.html").text)
+        client = self.server.request("GET", "/webmail/client.html", user=("ada", "lovelace")).text
+        for words in ("Ada Lovelace", ">1/1<"):
+            self.assertIn(words, client)
+        self.assertNotIn("This part of the page", client)
 
 
 class Administration(ServerCase):

@@ -221,7 +221,7 @@ class Mailboxes(PopCase):
         self.assertEqual(self.collect('deleteMessagesOnServer="true"'), "[1]")
         self.assertEqual(self.left(), 3, "what was known stays on the server")
         self.assertEqual([row["Subject"] for row in self.records()], [f"number {number}" for number in range(4)])
-        self.assertEqual(self.server.log().count("plxPOP"), 0)
+        self.assertEqual(self.server.log().count("plxPOP:"), 0)
 
     def test_many_known_and_a_few_new(self):
         self.put(*(simple(number) for number in range(2000)))

@@ -216,6 +216,8 @@ TEST(PLXEmailDialogue, TellsWhatTheServerRefused) {
       {"the message itself, and QUIT once more",
        [](MailPeer& peer) { peer.HearsMessage().Says("552 too much").Hears("QUIT").Says("221 bye"); },
        "552- Insufficient System Storage"},
+      {"a reply counts although the connection breaks behind it",
+       [](MailPeer& peer) { peer.HearsMessage().Says("554 no").Resets(); }, "554- Transaction Failed"},
       {"complaints never end",
        [](MailPeer& peer) { peer.HearsMessage().Says("451 a").Hears("QUIT").Says("421 b"); },
        "451- Local Processing Error421- Service Not Available"},
@@ -228,6 +230,14 @@ TEST(PLXEmailDialogue, TellsWhatTheServerRefused) {
     row.script(peer);
     ExpectFailure(peer, row.reason);
   }
+}
+
+TEST(PLXEmailDialogue, BelievesAServerThatLeavesBehindItsReply) {
+  TemporaryFolder const folder;
+  MailPeer peer;
+  peer.TakesMessage().Resets();
+  Send(Fields(peer.Address(), folder / "FM"));
+  EXPECT_EQ(NamesIn(folder), std::set<std::string>{});
 }
 
 // ---- What failed ----

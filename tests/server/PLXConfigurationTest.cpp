@@ -192,7 +192,8 @@ TEST_F(PLXConfigurationFile, SaysWhatIsWrongWhereAndWhatToDo) {
   std::string const region = kSite + "[region.mail]\n";
   Row const rows[] = {
       {"\n\npage-thraeds = 3" + kSite, ":3: unknown key \"page-thraeds\". Did you mean \"page-threads\"?"},
-      {"colour = red" + kSite, ":1: unknown key \"colour\". Remove it; \"plxserver serve --help\" lists the keys."},
+      {"colour = red" + kSite,
+       ":1: unknown key \"colour\". Remove it; \"plxserver serve --help\" lists the keys."},
       {kSite + "trace = true",
        ":5: unknown key \"trace\". It belongs to the whole server: write it before the first section."},
       {"root = \"sites/demo\"" + kSite, ":1: unknown key \"root\". It belongs in a section [site.NAME]."},
