@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "PLXBackupCommand.h"
 #include "PLXCommandLine.h"
 #include "PLXConfiguration.h"
 #include "PLXDelimitedText.h"
@@ -27,6 +28,8 @@
 #include "PLXServer.h"
 #include "PLXSite.h"
 #include "PLXSiteNames.h"
+#include "PLXStateVersion.h"
+#include "PLXTraceCommand.h"
 
 // The command line. What goes wrong is told in sentences on standard error and in the exit code.
 
@@ -53,6 +56,8 @@ struct Arguments {
   std::string database, exchangeFile, delimiter;
   PLXQueueRequest queue;
   std::string testAddress;
+  PLXBackupRequest backup;
+  PLXTraceRequest tracing;
 };
 
 // ---- Configuration
@@ -129,6 +134,8 @@ int Serve(Arguments& arguments_io) {
     server = std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io));
   } catch (PLXUnavailable const& error) {
     return PLXFail(kExitUnavailable, error.what());
+  } catch (PLXStateVersionError const& error) {
+    return PLXFail(kExitConfiguration, error.what());
   } catch (std::exception const& error) {
     return PLXFail(kExitCannotCreate, error.what());
   }
@@ -159,35 +166,69 @@ int Serve(Arguments& arguments_io) {
 // ---- render
 // --------------------------------------------------------------------------------------------------
 
-int Render(Arguments& arguments_io) {
-  PLXConfiguration configuration;
-  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
-  std::vector<PLXNameValue> pageArguments;
-  for (std::string const& text : arguments_io.pageArguments) {
+int ReadPageArguments(std::vector<std::string> const& texts_i, std::vector<PLXNameValue>& arguments_o) {
+  for (std::string const& text : texts_i) {
     auto const equals = text.find('=');
     if (equals == std::string::npos || equals == 0)
       return PLXFail(kExitUsage, "\"" + text + "\" is no name=value pair.");
-    pageArguments.push_back({text.substr(0, equals), text.substr(equals + 1)});
+    arguments_o.push_back({text.substr(0, equals), text.substr(equals + 1)});
   }
-  std::unique_ptr<PLXServer> server;
+  return kExitGood;
+}
+
+// A server that shows one page: with its modules, beside one that may run.
+int MakeVisitor(Arguments& arguments_io, std::unique_ptr<PLXServer>& server_o) {
+  PLXConfiguration configuration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
   try {
-    server = std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io), PLXServer::Use::kRender);
+    server_o =
+        std::make_unique<PLXServer>(configuration, AllOverrides(arguments_io), PLXServer::Use::kRender);
   } catch (PLXUnavailable const& error) {
     return PLXFail(kExitUnavailable, error.what());
+  } catch (PLXStateVersionError const& error) {
+    return PLXFail(kExitConfiguration, error.what());
   } catch (std::exception const& error) {
     return PLXFail(kExitCannotCreate, error.what());
   }
   std::vector<std::string> problems;
-  if (!server->LoadModules(problems)) {
-    for (std::string const& problem : problems) PLXFail(kExitUnavailable, problem);
-    return kExitUnavailable;
-  }
+  if (server_o->LoadModules(problems)) return kExitGood;
+  for (std::string const& problem : problems) PLXFail(kExitUnavailable, problem);
+  return kExitUnavailable;
+}
+
+int JudgePage(Arguments const& arguments_i, PLXResponse const& response_i) {
+  if (response_i.status < 400) return kExitGood;
+  return PLXFail(kExitUnavailable,
+                 arguments_i.page + ": the answer has the status " + std::to_string(response_i.status) + ".");
+}
+
+int Render(Arguments& arguments_io) {
+  std::vector<PLXNameValue> pageArguments;
+  std::unique_ptr<PLXServer> server;
+  int code = ReadPageArguments(arguments_io.pageArguments, pageArguments);
+  if (code == kExitGood) code = MakeVisitor(arguments_io, server);
+  if (code != kExitGood) return code;
   PLXResponse const response = server->Render(arguments_io.page, pageArguments, arguments_io.site);
   std::cout << response.body << std::flush;
   if (!std::cout) return PLXFail(kExitInputOutput, "the page cannot be written to standard output.");
-  if (response.status < 400) return kExitGood;
-  return PLXFail(kExitUnavailable,
-                 arguments_io.page + ": the answer has the status " + std::to_string(response.status) + ".");
+  return JudgePage(arguments_io, response);
+}
+
+// ---- trace
+// ---------------------------------------------------------------------------------------------------
+
+int Trace(Arguments& arguments_io) {
+  std::vector<PLXNameValue> pageArguments;
+  std::unique_ptr<PLXServer> server;
+  int code = ReadPageArguments(arguments_io.pageArguments, pageArguments);
+  if (code == kExitGood) code = MakeVisitor(arguments_io, server);
+  if (code != kExitGood) return code;
+  PLXResponse const response =
+      PLXTracePage(*server, arguments_io.tracing, arguments_io.page, pageArguments, arguments_io.site);
+  if (!PLXKeepTracedPage(arguments_io.tracing, response)) {
+    return PLXFail(kExitCannotCreate, arguments_io.tracing.output.string() + ": the file cannot be written.");
+  }
+  return JudgePage(arguments_io, response);
 }
 
 // ---- check
@@ -548,6 +589,16 @@ int Queue(Arguments& arguments_io,
   }
 }
 
+// ---- backup and restore
+// ---------------------------------------------------------------------------------------------------
+
+int BackupOrRestore(Arguments& arguments_io, bool isRestore_i) {
+  PLXConfiguration configuration;
+  if (!ReadConfiguration(arguments_io, configuration)) return kExitConfiguration;
+  return isRestore_i ? PLXRestore(configuration, arguments_io.backup)
+                     : PLXBackup(configuration, arguments_io.backup);
+}
+
 // ---- The command line
 // ----------------------------------------------------------------------------------------
 
@@ -562,7 +613,7 @@ void AddCommonOptions(CLI::App& command_io, Arguments& arguments_io) {
 }
 
 struct Commands {
-  CLI::App *serve, *render, *check, *userSet, *userRemove, *userList;
+  CLI::App *serve, *render, *trace, *check, *backup, *restore, *userSet, *userRemove, *userList;
   CLI::App *recordsList, *recordsImport, *recordsExport;
   CLI::App *queueList, *queueShow, *queueResend, *queueDelete, *queueExport;
 };
@@ -587,13 +638,22 @@ Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
 
   commands.render =
       app_io.add_subcommand("render", "Runs one page and prints it, without a browser and a login");
-  AddCommonOptions(*commands.render, arguments_io);
-  commands.render->add_option("PAGE", arguments_io.page, "The page's path on its site")->required();
-  commands.render
-      ->add_option("ARGUMENTS", arguments_io.pageArguments, "Arguments as an address would give them")
-      ->option_text("[NAME=VALUE ...]");
-  commands.render->add_option("--site", arguments_io.site, "The site, when it is not the first one")
-      ->option_text("NAME");
+  commands.trace = app_io.add_subcommand(
+      "trace",
+      "Runs one page and prints what its tags ask of the server, with arguments, results and microseconds; "
+      "passwords are left out");
+  for (CLI::App* const command : {commands.render, commands.trace}) {
+    AddCommonOptions(*command, arguments_io);
+    command->add_option("PAGE", arguments_io.page, "The page's path on its site")->required();
+    command->add_option("ARGUMENTS", arguments_io.pageArguments, "Arguments as an address would give them")
+        ->option_text("[NAME=VALUE ...]");
+    command->add_option("--site", arguments_io.site, "The site, when it is not the first one")
+        ->option_text("NAME");
+  }
+  commands.trace
+      ->add_option("--output", arguments_io.tracing.output, "Writes the page to a file; else it is not shown")
+      ->option_text("FILE");
+  commands.trace->add_flag("--json", arguments_io.tracing.isJSON, "As JSON, an object a line, for programs");
 
   commands.check =
       app_io.add_subcommand("check",
@@ -604,6 +664,23 @@ Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
       ->add_option("--send-test", arguments_io.testAddress,
                    "Sends a message to this address over each of them")
       ->option_text("ADDRESS");
+
+  commands.backup = app_io.add_subcommand("backup",
+                                          "Copies the state, and what modules keep in the folders of the "
+                                          "sites, to a new folder; the server may run");
+  commands.backup->add_option("TARGET", arguments_io.backup.folder, "The folder, which this makes")
+      ->required();
+  commands.restore = app_io.add_subcommand(
+      "restore",
+      "Puts a backup in the place of the state, which is kept under another name; no server may run");
+  commands.restore->add_option("SOURCE", arguments_io.backup.folder, "The folder that \"backup\" made")
+      ->required();
+  commands.restore->add_flag("--state-only", arguments_io.backup.isStateOnly,
+                             "Leaves web mail and attachments in the folders of the sites as they are");
+  for (CLI::App* const command : {commands.backup, commands.restore}) {
+    command->add_flag("--json", arguments_io.backup.isJSON, "As JSON, for programs");
+    AddCommonOptions(*command, arguments_io);
+  }
 
   CLI::App* const user = app_io.add_subcommand("user", "Logins of the administration, or of a region");
   user->require_subcommand(1);
@@ -667,6 +744,9 @@ Commands Describe(CLI::App& app_io, Arguments& arguments_io) {
 int Run(Commands const& commands_i, Arguments& arguments_io) {
   if (commands_i.serve->parsed()) return Serve(arguments_io);
   if (commands_i.render->parsed()) return Render(arguments_io);
+  if (commands_i.trace->parsed()) return Trace(arguments_io);
+  if (commands_i.backup->parsed()) return BackupOrRestore(arguments_io, false);
+  if (commands_i.restore->parsed()) return BackupOrRestore(arguments_io, true);
   if (commands_i.check->parsed()) return Check(arguments_io);
   if (commands_i.userSet->parsed()) return ChangeUser(arguments_io, false);
   if (commands_i.userRemove->parsed()) return ChangeUser(arguments_io, true);

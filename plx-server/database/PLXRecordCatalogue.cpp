@@ -3,6 +3,7 @@
 #include <openssl/sha.h>
 
 #include "PLXRecordError.h"
+#include "PLXSchemaVersion.h"
 
 namespace {
 
@@ -175,7 +176,7 @@ PLXRecordField const* PLXRecordDefinition::Find(std::string_view name_i) const {
 namespace PLXRecordCatalogue {
 
 void Prepare(PLXSQLConnection& connection_io) {
-  if (HasTables(connection_io)) return;
+  if (HasTables(connection_io)) return PLXCheckSchema(connection_io, "The catalogue of the record databases");
   PLXSQLDialect const dialect = connection_io.GetDialect();
   std::string const text = " " + TextType(dialect) + " NOT NULL, ";
   std::string const key = " " + KeyType(dialect) + " NOT NULL, ";
@@ -192,6 +193,7 @@ void Prepare(PLXSQLConnection& connection_io) {
         "plx_fields (database_number BIGINT NOT NULL, position BIGINT NOT NULL, name" + text + "name_key" +
         key + "column_name" + text + "key_column" + text +
         "type BIGINT NOT NULL, PRIMARY KEY (database_number, position), UNIQUE (database_number, name_key))");
+    PLXMarkSchema(connection_io);
     transaction.Commit();
   } catch (PLXSQLError const&) {
     // Another server may have been quicker.

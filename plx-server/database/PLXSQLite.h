@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "PLXSQLConnection.h"
@@ -29,3 +31,10 @@ class PLXSQLite : public PLXSQLConnection {
   sqlite3* myConnection = nullptr;
   std::unique_ptr<Statements> myStatements;
 };
+
+// Writes what a SQLite file holds at one moment, whatever is committed before it and nothing else, to a new
+// file that needs no write-ahead log beside it. Whoever reads or writes the first meanwhile is not kept from
+// it. `progress_i` is told how much was copied since it was told last, in bytes. The new file is not synced.
+// Throws PLXSQLError, its sentence beginning with one of the files.
+void PLXCopySQLite(std::filesystem::path const& from_i, std::filesystem::path const& to_i,
+                   std::function<void(std::uint64_t bytes_i)> const& progress_i = {});

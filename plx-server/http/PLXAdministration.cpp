@@ -33,6 +33,42 @@ std::string PreferencesAddress(std::string_view region_i, std::string_view modul
          "&module=" + EncodeArgument(module_i);
 }
 
+bool Contains(std::string_view text_i, std::string_view word_i) {
+  return text_i.find(word_i) != std::string_view::npos;
+}
+
+// The value of an attribute of a tag that is written as most are.
+std::string_view AttributeOf(std::string_view tag_i, std::string_view name_i) {
+  std::size_t const at = tag_i.find(" " + std::string(name_i) + "=\"");
+  if (at == std::string_view::npos) return {};
+  std::string_view const value = tag_i.substr(at + name_i.size() + 3);
+  return value.substr(0, value.find('"'));
+}
+
+// A module's form with the names of its own for those boxes that have no label: whoever cannot see what
+// stands beside a box is told its name, and hears it.
+std::string WithNames(std::string const& html_i) {
+  std::string html;
+  std::size_t from = 0;
+  for (std::size_t at = 0; (at = html_i.find("<input ", at)) != std::string::npos;) {
+    std::size_t const end = html_i.find('>', at);
+    if (end == std::string::npos) break;
+    std::string_view const tag(html_i.data() + at, end - at);
+    std::size_t const opened = html_i.rfind("<label", at);
+    bool const isLabelled = opened != std::string::npos && html_i.find("</label", opened) > at;
+    std::string_view const type = AttributeOf(tag, "type");
+    std::string_view const name = AttributeOf(tag, "name");
+    bool const isBox = type == "checkbox" || type == "radio";
+    if (isBox && !isLabelled && !name.empty() && !tag.ends_with('/') && !Contains(tag, " aria-label") &&
+        !Contains(tag, " id=")) {
+      html.append(html_i, from, end - from).append(" aria-label=\"").append(name).append("\"");
+      from = end;
+    }
+    at = end;
+  }
+  return html.append(html_i, from);
+}
+
 PLXResponse Unauthorized() {
   PLXResponse response = ErrorPage(401, "The administration asks for a login of the server.");
   response.SetHeader("WWW-Authenticate", "Basic realm=\"PLX Server administration\", charset=\"UTF-8\"");
@@ -156,13 +192,15 @@ bool PLXAdministration::MayEnter(PLXRequest const& request_i, PLXResponse& refus
 }
 
 PLXResponse PLXAdministration::Framed(PLXRequest const& request_i, Page const& page_i) const {
-  std::string body = "<nav aria-label=\"Administration\">\n";
+  std::string body =
+      "<a class=\"skip\" href=\"#content\">To the content</a>\n<nav aria-label=\"Administration\">\n";
   for (Route const& route : kRoutes) {
     std::string const address = std::string(kRoot) + std::string(route.name);
     body += "<a href=\"" + address + "\"" + (request_i.path == address ? " aria-current=\"page\"" : "") +
             ">" + std::string(route.label) + "</a>\n";
   }
-  body += "</nav>\n<main>\n<h1>" + EncodeHTML(page_i.title) + "</h1>\n" + page_i.body + "</main>\n";
+  body += "</nav>\n<main id=\"content\">\n<h1>" + EncodeHTML(page_i.title) + "</h1>\n" + page_i.body +
+          "</main>\n";
   PLXResponse response;
   response.SetHeader("Content-Type", "text/html; charset=utf-8");
   response.body = ServerPage(page_i.title + " - PLX Server", body, page_i.head);
@@ -177,7 +215,12 @@ PLXAdministration::Page PLXAdministration::Status(PLXRequest const&, PLXSites co
 }
 
 PLXAdministration::Page PLXAdministration::Requests(PLXRequest const& request_i, PLXSites const&) {
-  Page page{"Requests that run now", "", std::string(kRefresh)};
+  bool const isStill = !ArgumentOf(request_i, "still").empty();
+  Page page{"Requests that run now", "", isStill ? "" : std::string(kRefresh)};
+  std::string const pace = isStill
+                               ? "<p>" + Link("/plx-admin/requests", "Ask again every 5 seconds") + "</p>\n"
+                               : "<p>This page is asked for again every 5 seconds. " +
+                                     Link("/plx-admin/requests?still=1", "Hold it still") + "</p>\n";
   auto const now = std::chrono::steady_clock::now();
   for (PLXActiveRequests::Entry const& entry : myActive.List()) {
     if (entry.id == request_i.id) continue;
@@ -187,10 +230,12 @@ PLXAdministration::Page PLXAdministration::Requests(PLXRequest const& request_i,
                  NumberCell(std::to_string(entry.includeDepth)) + Cell(entry.address) + "</tr>\n";
   }
   if (page.body.empty()) {
-    page.body = "<p>Nothing runs right now but this page, which is asked for again every 5 seconds.</p>\n";
+    page.body = pace + "<p>Nothing runs right now but this page.</p>\n";
     return page;
   }
-  page.body = TableHead({"Number", "Request", "What", "State", "Seconds", "Included", "Client"}) + page.body;
+  page.body = pace +
+              TableHead("Requests", {"Number", "Request", "What", "State", "Seconds", "Included", "Client"}) +
+              page.body;
   page.body += kTableEnd;
   page.body +=
       "<p class=\"quiet\">\"Included\" tells how many pages of this server wait for the request.</p>\n";
@@ -205,7 +250,8 @@ PLXAdministration::Page PLXAdministration::Modules(PLXRequest const&, PLXSites c
     if (!module.versionTracker.empty()) page.body += Pair("New versions", module.versionTracker);
     std::string actions;
     for (std::string const& action : module.actions) actions += (actions.empty() ? "" : ", ") + action;
-    page.body += Pair("Actions", actions.empty() ? "none" : actions) + "</dl>\n" + TableHead({"Tag", "Form"});
+    page.body += Pair("Actions", actions.empty() ? "none" : actions) + "</dl>\n" +
+                 TableHead("Tags of " + module.name, {"Tag", "Form"});
     for (PLXTagProcessor::Tag const& tag : module.tags) {
       bool const encloses = (tag.flags & kPLXTagFlag_EnclosesBody) != 0;
       page.body += "<tr>" + Cell(tag.name) + Cell(encloses ? "encloses a body" : "stands alone") + "</tr>\n";
@@ -225,13 +271,14 @@ PLXAdministration::Page PLXAdministration::Sites(PLXRequest const&, PLXSites con
     for (std::string const& host : site->Configuration().hosts) hosts += (hosts.empty() ? "" : ", ") + host;
     page.body += "<h2>" + EncodeHTML(site->Name()) + "</h2>\n<dl>\n" + Pair("Hosts", hosts) +
                  Pair("Folder", site->Root().string()) + "</dl>\n" +
-                 TableHead({"Region", "Path", "Login", "Preferences"});
+                 TableHead("Regions of " + site->Name(), {"Region", "Path", "Login", "Preferences"});
     for (auto const& region : site->Regions()) {
       page.body += "<tr>" + Cell(region->Name()) + Cell(region->Path()) +
                    Cell(region->RequiresLogin() ? "asked for" : "open") + "<td>";
       for (PLXModuleDescription const& module : modules) {
         page.body += "<a href=\"" + EncodeHTML(PreferencesAddress(region->Key(), module.name)) + "\">" +
-                     EncodeHTML(module.name) + "</a> ";
+                     EncodeHTML(module.name) + "<span class=\"hidden\"> in region " +
+                     EncodeHTML(region->Key()) + "</span></a> ";
       }
       page.body += "</td></tr>\n";
     }
@@ -300,7 +347,7 @@ PLXResponse PLXAdministration::Preferences(PLXRequest const& request_i, PLXSites
     page.body += "<p>This module has no preferences.</p>\n";
   } else {
     page.body += "<form method=\"post\" action=\"" + EncodeHTML(address) + "\">\n<div class=\"scroll\">" +
-                 outcome.html + "</div>\n<p><button type=\"submit\">Save</button></p>\n</form>\n";
+                 WithNames(outcome.html) + "</div>\n<p><button type=\"submit\">Save</button></p>\n</form>\n";
   }
   return Framed(request_i, page);
 }

@@ -20,10 +20,18 @@ inline std::string Link(std::string_view address_i, std::string_view text_i) {
   return "<a href=\"" + EncodeHTML(address_i) + "\">" + EncodeHTML(text_i) + "</a>";
 }
 
-inline std::string TableHead(std::initializer_list<std::string_view> names_i) {
-  std::string head = "<div class=\"scroll\"><table>\n<thead><tr>";
+// A table up to its first row, in a box of its own that can be scrolled sideways, also with the keyboard.
+// Screen readers are told the caption; an eye has the heading above.
+template <typename Names>
+std::string TableHead(std::string_view caption_i, Names const& names_i) {
+  std::string const caption = EncodeHTML(caption_i);
+  std::string head = "<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-label=\"" + caption +
+                     "\"><table>\n<caption>" + caption + "</caption>\n<thead><tr>";
   for (std::string_view const name : names_i) head += "<th scope=\"col\">" + EncodeHTML(name) + "</th>";
   return head + "</tr></thead>\n<tbody>\n";
+}
+inline std::string TableHead(std::string_view caption_i, std::initializer_list<std::string_view> names_i) {
+  return TableHead<std::initializer_list<std::string_view>>(caption_i, names_i);
 }
 inline constexpr std::string_view kTableEnd = "</tbody></table></div>\n";
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <vector>
 
 #include "PLXAdministrationHTML.h"
 #include "PLXLog.h"
@@ -87,7 +88,7 @@ PLXRecordsAdministration::Page PLXRecordsAdministration::All() {
     page.body = "<p>There is no database yet. Modules make them when they first keep something.</p>\n";
     return page;
   }
-  page.body = TableHead({"Database", "Fields", "Records"});
+  page.body = TableHead("Databases", {"Database", "Fields", "Records"});
   for (std::string const& name : names) {
     std::string fields = "?";
     std::string records = "in use";
@@ -109,8 +110,8 @@ PLXRecordsAdministration::Page PLXRecordsAdministration::Database(View const& vi
   auto const cursor = Open(view_i.name);
   Page page{cursor->Name(), "", ""};
   if (view_i.isDeleted) page.body += "<p class=\"note\" role=\"status\">The record was deleted.</p>\n";
-  page.body +=
-      "<p>" + Link(kPath, "All databases") + "</p>\n<h2>Fields</h2>\n" + TableHead({"Field", "Type", ""});
+  page.body += "<p>" + Link(kPath, "All databases") + "</p>\n<h2>Fields</h2>\n" +
+               TableHead("Fields", {"Field", "Type", "Index"});
   for (PLXRecordField const& field : cursor->Fields()) {
     page.body += "<tr>" + Cell(field.name) + Cell(field.TypeName()) + Cell(Attributes(field)) + "</tr>\n";
   }
@@ -133,10 +134,9 @@ PLXRecordsAdministration::Page PLXRecordsAdministration::Database(View const& vi
   std::int64_t const current = std::min(view_i.page, pages);
   page.body += "<p>" + std::to_string(count) + (count == 1 ? " record" : " records") + ", page " +
                std::to_string(current) + " of " + std::to_string(pages) + "</p>\n";
-  std::string head = "<div class=\"scroll\"><table>\n<thead><tr><th scope=\"col\">PLXIDFIELD</th>";
-  for (PLXRecordField const& field : cursor->Fields())
-    head += "<th scope=\"col\">" + EncodeHTML(field.name) + "</th>";
-  page.body += head + "</tr></thead>\n<tbody>\n";
+  std::vector<std::string> names{std::string(kPLXRecord_IDField)};
+  for (PLXRecordField const& field : cursor->Fields()) names.push_back(field.name);
+  page.body += TableHead("Records", names);
   try {
     if (count > 0) cursor->Jump((current - 1) * kRecordsOfAPage);
     for (std::int64_t left = std::min(count, kRecordsOfAPage); left > 0; --left) {

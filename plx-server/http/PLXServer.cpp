@@ -1,21 +1,19 @@
 #include "PLXServer.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
 #include "PLXASCII.h"
 #include "PLXAdministration.h"
+#include "PLXFileSwap.h"
 #include "PLXLog.h"
 #include "PLXSQLConnection.h"
 #include "PLXServerPlan.h"
-#include "PLXUninterrupted.h"
+#include "PLXStateVersion.h"
 
 namespace fs = std::filesystem;
 
@@ -25,7 +23,14 @@ void MakeFolder(fs::path const& folder_i, char const* key_i) {
   std::error_code error;
   if (fs::is_directory(folder_i, error)) return;
   if (folder_i.has_parent_path()) fs::create_directories(folder_i.parent_path(), error);
-  if (::mkdir(folder_i.c_str(), 0700) == 0 || errno == EEXIST) return;
+  if (::mkdir(folder_i.c_str(), 0700) == 0) return;
+  if (errno == EEXIST) {
+    if (fs::is_directory(folder_i, error)) return;  // another process was quicker
+    throw std::runtime_error(folder_i.string() +
+                             ": there is a file of this name where a folder is needed. Rename it, or name "
+                             "another folder with the key \"" +
+                             key_i + "\".");
+  }
   throw std::runtime_error(folder_i.string() + ": the folder cannot be made (" + std::strerror(errno) +
                            "). Make it writable for this user, or name another with the key \"" + key_i +
                            "\".");
@@ -38,15 +43,6 @@ void RemoveLeftovers(fs::path const& folder_i) {
     std::error_code ignored;
     fs::remove_all(at->path(), ignored);
   }
-}
-
-// Who wrote its number into the lock's file.
-std::string LockOwner(int lock_i) {
-  std::array<char, 32> text{};
-  ssize_t const got = ::pread(lock_i, text.data(), text.size() - 1, 0);
-  std::string owner(text.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
-  owner.erase(owner.find_last_not_of(" \n") + 1);
-  return owner.empty() ? "unknown" : owner;
 }
 
 PLXLogOptions LogOptions(PLXConfiguration const& configuration_i, PLXServer::Use use_i) {
@@ -194,42 +190,28 @@ fs::path ServerLoginsFile(PLXConfiguration const& configuration_i) {
   return configuration_i.SharedFolder() / "logins" / "server.logins";
 }
 
-std::optional<std::string> StateUser(fs::path const& state_i) {
-  int const lock = PLXUninterrupted([&] { return ::open((state_i / "lock").c_str(), O_RDONLY | O_CLOEXEC); });
-  if (lock < 0) return std::nullopt;
-  std::optional<std::string> user;
-  if (::flock(lock, LOCK_SH | LOCK_NB) != 0) user = LockOwner(lock);
-  ::close(lock);
-  return user;
-}
-
 PLXServer::PLXServer(PLXConfiguration configuration_i, std::vector<std::string> overrides_i, Use use_i)
     : myOverrides(std::move(overrides_i)), myUse(use_i), myState(configuration_i.state) {
   PrepareFolders(configuration_i);
   if (myUse == Use::kServe) {
-    TakeLock();
-    RemoveLeftovers(myState / "tmp");
-  }
-  try {
+    TakeState(configuration_i);
+  } else {
+    PLXCheckState(myState);
     PLXLog::Open(LogOptions(configuration_i, myUse));
-    bool const trace = configuration_i.trace;
-    myRecords = std::make_unique<PLXRecordEngine>(
-        PLXRecordEngine::Settings{myState, configuration_i.recordsSource, configuration_i.recordsUser,
-                                  configuration_i.recordsPassword});
-    myPreferences = OpenPreferences(configuration_i);
-    myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(configuration_i));
-    myGeneration = std::make_shared<Generation const>(std::move(configuration_i));
-    myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, *myRecords, trace);
-    myPages = std::make_unique<PLXPageCache>(*myModules);
-    myAdministration = std::make_unique<PLXAdministration>(
-        *myModules, *myServerLogins, myActive, *myRecords, myCounts, [this] {
-          PLXListener const* const listener = myListener;
-          return listener ? listener->Status() : PLXListenerStatus{};
-        });
-  } catch (...) {
-    if (myLock >= 0) ::close(myLock);
-    throw;
   }
+  bool const trace = configuration_i.trace;
+  myRecords = std::make_unique<PLXRecordEngine>(PLXRecordEngine::Settings{
+      myState, configuration_i.recordsSource, configuration_i.recordsUser, configuration_i.recordsPassword});
+  myPreferences = OpenPreferences(configuration_i);
+  myServerLogins = std::make_unique<PLXLoginStore>(ServerLoginsFile(configuration_i));
+  myGeneration = std::make_shared<Generation const>(std::move(configuration_i));
+  myModules = std::make_unique<PLXModuleHost>(*myPreferences, *myServerLogins, *myRecords, trace);
+  myPages = std::make_unique<PLXPageCache>(*myModules);
+  myAdministration = std::make_unique<PLXAdministration>(
+      *myModules, *myServerLogins, myActive, *myRecords, myCounts, [this] {
+        PLXListener const* const listener = myListener;
+        return listener ? listener->Status() : PLXListenerStatus{};
+      });
 }
 
 PLXServer::~PLXServer() {
@@ -240,30 +222,17 @@ PLXServer::~PLXServer() {
   myRecords.reset();
   myPreferences.reset();
   PLXLog::Close();
-  if (myLock >= 0) ::close(myLock);
 }
 
-// A lock of the open file, so it falls with the process however that ends; the number in it is for people.
-void PLXServer::TakeLock() {
-  fs::path const file = myState / "lock";
-  myLock = PLXUninterrupted([&] { return ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600); });
-  if (myLock < 0) {
-    throw std::runtime_error(file.string() + ": the file cannot be opened (" + std::strerror(errno) +
-                             "). Make it writable for this user.");
-  }
-  if (::flock(myLock, LOCK_EX | LOCK_NB) != 0) {
-    std::string const owner = LockOwner(myLock);
-    ::close(myLock);
-    throw PLXUnavailable(myState.string() + ": another server uses this folder (process " + owner +
-                         "). Stop it, or give this one a folder of its own with the key \"state\".");
-  }
-  std::string const text = std::to_string(::getpid()) + "\n";
-  if (PLXUninterrupted([&] { return ::ftruncate(myLock, 0); }) != 0 ||
-      PLXUninterrupted([&] { return ::pwrite(myLock, text.data(), text.size(), 0); }) < 0) {
-    std::string const reason = std::strerror(errno);
-    ::close(myLock);
-    throw std::runtime_error(file.string() + ": the file cannot be written (" + reason + ").");
-  }
+// A restore that was interrupted is finished, a state of an older version changed.
+void PLXServer::TakeState(PLXConfiguration const& configuration_i) {
+  myLock.emplace(myState);
+  PLXLog::Open(LogOptions(configuration_i, myUse));
+  if (PLXFinishSwaps(myState)) PLXLog::Warning("A restore that was interrupted is finished now.");
+  fs::path const kept = PLXUpgradeState(myState, configuration_i.SharedFolder(), PLXStateSteps());
+  if (!kept.empty())
+    PLXLog::Note("The state was changed for this version; as it was it is kept in " + kept.string());
+  RemoveLeftovers(myState / "tmp");
 }
 
 bool PLXServer::LoadModules(std::vector<std::string>& problems_o) {
@@ -381,7 +350,7 @@ PLXResponse PLXServer::RenderText(std::string text_i, std::string const& region_
 }
 
 PLXResponse PLXServer::Render(std::string const& path_i, std::vector<PLXNameValue> const& arguments_i,
-                              std::string const& site_i) {
+                              std::string const& site_i, PLXTraceSink const& trace_i) {
   auto plan = std::make_shared<Plan>();
   plan->generation = Current();
   PLXConfiguration const& configuration = plan->generation->Configuration();
@@ -407,8 +376,14 @@ PLXResponse PLXServer::Render(std::string const& path_i, std::vector<PLXNameValu
   plan->scriptName = EncodePath(request.path);
   PlanPath(request, *plan);
   switch (plan->what) {
-    case Plan::What::kPage:
-      return AnswerPage(request, *plan, privacy);
+    case Plan::What::kPage: {
+      if (!trace_i) return AnswerPage(request, *plan, privacy);
+      request.headers.push_back({"X-PLX-Trace", "1"});
+      myModules->TraceTo(trace_i);
+      PLXResponse response = AnswerPage(request, *plan, privacy);
+      myModules->TraceTo({});
+      return response;
+    }
     case Plan::What::kAnswer:
       return plan->answer;
     default:

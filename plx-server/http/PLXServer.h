@@ -24,16 +24,10 @@
 #include "PLXPreferenceStore.h"
 #include "PLXRecordStore.h"
 #include "PLXSite.h"
+#include "PLXStateLock.h"
 #include "PLXStatus.h"
 
 class PLXAdministration;
-
-// Something that is needed is not there, and may be there the next time: another process holds the state
-// folder, the shared folder is not mounted, the data source does not answer.
-class PLXUnavailable : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 // Makes the state folder, mode 0700, with the folders that the server keeps in it and in the shared one. That
 // itself is never made: what is missing there is a file system that was not mounted. Throws
@@ -44,10 +38,6 @@ void PrepareFolders(PLXConfiguration const& configuration_i);
 std::string SharedFolderProblem(PLXConfiguration const& configuration_i);
 // The file with the logins that open the administration.
 std::filesystem::path ServerLoginsFile(PLXConfiguration const& configuration_i);
-
-// The number of the server process that uses the state folder, "unknown" when it cannot be read; none when
-// nobody does.
-std::optional<std::string> StateUser(std::filesystem::path const& state_i);
 
 // The server: finds site, region and file of a request and answers with a static file, a page, an action or
 // the administration. Lives from start to stop; configuration can be replaced while it runs: a request keeps
@@ -62,6 +52,7 @@ class PLXServer : public PLXRequestHandler {
   // Everything the server keeps lies in the configuration's state folder, which it makes and locks, and in
   // what it shares with others. `overrides_i` are the command line's key=value pairs, taken again at each
   // Reload. Throws PLXUnavailable when another server uses the state folder or what is shared is not there,
+  // PLXStateVersionError when the state is not one that this server knows or can bring to its own version,
   // std::runtime_error with a sentence when the folder cannot be written.
   explicit PLXServer(PLXConfiguration configuration_i, std::vector<std::string> overrides_i = {},
                      Use use_i = Use::kServe);
@@ -79,9 +70,10 @@ class PLXServer : public PLXRequestHandler {
   // anew.
   void Reload();
   // Renders one page outside any connection, for the command line: no login is asked for. 404 for what is no
-  // page. An empty site name means the first site.
+  // page. An empty site name means the first site. With a sink, all that modules do and ask meanwhile goes
+  // there.
   PLXResponse Render(std::string const& path_i, std::vector<PLXNameValue> const& arguments_i,
-                     std::string const& site_i = {});
+                     std::string const& site_i = {}, PLXTraceSink const& trace_i = {});
   // The same for a text that is no file, as a page in the folder of the region "SITE/REGION" to which a form
   // was posted. Throws std::invalid_argument when there is no such region.
   PLXResponse RenderText(std::string text_i, std::string const& region_i,
@@ -102,7 +94,7 @@ class PLXServer : public PLXRequestHandler {
   struct Plan;        // how one request is to be answered
   enum class Privacy;
 
-  void TakeLock();
+  void TakeState(PLXConfiguration const& configuration_i);
   std::shared_ptr<Generation const> Current() const;
 
   // Dispose, step by step; each fills the plan or leaves it for the next.
@@ -131,7 +123,7 @@ class PLXServer : public PLXRequestHandler {
   std::vector<std::string> const myOverrides;
   Use const myUse;
   std::filesystem::path const myState;
-  int myLock = -1;  // descriptor of the locked file
+  std::optional<PLXStateLock> myLock;  // kServe
   std::unique_ptr<PLXPreferenceStore> myPreferences;
   std::unique_ptr<PLXLoginStore> myServerLogins;
   std::unique_ptr<PLXRecordEngine> myRecords;

@@ -7,13 +7,18 @@ namespace {
 // Small enough to repeat in every page. Colours follow the reader's light or dark setting and keep a contrast
 // of at least 4.5 to 1 in both.
 constexpr std::string_view kStyle =
-    ":root{color-scheme:light dark;--line:#8886;--soft:#8881;--accent:#0b57a4;--good:#1c6b2c;--bad:#a8211c}"
-    "@media(prefers-color-scheme:dark){:root{--accent:#8fc1ff;--good:#7ed492;--bad:#ff9d97}}"
+    ":root{color-scheme:light "
+    "dark;--line:#8886;--soft:#8881;--accent:#0b57a4;--good:#1c6b2c;--bad:#a8211c;--quiet:#595959}"
+    "@media(prefers-color-scheme:dark){:root{--accent:#8fc1ff;--good:#7ed492;--bad:#ff9d97;--quiet:#b4b4b4}}"
     "*{box-sizing:border-box}"
     "body{margin:0 auto;max-width:64rem;padding:1rem;font:1rem/1.5 "
     "system-ui,sans-serif;overflow-wrap:anywhere}"
     "h1{font-size:1.5rem;line-height:1.2;margin:.5rem 0 1rem}h2{font-size:1.15rem;margin:1.5rem 0 .5rem}"
     "a{color:var(--accent)}:focus-visible{outline:3px solid var(--accent);outline-offset:2px}"
+    ".skip:not(:focus),.hidden,caption{position:absolute;width:1px;height:1px;overflow:hidden;clip-path:"
+    "inset("
+    "50%);"
+    "white-space:nowrap}"
     "nav{border-bottom:1px solid var(--line);padding-bottom:.5rem}"
     "nav a{display:inline-block;padding:.35rem .75rem .35rem 0}nav "
     "a[aria-current]{font-weight:700;color:inherit;"
@@ -24,7 +29,7 @@ constexpr std::string_view kStyle =
     "0;text-align:left;vertical-align:top;"
     "border-bottom:1px solid var(--line)}td.number,th.number{text-align:right}"
     "dl{display:grid;grid-template-columns:minmax(8rem,max-content) 1fr;gap:.25rem "
-    "1rem}dt{opacity:.75}dd{margin:0}"
+    "1rem}dt{color:var(--quiet)}dd{margin:0}"
     "@media(max-width:35rem){dl{grid-template-columns:minmax(7rem,45%) 1fr}.scroll "
     "input:not([type=checkbox]){width:11rem}}"
     "code,pre{font-family:ui-monospace,monospace;font-size:.9em}"
@@ -32,7 +37,7 @@ constexpr std::string_view kStyle =
     ".note{border-left:.3rem solid var(--good);background:var(--soft);padding:.5rem .75rem}"
     ".problem{border-left:.3rem solid var(--bad);background:var(--soft);padding:.5rem .75rem}"
     "input,button,select,textarea{font:inherit;max-width:100%}button{padding:.4rem 1rem}"
-    ".quiet{opacity:.75;font-size:.9rem}";
+    ".quiet{color:var(--quiet);font-size:.9rem}";
 
 bool IsPlainInAddress(char character_i) {
   return (character_i >= 'a' && character_i <= 'z') || (character_i >= 'A' && character_i <= 'Z') ||

@@ -243,7 +243,7 @@ std::string PLXStatus::CollectionsPart() const {
                      "</dl>\n";
   auto const mailboxes = myFigures.List("plx_collection_last_success_timestamp_seconds");
   if (mailboxes.empty()) return part + Paragraph("No mailbox could be collected yet.");
-  part += TableHead({"User", "Server", "Last good collection"});
+  part += TableHead("Mailboxes", {"User", "Server", "Last good collection"});
   for (std::size_t index = 0; index < std::min(mailboxes.size(), kMailboxesMost); ++index) {
     PLXFigures::Series const& mailbox = mailboxes[index];
     part += "<tr>" + Cell(Label(mailbox, "user")) + Cell(Label(mailbox, "server")) +

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <sys/stat.h>
 
-#include "PLXTextEscape.h"
+#include "PLXJSONText.h"
 
 namespace fs = std::filesystem;
 
@@ -30,34 +30,6 @@ std::string AsText(PLXSQLValue const& value_i) {
 std::int64_t AsInteger(PLXSQLValue const& value_i) {
   std::int64_t integer = 0;
   return PLXRecordInteger(value_i, integer) ? integer : 0;
-}
-
-std::string FromLatin1(std::string_view text_i) {
-  std::string text;
-  text.reserve(text_i.size() * 2);
-  for (char const character : text_i) {
-    auto const byte = static_cast<unsigned char>(character);
-    if (byte >= 0x80) text.push_back(static_cast<char>(0xC0 | byte >> 6));
-    text.push_back(static_cast<char>(byte >= 0x80 ? 0x80 | (byte & 0x3F) : byte));
-  }
-  return text;
-}
-
-std::string Quoted(std::string_view text_i) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string const text = PLXNeedsEscape(text_i) ? FromLatin1(text_i) : std::string(text_i);
-  std::string quoted = "\"";
-  for (char const character : text) {
-    auto const byte = static_cast<unsigned char>(character);
-    if (character == '"' || character == '\\') {
-      quoted.append({'\\', character});
-    } else if (byte < 0x20) {
-      quoted.append("\\u00").append({kDigits[byte >> 4], kDigits[byte & 15]});
-    } else {
-      quoted.push_back(character);
-    }
-  }
-  return quoted + '"';
 }
 
 // A message's number is the day number on which it was handed over, by the local clock and from midnight on,
@@ -186,7 +158,7 @@ std::string PLXMailAsJSON(std::vector<PLXQueuedMail> const& messages_i) {
                            Row{"from", mail.from}, Row{"replyTo", mail.replyTo}, Row{"to", mail.to},
                            Row{"cc", mail.cc}, Row{"bcc", mail.bcc}, Row{"subject", mail.subject},
                            Row{"reason", mail.reason}, Row{"file", mail.file.native()}}) {
-      json.append(Quoted(row.name)).append(": ").append(Quoted(row.value)).append(", ");
+      json.append(PLXJSONText(row.name)).append(": ").append(PLXJSONText(row.value)).append(", ");
     }
     json.append("\"attempts\": ").append(std::to_string(mail.attempts));
     json.append(", \"bytes\": ").append(std::to_string(mail.size));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstring>
 #include <exception>
 
@@ -39,6 +40,7 @@ bool MentionsPassword(std::string_view text_i) {
 struct PLXModuleHost::Connection::Request {
   enum Needs : unsigned { kNothing, kAnnouncement, kPage, kTag, kAction };
   PLXUInt32 code;
+  char const* name;
   char const* slots;
   Needs needs;  // the event that it belongs to; kPage: any event of a request
   PLXUInt32 (Connection::*answer)(Call&);
@@ -50,63 +52,79 @@ PLXModuleHost::Connection::Request const* PLXModuleHost::Connection::FindRequest
   using R = Request;
   static constexpr auto ourRequests = [] {
     std::array requests{
-        R{kPLXSupport_GetModulePath, "o", R::kNothing, &C::GetModulePath},
-        R{kPLXSupport_GetModuleParentFolderPath, "o", R::kNothing, &C::GetModuleParentFolderPath},
-        R{kPLXSupport_WriteToServer, "w", R::kPage, &C::WriteToServer},
-        R{kPLXSupport_WriteToLog, "ix", R::kNothing, &C::WriteToLog},
-        R{kPLXSupport_SetErrorInformation, "ii", R::kNothing, &C::SetErrorInformation},
-        R{kPLXSupport_NormalizeString, "b", R::kNothing, &C::NormalizeString},
-        R{kPLXSupport_GetDefaultLanguage, "n", R::kNothing, &C::GetDefaultLanguage},
-        R{kPLXSupport_GetPageID, "n", R::kPage, &C::GetPageID},
+        R{kPLXSupport_GetModulePath, "GetModulePath", "o", R::kNothing, &C::GetModulePath},
+        R{kPLXSupport_GetModuleParentFolderPath, "GetModuleParentFolderPath", "o", R::kNothing,
+          &C::GetModuleParentFolderPath},
+        R{kPLXSupport_WriteToServer, "WriteToServer", "w", R::kPage, &C::WriteToServer},
+        R{kPLXSupport_WriteToLog, "WriteToLog", "ix", R::kNothing, &C::WriteToLog},
+        R{kPLXSupport_SetErrorInformation, "SetErrorInformation", "ii", R::kNothing, &C::SetErrorInformation},
+        R{kPLXSupport_NormalizeString, "NormalizeString", "b", R::kNothing, &C::NormalizeString},
+        R{kPLXSupport_GetDefaultLanguage, "GetDefaultLanguage", "n", R::kNothing, &C::GetDefaultLanguage},
+        R{kPLXSupport_GetPageID, "GetPageID", "n", R::kPage, &C::GetPageID},
 
-        R{kPLXSupport_RegisterModuleName, "i", R::kAnnouncement, &C::RegisterName},
-        R{kPLXSupport_RegisterModuleVersion, "i", R::kAnnouncement, &C::RegisterVersion},
-        R{kPLXSupport_RegisterModuleAuthor, "i", R::kAnnouncement, &C::RegisterAuthor},
-        R{kPLXSupport_RegisterModuleDeveloperID, "i", R::kAnnouncement, &C::RegisterDeveloperID},
-        R{kPLXSupport_RegisterModuleVersionTrackerURL, "i", R::kAnnouncement, &C::RegisterVersionTracker},
-        R{kPLXSupport_RegisterForTag, "ix", R::kAnnouncement, &C::RegisterForTag},
-        R{kPLXSupport_UnregisterForTag, "i", R::kAnnouncement, &C::UnregisterForTag},
-        R{kPLXSupport_RegisterForAction, "b", R::kAnnouncement, &C::RegisterForAction},
-        R{kPLXSupport_UnregisterForAction, "i", R::kAnnouncement, &C::UnregisterForAction},
+        R{kPLXSupport_RegisterModuleName, "RegisterModuleName", "i", R::kAnnouncement, &C::RegisterName},
+        R{kPLXSupport_RegisterModuleVersion, "RegisterModuleVersion", "i", R::kAnnouncement,
+          &C::RegisterVersion},
+        R{kPLXSupport_RegisterModuleAuthor, "RegisterModuleAuthor", "i", R::kAnnouncement,
+          &C::RegisterAuthor},
+        R{kPLXSupport_RegisterModuleDeveloperID, "RegisterModuleDeveloperID", "i", R::kAnnouncement,
+          &C::RegisterDeveloperID},
+        R{kPLXSupport_RegisterModuleVersionTrackerURL, "RegisterModuleVersionTrackerURL", "i",
+          R::kAnnouncement, &C::RegisterVersionTracker},
+        R{kPLXSupport_RegisterForTag, "RegisterForTag", "ix", R::kAnnouncement, &C::RegisterForTag},
+        R{kPLXSupport_UnregisterForTag, "UnregisterForTag", "i", R::kAnnouncement, &C::UnregisterForTag},
+        R{kPLXSupport_RegisterForAction, "RegisterForAction", "b", R::kAnnouncement, &C::RegisterForAction},
+        R{kPLXSupport_UnregisterForAction, "UnregisterForAction", "i", R::kAnnouncement,
+          &C::UnregisterForAction},
 
-        R{kPLXSupport_GetTag, "o", R::kTag, &C::GetTag},
-        R{kPLXSupport_GetTagParameter, "iox", R::kTag, &C::GetTagParameter},
-        R{kPLXSupport_GetTagParameterByIndex, "oox", R::kTag, &C::GetTagParameterByIndex},
-        R{kPLXSupport_GetTagParameterCount, "n", R::kTag, &C::GetTagParameterCount},
-        R{kPLXSupport_GetTagBody, "o", R::kTag, &C::GetTagBody},
-        R{kPLXSupport_GetActionName, "o", R::kAction, &C::GetActionName},
-        R{kPLXSupport_GetPathArgument, "iox", R::kPage, &C::GetPathArgument},
-        R{kPLXSupport_GetPathArgumentByIndex, "oox", R::kPage, &C::GetPathArgumentByIndex},
-        R{kPLXSupport_GetPathArgumentCount, "n", R::kPage, &C::GetPathArgumentCount},
-        R{kPLXSupport_GetPostArgument, "iox", R::kPage, &C::GetPostArgument},
-        R{kPLXSupport_GetPostArgumentByIndex, "oox", R::kPage, &C::GetPostArgumentByIndex},
-        R{kPLXSupport_GetPostArgumentCount, "n", R::kPage, &C::GetPostArgumentCount},
-        R{kPLXSupport_GetCGIEnvironmentVariable, "io", R::kPage, &C::GetCGIVariable},
-        R{kPLXSupport_SetPageVariable, "ii", R::kPage, &C::SetPageVariable},
-        R{kPLXSupport_GetPageVariable, "io", R::kPage, &C::GetPageVariable},
-        R{kPLXSupport_GetPageVariableByIndex, "oox", R::kPage, &C::GetPageVariableByIndex},
-        R{kPLXSupport_GetPageVariableCount, "n", R::kPage, &C::GetPageVariableCount},
-        R{kPLXSupport_GetCookie, "io", R::kPage, &C::GetCookie},
+        R{kPLXSupport_GetTag, "GetTag", "o", R::kTag, &C::GetTag},
+        R{kPLXSupport_GetTagParameter, "GetTagParameter", "iox", R::kTag, &C::GetTagParameter},
+        R{kPLXSupport_GetTagParameterByIndex, "GetTagParameterByIndex", "oox", R::kTag,
+          &C::GetTagParameterByIndex},
+        R{kPLXSupport_GetTagParameterCount, "GetTagParameterCount", "n", R::kTag, &C::GetTagParameterCount},
+        R{kPLXSupport_GetTagBody, "GetTagBody", "o", R::kTag, &C::GetTagBody},
+        R{kPLXSupport_GetActionName, "GetActionName", "o", R::kAction, &C::GetActionName},
+        R{kPLXSupport_GetPathArgument, "GetPathArgument", "iox", R::kPage, &C::GetPathArgument},
+        R{kPLXSupport_GetPathArgumentByIndex, "GetPathArgumentByIndex", "oox", R::kPage,
+          &C::GetPathArgumentByIndex},
+        R{kPLXSupport_GetPathArgumentCount, "GetPathArgumentCount", "n", R::kPage, &C::GetPathArgumentCount},
+        R{kPLXSupport_GetPostArgument, "GetPostArgument", "iox", R::kPage, &C::GetPostArgument},
+        R{kPLXSupport_GetPostArgumentByIndex, "GetPostArgumentByIndex", "oox", R::kPage,
+          &C::GetPostArgumentByIndex},
+        R{kPLXSupport_GetPostArgumentCount, "GetPostArgumentCount", "n", R::kPage, &C::GetPostArgumentCount},
+        R{kPLXSupport_GetCGIEnvironmentVariable, "GetCGIEnvironmentVariable", "io", R::kPage,
+          &C::GetCGIVariable},
+        R{kPLXSupport_SetPageVariable, "SetPageVariable", "ii", R::kPage, &C::SetPageVariable},
+        R{kPLXSupport_GetPageVariable, "GetPageVariable", "io", R::kPage, &C::GetPageVariable},
+        R{kPLXSupport_GetPageVariableByIndex, "GetPageVariableByIndex", "oox", R::kPage,
+          &C::GetPageVariableByIndex},
+        R{kPLXSupport_GetPageVariableCount, "GetPageVariableCount", "n", R::kPage, &C::GetPageVariableCount},
+        R{kPLXSupport_GetCookie, "GetCookie", "io", R::kPage, &C::GetCookie},
 
-        R{kPLXSupport_SetHTTPResponseStatus, "si", R::kPage, &C::SetResponseStatus},
-        R{kPLXSupport_SetHTTPResponseHeader, "ii", R::kPage, &C::SetResponseHeader},
-        R{kPLXSupport_SetHTTPResponseURI, "i", R::kPage, &C::SetResponseURI},
+        R{kPLXSupport_SetHTTPResponseStatus, "SetHTTPResponseStatus", "si", R::kPage, &C::SetResponseStatus},
+        R{kPLXSupport_SetHTTPResponseHeader, "SetHTTPResponseHeader", "ii", R::kPage, &C::SetResponseHeader},
+        R{kPLXSupport_SetHTTPResponseURI, "SetHTTPResponseURI", "i", R::kPage, &C::SetResponseURI},
 
-        R{kPLXSupport_GetAdminDomainName, "o", R::kPage, &C::GetAdminDomainName},
-        R{kPLXSupport_GetAdminRegionPath, "o", R::kPage, &C::GetAdminRegionPath},
-        R{kPLXSupport_GetVirtualHost, "o", R::kPage, &C::GetVirtualHost},
-        R{kPLXSupport_GetVirtualRootPath, "o", R::kPage, &C::GetVirtualRootPath},
-        R{kPLXSupport_GetURLPath, "o", R::kPage, &C::GetURLPath},
-        R{kPLXSupport_GetURLParentFolderPath, "o", R::kPage, &C::GetURLParentFolderPath},
-        R{kPLXSupport_GetRegionDataFolderPath, "b", R::kPage, &C::GetRegionDataFolderPath},
-        R{kPLXSupport_MapURLToPhysicalPath, "b", R::kPage, &C::MapURLToPhysicalPath},
-        R{kPLXSupport_VerifyRegionContainsFile, "b", R::kPage, &C::VerifyRegionContainsFile},
+        R{kPLXSupport_GetAdminDomainName, "GetAdminDomainName", "o", R::kPage, &C::GetAdminDomainName},
+        R{kPLXSupport_GetAdminRegionPath, "GetAdminRegionPath", "o", R::kPage, &C::GetAdminRegionPath},
+        R{kPLXSupport_GetVirtualHost, "GetVirtualHost", "o", R::kPage, &C::GetVirtualHost},
+        R{kPLXSupport_GetVirtualRootPath, "GetVirtualRootPath", "o", R::kPage, &C::GetVirtualRootPath},
+        R{kPLXSupport_GetURLPath, "GetURLPath", "o", R::kPage, &C::GetURLPath},
+        R{kPLXSupport_GetURLParentFolderPath, "GetURLParentFolderPath", "o", R::kPage,
+          &C::GetURLParentFolderPath},
+        R{kPLXSupport_GetRegionDataFolderPath, "GetRegionDataFolderPath", "b", R::kPage,
+          &C::GetRegionDataFolderPath},
+        R{kPLXSupport_MapURLToPhysicalPath, "MapURLToPhysicalPath", "b", R::kPage, &C::MapURLToPhysicalPath},
+        R{kPLXSupport_VerifyRegionContainsFile, "VerifyRegionContainsFile", "b", R::kPage,
+          &C::VerifyRegionContainsFile},
 
-        R{kPLXSupport_ValidateServerLogin, "ii", R::kPage, &C::ValidateServerLogin, true},
-        R{kPLXSupport_ValidateDomainLogin, "ii", R::kPage, &C::ValidateDomainLogin, true},
-        R{kPLXSupport_SetPreference, "ii", R::kPage, &C::SetPreference},
-        R{kPLXSupport_GetPreference, "io", R::kPage, &C::GetPreference},
-        R{kPLXSupport_RemovePreference, "i", R::kPage, &C::RemovePreference},
+        R{kPLXSupport_ValidateServerLogin, "ValidateServerLogin", "ii", R::kPage, &C::ValidateServerLogin,
+          true},
+        R{kPLXSupport_ValidateDomainLogin, "ValidateDomainLogin", "ii", R::kPage, &C::ValidateDomainLogin,
+          true},
+        R{kPLXSupport_SetPreference, "SetPreference", "ii", R::kPage, &C::SetPreference},
+        R{kPLXSupport_GetPreference, "GetPreference", "io", R::kPage, &C::GetPreference},
+        R{kPLXSupport_RemovePreference, "RemovePreference", "i", R::kPage, &C::RemovePreference},
     };
     std::sort(requests.begin(), requests.end(), [](R const& a, R const& b) { return a.code < b.code; });
     return requests;
@@ -208,7 +226,11 @@ void PLXModuleHost::Connection::OfferService(PLXModuleHost const& host_i, Module
 PLXTagOutcome PLXModuleHost::Connection::Run() {
   _PLXAPI_ModuleProcessingInfo info{reinterpret_cast<PLXConnectionID>(static_cast<std::uintptr_t>(myNumber)),
                                     myEvent.code, &Connection::Support, &Connection::Database};
-  if (IsTraced()) Trace("begins");
+  auto const since = std::chrono::steady_clock::now();
+  if (IsTraced()) {
+    PLXTraceEntry entry = NewEntry(PLXTraceEntry::What::kBegins);
+    Trace(entry, since);
+  }
   try {
     myOutcome.result = myModule.entry(&info);
   } catch (...) {
@@ -226,10 +248,11 @@ PLXTagOutcome PLXModuleHost::Connection::Run() {
     myOutcome.remedy = "Look into the server's log, and tell the maker of the module what it says.";
   }
   if (IsTraced()) {
-    std::string line = "ends -> " + PLXCodeText(myOutcome.result);
-    line += ", " + std::to_string(myOutcome.html.size()) + " bytes written";
-    if (myOutcome.hasProblem) AppendTraced(myOutcome.problem, line += ", problem");
-    Trace(line);
+    PLXTraceEntry entry = NewEntry(PLXTraceEntry::What::kEnds);
+    entry.result = PLXCodeText(myOutcome.result);
+    entry.bytesWritten = myOutcome.html.size();
+    if (myOutcome.hasProblem) entry.problem = myOutcome.problem;
+    Trace(entry, since);
   }
   return std::move(myOutcome);
 }
@@ -254,10 +277,15 @@ PLXUInt32 PLXModuleHost::Connection::Database(PLXConnectionID id_i, PLXUInt32 co
     if (!connection->myDatabase) {
       connection->myDatabase = std::make_unique<PLXModuleDatabase>(connection->myHost.myRecords);
     }
-    std::string line = "database " + PLXCodeText(code_i);
-    PLXUInt32 const result = connection->myDatabase->Answer(code_i, {a1, a2, a3, a4, a5, a6},
-                                                            connection->IsTraced() ? &line : nullptr);
-    if (connection->IsTraced()) connection->Trace(line);
+    bool const isTraced = connection->IsTraced();
+    auto const since = std::chrono::steady_clock::now();
+    PLXTraceEntry entry;
+    if (isTraced) entry = connection->NewEntry(PLXTraceEntry::What::kCall);
+    entry.code = "database " + PLXCodeText(code_i);
+    PLXUInt32 const result =
+        connection->myDatabase->Answer(code_i, {a1, a2, a3, a4, a5, a6}, isTraced ? &entry : nullptr);
+    entry.result = PLXCodeText(result);
+    if (isTraced) connection->Trace(entry, since);
     return result;
   } catch (...) {
     return kPLXResult_GeneralError;
@@ -266,8 +294,15 @@ PLXUInt32 PLXModuleHost::Connection::Database(PLXConnectionID id_i, PLXUInt32 co
 
 PLXUInt32 PLXModuleHost::Connection::AnswerRequest(PLXUInt32 code_i, void* const (&words_i)[5]) {
   Request const* const request = FindRequest(code_i);
+  auto const since = std::chrono::steady_clock::now();
+  PLXTraceEntry entry;
+  if (IsTraced()) {
+    entry = NewEntry(PLXTraceEntry::What::kCall);
+    entry.code = PLXCodeText(code_i);
+  }
   if (request == nullptr) {
-    if (IsTraced()) Trace(PLXCodeText(code_i) + " -> " + PLXCodeText(kPLXResult_UnknownRequest));
+    entry.result = PLXCodeText(kPLXResult_UnknownRequest);
+    if (IsTraced()) Trace(entry, since);
     return kPLXResult_UnknownRequest;
   }
   Call call;
@@ -281,7 +316,11 @@ PLXUInt32 PLXModuleHost::Connection::AnswerRequest(PLXUInt32 code_i, void* const
     if (result == kPLXResult_Success) result = slots.Fit(call);
   }
   // Traced before anything is written: an in/out text lies where its answer goes.
-  if (IsTraced()) TraceCall(*request, call, result);
+  if (IsTraced()) {
+    entry.result = PLXCodeText(result);
+    DescribeCall(*request, call, entry);
+    Trace(entry, since);
+  }
   if (result == kPLXResult_Success || result == kPLXResult_BufferTooSmall) slots.Write(call, result);
   return result;
 }
@@ -302,44 +341,54 @@ bool PLXModuleHost::Connection::IsInOrder(Request const& request_i) const {
   return false;
 }
 
-void PLXModuleHost::Connection::Trace(std::string_view text_i) const {
-  std::string line = "event " + std::to_string(myNumber);
-  if (myEvent.context != nullptr) line += " request " + std::to_string(myEvent.context->request.id);
-  line += " " + myModule.description.name + " " + PLXCodeText(myEvent.code);
+PLXTraceEntry PLXModuleHost::Connection::NewEntry(PLXTraceEntry::What what_i) const {
+  PLXTraceEntry entry;
+  entry.what = what_i;
+  entry.event = myNumber;
+  entry.module = myModule.description.name;
+  entry.eventCode = PLXCodeText(myEvent.code);
+  entry.tag = myEvent.action;
+  if (myEvent.context != nullptr) entry.request = myEvent.context->request.id;
   if (myEvent.tag != nullptr) {
-    line += " <" + myEvent.tag->name + "> " + myEvent.context->file.native() + ":" +
-            std::to_string(myEvent.tag->line);
+    entry.tag = myEvent.tag->name;
+    entry.file = myEvent.context->file.native();
+    entry.line = myEvent.tag->line;
   }
-  line.append(myEvent.action.empty() ? "" : " ").append(myEvent.action).append(" ").append(text_i);
-  PLXLog::Trace(line);
+  return entry;
 }
 
-// One line: code, texts and number from the module, result, texts and number for it. A call that carries a
-// password or asks for one shows names and no values.
-void PLXModuleHost::Connection::TraceCall(Request const& request_i, Call const& call_i,
-                                          PLXUInt32 result_i) const {
+void PLXModuleHost::Connection::Trace(PLXTraceEntry& entry_io,
+                                      std::chrono::steady_clock::time_point since_i) const {
+  entry_io.took =
+      std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - since_i);
+  if (myEvent.context != nullptr && myHost.myTraceSink) return myHost.myTraceSink(entry_io);
+  PLXLog::Trace(entry_io.Line());
+}
+
+// Texts and number from the module, texts and number for it. A call that carries a password or asks for one
+// shows names and no values.
+void PLXModuleHost::Connection::DescribeCall(Request const& request_i, Call const& call_i,
+                                             PLXTraceEntry& entry_io) {
   bool const isPassword =
       request_i.code == kPLXSupport_GetCGIEnvironmentVariable && EqualIgnoringCase(call_i.in[0], "AUTH_TYPE");
   bool const isBlanked =
       request_i.isSecret || isPassword || MentionsPassword(call_i.in[0]) || MentionsPassword(call_i.out[0]);
-  std::string line = PLXCodeText(request_i.code);
-  std::string out = " -> " + PLXCodeText(result_i);
+  entry_io.name = request_i.name;
   unsigned ins = 0;
   unsigned outs = 0;
   for (char const* slot = request_i.slots; *slot != '\0'; ++slot) {
-    if (*slot == 'x') line += " " + std::to_string(call_i.number);
-    if (*slot == 'n') out += " " + std::to_string(call_i.number);
+    if (*slot == 'x') PLXTraceEntry::AddNumber(entry_io.arguments, call_i.number);
+    if (*slot == 'n') PLXTraceEntry::AddNumber(entry_io.answers, call_i.number);
     if (*slot == 'x' || *slot == 'n') continue;
     // The first text is a name, unless it is the only one that the call has to give.
     if (*slot != 'o') {
-      AppendTraced(isBlanked && ins > 0 ? "(blanked)" : call_i.in[ins], line);
+      PLXTraceEntry::AddText(entry_io.arguments, isBlanked && ins > 0 ? "(blanked)" : call_i.in[ins]);
       ++ins;
     }
     if (*slot == 'o' || *slot == 'b') {
       bool const isName = outs == 0 && std::string_view(request_i.slots).starts_with("oo");
-      AppendTraced(isBlanked && !isName ? "(blanked)" : call_i.out[outs], out);
+      PLXTraceEntry::AddText(entry_io.answers, isBlanked && !isName ? "(blanked)" : call_i.out[outs]);
       ++outs;
     }
   }
-  Trace(line + out);
 }

@@ -92,8 +92,9 @@ class PLXModuleHost::Connection {
     return myHost.myTraceAll || (myEvent.context != nullptr && myEvent.context->trace);
   }
   PLXUInt32 RefuseAnnouncement(std::string const& sentence_i);
-  void Trace(std::string_view text_i) const;
-  void TraceCall(Request const& request_i, Call const& call_i, PLXUInt32 result_i) const;
+  PLXTraceEntry NewEntry(PLXTraceEntry::What what_i) const;
+  void Trace(PLXTraceEntry& entry_io, std::chrono::steady_clock::time_point since_i) const;
+  static void DescribeCall(Request const& request_i, Call const& call_i, PLXTraceEntry& entry_io);
 
   static PLXUInt32 AnswerByName(std::vector<PLXNameValue> const& list_i, bool ignoreCase_i, Call& call_io);
   static PLXUInt32 AnswerByIndex(std::vector<PLXNameValue> const& list_i, Call& call_io);

@@ -184,6 +184,7 @@ struct PLXModuleDatabase::Call {
 //   n  &n, last slot
 struct PLXModuleDatabase::Request {
   PLXUInt32 code;
+  char const* name;
   char const* slots;
   void (PLXModuleDatabase::*answer)(Call&);
 };
@@ -234,52 +235,54 @@ PLXModuleDatabase::Request const* PLXModuleDatabase::FindRequest(PLXUInt32 code_
   using R = Request;
   static constexpr auto ourRequests = [] {
     std::array requests{
-        R{kPLXDatabase_Initialize, "i", &D::Initialize},
-        R{kPLXDatabase_Terminate, "", &D::Terminate},
-        R{kPLXDatabase_GetODBCSupportFlags, "n", &D::GetSupportFlags},
-        R{kPLXDatabase_GetODBCCursorFlags, "n", &D::GetCursorFlags},
-        R{kPLXDatabase_GetODBCFieldTypeInfo, "woW", &D::GetFieldType},
-        R{kPLXDatabase_GetODBCFieldTypeInfoByIndex, "oWx", &D::GetFieldTypeByIndex},
-        R{kPLXDatabase_GetODBCFieldTypeInfoByName, "iW", &D::GetFieldTypeByName},
-        R{kPLXDatabase_GetODBCFieldTypeCount, "n", &D::GetFieldTypeCount},
-        R{kPLXDatabase_GetErrorInfo, "ro", &D::GetError},
+        R{kPLXDatabase_Initialize, "Initialize", "i", &D::Initialize},
+        R{kPLXDatabase_Terminate, "Terminate", "", &D::Terminate},
+        R{kPLXDatabase_GetODBCSupportFlags, "GetODBCSupportFlags", "n", &D::GetSupportFlags},
+        R{kPLXDatabase_GetODBCCursorFlags, "GetODBCCursorFlags", "n", &D::GetCursorFlags},
+        R{kPLXDatabase_GetODBCFieldTypeInfo, "GetODBCFieldTypeInfo", "woW", &D::GetFieldType},
+        R{kPLXDatabase_GetODBCFieldTypeInfoByIndex, "GetODBCFieldTypeInfoByIndex", "oWx",
+          &D::GetFieldTypeByIndex},
+        R{kPLXDatabase_GetODBCFieldTypeInfoByName, "GetODBCFieldTypeInfoByName", "iW",
+          &D::GetFieldTypeByName},
+        R{kPLXDatabase_GetODBCFieldTypeCount, "GetODBCFieldTypeCount", "n", &D::GetFieldTypeCount},
+        R{kPLXDatabase_GetErrorInfo, "GetErrorInfo", "ro", &D::GetError},
 
-        R{kPLXDatabase_CreateDatabase, "i", &D::CreateDatabase},
-        R{kPLXDatabase_OpenDatabase, "iwWi", &D::OpenDatabase},
-        R{kPLXDatabase_CloseDatabase, "r", &D::CloseDatabase},
-        R{kPLXDatabase_DeleteDatabase, "i", &D::DeleteDatabase},
-        R{kPLXDatabase_GetDatabaseName, "ro", &D::GetDatabaseName},
-        R{kPLXDatabase_GetDatabaseNameByIndex, "ox", &D::GetDatabaseNameByIndex},
-        R{kPLXDatabase_GetDatabaseCount, "n", &D::GetDatabaseCount},
-        R{kPLXDatabase_SetLocking, "rw", &D::SetLocking},
+        R{kPLXDatabase_CreateDatabase, "CreateDatabase", "i", &D::CreateDatabase},
+        R{kPLXDatabase_OpenDatabase, "OpenDatabase", "iwWi", &D::OpenDatabase},
+        R{kPLXDatabase_CloseDatabase, "CloseDatabase", "r", &D::CloseDatabase},
+        R{kPLXDatabase_DeleteDatabase, "DeleteDatabase", "i", &D::DeleteDatabase},
+        R{kPLXDatabase_GetDatabaseName, "GetDatabaseName", "ro", &D::GetDatabaseName},
+        R{kPLXDatabase_GetDatabaseNameByIndex, "GetDatabaseNameByIndex", "ox", &D::GetDatabaseNameByIndex},
+        R{kPLXDatabase_GetDatabaseCount, "GetDatabaseCount", "n", &D::GetDatabaseCount},
+        R{kPLXDatabase_SetLocking, "SetLocking", "rw", &D::SetLocking},
 
-        R{kPLXDatabase_AddField, "riw", &D::AddField},
-        R{kPLXDatabase_DeleteField, "ri", &D::DeleteField},
-        R{kPLXDatabase_GetFieldInfo, "riW", &D::GetField},
-        R{kPLXDatabase_GetFieldInfoByIndex, "roWx", &D::GetFieldByIndex},
-        R{kPLXDatabase_GetFieldCount, "rn", &D::GetFieldCount},
+        R{kPLXDatabase_AddField, "AddField", "riw", &D::AddField},
+        R{kPLXDatabase_DeleteField, "DeleteField", "ri", &D::DeleteField},
+        R{kPLXDatabase_GetFieldInfo, "GetFieldInfo", "riW", &D::GetField},
+        R{kPLXDatabase_GetFieldInfoByIndex, "GetFieldInfoByIndex", "roWx", &D::GetFieldByIndex},
+        R{kPLXDatabase_GetFieldCount, "GetFieldCount", "rn", &D::GetFieldCount},
 
-        R{kPLXDatabase_CreateRecord, "r", &D::CreateRecord},
-        R{kPLXDatabase_AddRecord, "r", &D::AddRecord},
-        R{kPLXDatabase_UpdateRecord, "r", &D::UpdateRecord},
-        R{kPLXDatabase_DeleteRecord, "rv", &D::DeleteRecord},
-        R{kPLXDatabase_DeleteAllRecords, "r", &D::DeleteAllRecords},
-        R{kPLXDatabase_SetFieldValue, "riv", &D::SetValue},
-        R{kPLXDatabase_GetFieldValue, "riu", &D::GetValue},
-        R{kPLXDatabase_GetRecordCount, "rn", &D::GetRecordCount},
+        R{kPLXDatabase_CreateRecord, "CreateRecord", "r", &D::CreateRecord},
+        R{kPLXDatabase_AddRecord, "AddRecord", "r", &D::AddRecord},
+        R{kPLXDatabase_UpdateRecord, "UpdateRecord", "r", &D::UpdateRecord},
+        R{kPLXDatabase_DeleteRecord, "DeleteRecord", "rv", &D::DeleteRecord},
+        R{kPLXDatabase_DeleteAllRecords, "DeleteAllRecords", "r", &D::DeleteAllRecords},
+        R{kPLXDatabase_SetFieldValue, "SetFieldValue", "riv", &D::SetValue},
+        R{kPLXDatabase_GetFieldValue, "GetFieldValue", "riu", &D::GetValue},
+        R{kPLXDatabase_GetRecordCount, "GetRecordCount", "rn", &D::GetRecordCount},
 
-        R{kPLXDatabase_ExecuteSearch, "ri", &D::Search},
-        R{kPLXDatabase_GetResultCount, "rn", &D::GetResultCount},
-        R{kPLXDatabase_ClearSearchResults, "r", &D::ClearSearch},
-        R{kPLXDatabase_MoveFirstRecord, "r", &D::MoveFirst},
-        R{kPLXDatabase_MoveLastRecord, "r", &D::MoveLast},
-        R{kPLXDatabase_MovePrevRecord, "r", &D::MovePrevious},
-        R{kPLXDatabase_MoveNextRecord, "r", &D::MoveNext},
-        R{kPLXDatabase_MoveToRecord, "rv", &D::MoveTo},
-        R{kPLXDatabase_Jump, "rw", &D::Jump},
+        R{kPLXDatabase_ExecuteSearch, "ExecuteSearch", "ri", &D::Search},
+        R{kPLXDatabase_GetResultCount, "GetResultCount", "rn", &D::GetResultCount},
+        R{kPLXDatabase_ClearSearchResults, "ClearSearchResults", "r", &D::ClearSearch},
+        R{kPLXDatabase_MoveFirstRecord, "MoveFirstRecord", "r", &D::MoveFirst},
+        R{kPLXDatabase_MoveLastRecord, "MoveLastRecord", "r", &D::MoveLast},
+        R{kPLXDatabase_MovePrevRecord, "MovePrevRecord", "r", &D::MovePrevious},
+        R{kPLXDatabase_MoveNextRecord, "MoveNextRecord", "r", &D::MoveNext},
+        R{kPLXDatabase_MoveToRecord, "MoveToRecord", "rv", &D::MoveTo},
+        R{kPLXDatabase_Jump, "Jump", "rw", &D::Jump},
 
-        R{kPLXDatabase_Export, "riWi", &D::Export},
-        R{kPLXDatabase_Import, "riW", &D::Import},
+        R{kPLXDatabase_Export, "Export", "riWi", &D::Export},
+        R{kPLXDatabase_Import, "Import", "riW", &D::Import},
     };
     std::sort(requests.begin(), requests.end(), [](R const& a, R const& b) { return a.code < b.code; });
     return requests;
@@ -308,7 +311,7 @@ PLXUInt32 PLXModuleDatabase::Run(Request const& request_i, Call& call_io) {
   return call_io.outText.IsTooSmall(call_io.out) ? kPLXResult_BufferTooSmall : kPLXResult_Success;
 }
 
-PLXUInt32 PLXModuleDatabase::Answer(PLXUInt32 code_i, void* const (&words_i)[6], std::string* line_io) {
+PLXUInt32 PLXModuleDatabase::Answer(PLXUInt32 code_i, void* const (&words_i)[6], PLXTraceEntry* entry_io) {
   Request const* const request = FindRequest(code_i);
   Call call;
   PLXUInt32 result = request != nullptr ? kPLXResult_InvalidCall : kPLXResult_UnknownRequest;
@@ -318,7 +321,10 @@ PLXUInt32 PLXModuleDatabase::Answer(PLXUInt32 code_i, void* const (&words_i)[6],
     mySession.SetError(0, "The call breaks the conventions of " + PLXCodeText(code_i) +
                               ": an address is missing, or a text is not as long as it says.");
   }
-  if (line_io != nullptr && request != nullptr) Trace(*request, call, result, *line_io);
+  if (entry_io != nullptr && request != nullptr) {
+    entry_io->result = PLXCodeText(result);
+    Trace(*request, call, *entry_io);
+  }
   if (result == kPLXResult_BufferTooSmall) call.outText.WriteNeed(call.out);
   if (result != kPLXResult_Success) return result;
   if (call.outText.size != nullptr) call.outText.Write(call.out);
@@ -327,31 +333,35 @@ PLXUInt32 PLXModuleDatabase::Answer(PLXUInt32 code_i, void* const (&words_i)[6],
   return result;
 }
 
-void PLXModuleDatabase::Trace(Request const& request_i, Call const& call_i, PLXUInt32 result_i,
-                              std::string& line_io) {
+void PLXModuleDatabase::Trace(Request const& request_i, Call const& call_i, PLXTraceEntry& entry_io) {
+  entry_io.name = request_i.name;
+  auto& arguments = entry_io.arguments;
+  auto& answers = entry_io.answers;
   if (request_i.code == kPLXDatabase_Initialize) {
-    AppendTraced(call_i.in[0].substr(0, call_i.in[0].find(',')), line_io);
-  } else {
-    std::string_view const slots = request_i.slots;
-    if (slots.starts_with('r')) line_io += " " + std::to_string(call_i.reference);
-    if (!call_i.in[0].empty()) AppendTraced(call_i.in[0], line_io);
-    if (slots.find('w') != slots.npos) line_io += " " + std::to_string(call_i.word);
-    if (slots.find('x') != slots.npos) line_io += " " + std::to_string(call_i.number);
-    bool const isText = slots.ends_with('v') && call_i.type == kPLXValueType_Text && call_i.bytes != nullptr;
-    std::string_view text;
-    if (isText && ReadInText(static_cast<char const*>(call_i.bytes), call_i.size, true, text)) {
-      AppendTraced(IsSecret(call_i.in[0]) ? "(blanked)" : text, line_io);
-    }
-    if (call_i.outText.size != nullptr && result_i == kPLXResult_Success && !slots.ends_with('u')) {
-      AppendTraced(call_i.out, line_io += " =");
-    }
-    if (slots.ends_with('u') && result_i == kPLXResult_Success && call_i.type == kPLXValueType_Text) {
-      AppendTraced(IsSecret(call_i.in[0]) ? "(blanked)" : call_i.out, line_io += " =");
-    }
-    if (call_i.numberAddress != nullptr) line_io += " = " + std::to_string(call_i.number);
-    if (call_i.outWordAddress != nullptr) line_io += " = " + std::to_string(call_i.outWord);
+    PLXTraceEntry::AddText(arguments, call_i.in[0].substr(0, call_i.in[0].find(',')));
+    return;
   }
-  line_io += " -> " + PLXCodeText(result_i);
+  std::string_view const slots = request_i.slots;
+  bool const isSecret = IsSecret(call_i.in[0]);
+  if (slots.starts_with('r')) PLXTraceEntry::AddNumber(arguments, call_i.reference);
+  if (!call_i.in[0].empty()) PLXTraceEntry::AddText(arguments, call_i.in[0]);
+  if (slots.find('w') != slots.npos) PLXTraceEntry::AddNumber(arguments, call_i.word);
+  if (slots.find('x') != slots.npos) PLXTraceEntry::AddNumber(arguments, call_i.number);
+  bool const isText = slots.ends_with('v') && call_i.type == kPLXValueType_Text && call_i.bytes != nullptr;
+  std::string_view text;
+  if (isText && ReadInText(static_cast<char const*>(call_i.bytes), call_i.size, true, text)) {
+    PLXTraceEntry::AddText(arguments, isSecret ? "(blanked)" : text);
+  }
+  bool const isGood = entry_io.result == PLXCodeText(kPLXResult_Success);
+  if (call_i.outText.size != nullptr && isGood) {
+    bool const isWanted = slots.ends_with('u');
+    if (!isWanted) PLXTraceEntry::AddText(answers, call_i.out);
+    if (isWanted && call_i.type == kPLXValueType_Text) {
+      PLXTraceEntry::AddText(answers, isSecret ? "(blanked)" : call_i.out);
+    }
+  }
+  if (call_i.numberAddress != nullptr) PLXTraceEntry::AddNumber(answers, call_i.number);
+  if (call_i.outWordAddress != nullptr) PLXTraceEntry::AddNumber(answers, call_i.outWord);
 }
 
 // ---- Engine

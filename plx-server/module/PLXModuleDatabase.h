@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "PLXModuleAPI.h"
+#include "PLXModuleTrace.h"
 #include "PLXRecordSession.h"
 
 // What the server answers a database request with when it did not succeed; 'MDEI' has the sentence.
@@ -30,16 +31,16 @@ class PLXModuleDatabase {
  public:
   explicit PLXModuleDatabase(PLXRecordEngine& engine_i) : mySession(engine_i) {}
 
-  // Answers one request. With a line, appends to it what a trace tells: texts and numbers of both directions,
+  // Answers one request. With an entry, adds to it what a trace tells: texts and numbers of both directions,
   // none that may be a password. Throws std::bad_alloc alone.
-  PLXUInt32 Answer(PLXUInt32 code_i, void* const (&words_i)[6], std::string* line_io);
+  PLXUInt32 Answer(PLXUInt32 code_i, void* const (&words_i)[6], PLXTraceEntry* entry_io);
 
  private:
   struct Call;
   struct Request;
   static Request const* FindRequest(PLXUInt32 code_i);
   PLXUInt32 Run(Request const& request_i, Call& call_io);
-  static void Trace(Request const& request_i, Call const& call_i, PLXUInt32 result_i, std::string& line_io);
+  static void Trace(Request const& request_i, Call const& call_i, PLXTraceEntry& entry_io);
 
   // The answers; each leaves its outputs in the call and throws PLXRecordError.
   void Initialize(Call& call_io);

@@ -13,6 +13,7 @@
 #include "PLXFigures.h"
 #include "PLXLoginStore.h"
 #include "PLXModuleAPI.h"
+#include "PLXModuleTrace.h"
 #include "PLXPreferenceStore.h"
 #include "PLXRecordStore.h"
 #include "PLXTagProcessor.h"
@@ -56,6 +57,9 @@ class PLXModuleHost : public PLXTagProcessor {
   PLXTagOutcome RunAction(std::string_view name_i, PLXPageContext& context_io);
 
   std::vector<PLXModuleDescription> Describe() const;
+  // From now on what is traced of requests goes there in place of the trace log; an empty sink ends that. The
+  // sink is called on the threads of the events. Requires: no request is running.
+  void TraceTo(PLXTraceSink sink_i) { myTraceSink = std::move(sink_i); }
   // The preference page of module `index_i` for the context's region, and a post of it (the request's post
   // arguments). Requires: index_i < Describe().size().
   PLXTagOutcome GetPreferencesPage(std::size_t index_i, PLXPageContext& context_io);
@@ -81,4 +85,5 @@ class PLXModuleHost : public PLXTagProcessor {
   std::map<std::string, std::unique_ptr<PLXLoginStore>>
       myDomainLogins;  // by file, guarded by myDomainLoginsMutex
   bool const myTraceAll;
+  PLXTraceSink myTraceSink;
 };

@@ -6,6 +6,7 @@
 #include "PLXLog.h"
 #include "PLXODBC.h"
 #include "PLXSQLite.h"
+#include "PLXSchemaVersion.h"
 #include "PLXSharedPreferences.h"
 
 namespace {
@@ -74,7 +75,7 @@ struct PLXPreferenceStore::Change {
 
 PLXPreferenceStore::PLXPreferenceStore(std::filesystem::path const& file_i)
     : myDatabase(std::make_unique<PLXSQLite>(file_i)) {
-  myDatabase->Run(kCreate);
+  Prepare(file_i.string());
   myValues = ValuesOf(RowsOf(*myDatabase));
 }
 
@@ -106,6 +107,16 @@ std::unique_ptr<PLXPreferenceStore> PLXPreferenceStore::Open(PLXConfiguration co
        password = configuration_i.recordsPassword] {
         return std::make_unique<PLXODBC>(source, user, password);
       });
+}
+
+void PLXPreferenceStore::Prepare(std::string const& file_i) {
+  bool isNew = true;
+  myDatabase->Run("SELECT 1 FROM sqlite_schema", {}, [&isNew](PLXSQLRow&) { isNew = false; });
+  if (!isNew) return PLXCheckSchema(*myDatabase, file_i);
+  PLXSQLTransaction transaction(*myDatabase);
+  myDatabase->Run(kCreate);
+  PLXMarkSchema(*myDatabase);
+  transaction.Commit();
 }
 
 std::optional<std::string> PLXPreferenceStore::Get(std::string_view region_i, std::string_view owner_i,

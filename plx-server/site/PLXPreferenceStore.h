@@ -25,7 +25,7 @@ struct PLXConfiguration;
 // changed. Any thread.
 class PLXPreferenceStore {
  public:
-  // Throws PLXSQLError when the file cannot be used.
+  // Throws PLXSQLError when the file cannot be used, or is of another version.
   explicit PLXPreferenceStore(std::filesystem::path const& file_i);
   // Shares them by the data source to which `maker_i` connects. What `file_i`, if there is one, holds is put
   // there once, by the first server that has something; the file is left as it is. `copy_i` is a file that
@@ -54,6 +54,7 @@ class PLXPreferenceStore {
   using Values = std::map<Key, std::string, std::less<>>;
   struct Change;  // of one preference
 
+  void Prepare(std::string const& file_i);
   bool Keep(Change const& change_i);
   void Store(Change const& change_i);
   void Install(Values values_i);

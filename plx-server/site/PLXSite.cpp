@@ -270,6 +270,35 @@ bool PLXSite::IsDownload(std::string_view path_i) const {
                      [path_i](std::string const& prefix) { return BeginsWithFolder(path_i, prefix); });
 }
 
+std::vector<std::filesystem::path> PLXSite::KeptFolders() const {
+  std::vector<std::string> found;  // with a slash at the end, so that "is inside" is "begins with"
+  std::error_code error;
+  for (std::string const& download : myDownloads) {
+    auto const path = MapPath(download);
+    if (path && *path != myRoot && std::filesystem::is_directory(*path, error))
+      found.push_back(path->native());
+  }
+  for (auto const& region : myRegions) {
+    std::filesystem::directory_iterator at(region->Folder(), error);
+    for (std::filesystem::directory_iterator const end; !error && at != end; at.increment(error)) {
+      std::error_code ignored;
+      if (AreEqualIgnoringCase(at->path().filename().native(), kModuleDataFolder) &&
+          std::filesystem::is_directory(at->symlink_status(ignored))) {
+        found.push_back(WithSlash(at->path().native()));
+      }
+    }
+  }
+  std::sort(found.begin(), found.end());
+  std::vector<std::filesystem::path> folders;
+  std::string last;
+  for (std::string const& folder : found) {
+    if (!last.empty() && folder.starts_with(last)) continue;
+    last = folder;
+    folders.push_back(std::filesystem::path(folder).parent_path());
+  }
+  return folders;
+}
+
 // ---- PLXSites --------------------------------------------------------------------------------------------
 
 PLXSites::PLXSites(PLXConfiguration configuration_i) : myConfiguration(std::move(configuration_i)) {

@@ -84,6 +84,11 @@ class PLXSite {
   bool IsCopyOfPage(std::filesystem::path const& file_i) const;
   bool IsDownload(std::string_view path_i) const;
 
+  // The folders below the root that are there now and that modules and visitors fill: those that are served
+  // as downloads, and the module's data of each region. Without links and without "/" at their ends, none
+  // within another.
+  std::vector<std::filesystem::path> KeptFolders() const;
+
  private:
   PLXSiteConfiguration myConfiguration;
   std::filesystem::path myRoot;

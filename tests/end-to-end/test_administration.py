@@ -125,8 +125,86 @@ class Administration(ServerCase):
             texts += browser.text()
             if browser.js("!!document.querySelector('input[name=plxIncludeHTTP]')"):
                 preferences = link
-            queue += browser.js("[...document.querySelectorAll('a[href]')].map(a => a.href)")
+            queue += browser.js("[...document.querySelectorAll('a[href]')].map(a => a.href.split('#')[0])")
         return texts, preferences
+
+
+class Accessible(ServerCase):
+    """Every page of the administration without a mouse, without eyes and on a phone."""
+    PAGES = {"page.html": "page"}
+    SECTIONS = '[region.private]\nsite = "test"\npath = "/private/"\nlogin = true\n'
+    LOGIN = ("admin", "correct horse")
+    CONTROLS = {"textbox", "searchbox", "checkbox", "radio", "button", "combobox", "listbox", "spinbutton", "link", "region",
+                "navigation"}
+    # Colours of each text and its ground, half transparent ones put on what is below them (WCAG 2, 1.4.3).
+    CONTRASTS = """(() => {
+        const light = c => c.slice(0, 3).map(v => (v /= 255) <= .04045 ? v / 12.92 : ((v + .055) / 1.055) ** 2.4)
+            .reduce((sum, v, i) => sum + v * [.2126, .7152, .0722][i], 0);
+        const read = text => { const c = text.match(/[\\d.]+/g).map(Number); return c.length < 4 ? [...c, 1] : c; };
+        const over = (a, b) => [0, 1, 2].map(i => a[i] * a[3] + b[i] * (1 - a[3]));
+        const dark = matchMedia("(prefers-color-scheme: dark)").matches;
+        const walk = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT), found = [];
+        while (walk.nextNode()) {
+            const text = walk.currentNode.data.trim(), above = [];
+            let opacity = 1, ground = dark ? [18, 18, 18] : [255, 255, 255];
+            for (let e = walk.currentNode.parentElement; e; e = e.parentElement) {
+                above.push(getComputedStyle(e));
+                opacity *= Number(above.at(-1).opacity);
+            }
+            for (const style of [...above].reverse()) ground = over(read(style.backgroundColor), ground);
+            const ink = read(above[0].color);
+            const seen = over([...ink.slice(0, 3), ink[3] * opacity], ground), [a, b] = [light(seen), light(ground)];
+            const ratio = (Math.max(a, b) + .05) / (Math.min(a, b) + .05);
+            if (text && ratio < 4.5) found.push(text.slice(0, 30) + " " + ratio.toFixed(2));
+        }
+        return found;
+    })()"""
+    STRUCTURE = """(() => {
+        const all = selector => [...document.querySelectorAll(selector)], found = [];
+        const levels = all("h1,h2,h3,h4,h5,h6").map(e => Number(e.tagName[1]));
+        if (levels.filter(level => level === 1).length !== 1 || levels.some((level, i) => level > (levels[i - 1] ?? 0) + 1))
+            found.push("headings " + levels);
+        if (document.documentElement.lang !== "en" || all("main").length !== 1) found.push("language or main");
+        for (const head of all("th")) if (!head.scope || !head.innerText.trim()) found.push("th " + head.innerText);
+        if (document.documentElement.scrollWidth > innerWidth) found.push("scrolls sideways");
+        return found;
+    })()"""
+
+    def test_every_page(self):
+        numbers = self.server.folder / "numbers.csv"
+        numbers.write_text("Name,A number with a long name,Another number\r\n" + "A long text without an end,123456789,3\r\n" * 60)
+        self.server.command("records", "import", "Numbers", str(numbers))
+        for size, scheme in (((360, 740), "light"), ((1200, 900), "dark")):
+            browser = Browser(self.LOGIN, size)
+            self.addCleanup(browser.close)
+            browser.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
+            browser.call("Accessibility.enable")
+            seen, queue = set(), [self.server.url + "/plx-admin/"]
+            while queue:
+                link = queue.pop(0)
+                if link in seen or "/plx-admin/" not in link or link.endswith("metrics") or re.search("record=[^1]", link):
+                    continue
+                seen.add(link)
+                with self.subTest(link, size=size):
+                    browser.open(link)
+                    browser.shot(f"accessible-{size[0]}-{len(seen)}.png")
+                    self.assertEqual(browser.js(self.STRUCTURE) + browser.js(self.CONTRASTS) + self.nameless(browser), [])
+                    self.assertEqual(self.first_stop(browser), "To the content")
+                queue += browser.js("[...document.querySelectorAll('a[href]')].map(a => a.href.split('#')[0])")
+            self.assertGreater(len(seen), 10)
+
+    def nameless(self, browser):
+        """What a screen reader would come to and have nothing to say of but what it is."""
+        nodes = browser.call("Accessibility.getFullAXTree")["nodes"]
+        return [node["role"]["value"] for node in nodes if not node["ignored"] and node["role"]["value"] in self.CONTROLS
+                and not node.get("name", {}).get("value", "").strip()]
+
+    @staticmethod
+    def first_stop(browser):
+        """Where the keyboard gets first, which must then be seen."""
+        for kind in ("keyDown", "keyUp"):
+            browser.call("Input.dispatchKeyEvent", type=kind, key="Tab", code="Tab", windowsVirtualKeyCode=9)
+        return browser.js("document.activeElement.getBoundingClientRect().width > 20 ? document.activeElement.innerText : 'unseen'")
 
 
 class ClosedAdministration(ServerCase):
