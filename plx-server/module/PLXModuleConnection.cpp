@@ -348,11 +348,13 @@ PLXTraceEntry PLXModuleHost::Connection::NewEntry(PLXTraceEntry::What what_i) co
   entry.module = myModule.description.name;
   entry.eventCode = PLXCodeText(myEvent.code);
   entry.tag = myEvent.action;
-  if (myEvent.context != nullptr) entry.request = myEvent.context->request.id;
-  if (myEvent.tag != nullptr && myEvent.context != nullptr) {
+  if (myEvent.tag != nullptr) {
     entry.tag = myEvent.tag->name;
-    entry.file = myEvent.context->file.native();
     entry.line = myEvent.tag->line;
+  }
+  if (myEvent.context != nullptr) {
+    entry.request = myEvent.context->request.id;
+    if (myEvent.tag != nullptr) entry.file = myEvent.context->file.native();
   }
   return entry;
 }
