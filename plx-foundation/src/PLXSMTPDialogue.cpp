@@ -189,7 +189,7 @@ bool PLXSMTPDialogue::ReadReply() {
   bool const isIntact = myStream->ReadResponse();
   PLXSMTPReply reply;
   reply.Append(myStream->GetWholeResponse());
-  // Who leaves behind its whole reply, with a QUIT unread that breaks the connection, has given it all the same.
+  // A server that goes without reading QUIT breaks the connection, but the reply before it was given.
   if (!isIntact && !reply.IsComplete()) return false;
   while (!reply.IsComplete() && !reply.IsTooLong() && myStream->WaitForPeer(kRestOfReplyLimit)) {
     myStream->SetResponsePossibleFlag(true);

@@ -5,6 +5,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <utility>
 
 namespace {
 
@@ -44,7 +45,8 @@ std::vector<std::string> PLXSiteNameWarnings(PLXConfiguration const& configurati
       warning +=
           ". Pages that include pages of their own site do not reach it, nor do reports of failed mail. Put "
           "this line into /etc/hosts: ";
-      warnings.push_back(warning + (isAnywhere ? "127.0.0.1" : listen) + " " + host);
+      warning.append(isAnywhere ? "127.0.0.1" : listen).append(" ").append(host);
+      warnings.push_back(std::move(warning));
     }
   }
   return warnings;

@@ -1,6 +1,7 @@
 #include "PLXMailQueue.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <iterator>
 #include <sys/stat.h>
@@ -41,7 +42,7 @@ std::time_t TimeOfNumber(std::string const& number_i) {
   std::tm parts{};
   parts.tm_year = 70;
   parts.tm_mday = 1 + std::stoi(number_i.substr(0, kDayDigits)) - kDayNumberOf1970;
-  parts.tm_sec = static_cast<int>(std::stod("0." + number_i.substr(kDayDigits)) * 86400 + 0.5);
+  parts.tm_sec = static_cast<int>(std::lround(std::stod("0." + number_i.substr(kDayDigits)) * 86400));
   parts.tm_isdst = -1;
   return std::max<std::time_t>(0, std::mktime(&parts));
 }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "PLXDescriptor.h"
 #include "PLXLog.h"
 #include "PLXPage.h"
 #include "PLXPagePieces.h"
@@ -41,23 +42,6 @@ struct FileState {
     clock_gettime(CLOCK_REALTIME, &now);
     return Nanoseconds(now) - changed > kFileTime_Uncertainty;
   }
-};
-
-class Descriptor {
- public:
-  // Does not wait for a writer when the name is a pipe's.
-  explicit Descriptor(std::string const& file_i)
-      : myDescriptor(
-            PLXUninterrupted([&] { return open(file_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); })) {}
-  ~Descriptor() {
-    if (myDescriptor >= 0) close(myDescriptor);
-  }
-  Descriptor(Descriptor const&) = delete;
-  Descriptor& operator=(Descriptor const&) = delete;
-  int Get() const { return myDescriptor; }
-
- private:
-  int const myDescriptor;
 };
 
 bool ReadAll(int descriptor_i, std::size_t size_i, std::string& text_o) {
@@ -105,7 +89,9 @@ std::shared_ptr<PLXPage const> PLXPageCache::Get(std::filesystem::path const& fi
   if (stat(file.c_str(), &state) != 0) return nullptr;
   if (auto page = Find(file, state)) return page;
 
-  Descriptor const descriptor(file);
+  // Does not wait for a writer when the name is a pipe's.
+  PLXDescriptor const descriptor(
+      PLXUninterrupted([&] { return ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
   if (descriptor.Get() < 0) return Refuse(file, std::strerror(errno));
   if (fstat(descriptor.Get(), &state) != 0 || !S_ISREG(state.st_mode)) return Refuse(file, "it is no file");
   auto const size = static_cast<std::size_t>(state.st_size);

@@ -58,7 +58,8 @@ class Reader {
       end_i -= size;
       myBytes += size;
       // Of a line that has no end only its start counts, and what is searched stays within bounds.
-      text = block + (text.size() > kBytesMost / 16 ? std::string() : text);
+      if (text.size() <= kBytesMost / 16) block.append(text);
+      text.swap(block);
       TakeLines(text);
     }
     if (end_i == 0 && !text.empty()) Take(text);

@@ -17,6 +17,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "PLXDescriptor.h"
 #include "PLXLog.h"
 #include "PLXUninterrupted.h"
 
@@ -31,21 +32,6 @@ constexpr std::string_view kTemporarySuffix = ".XXXXXX";  // of a file that take
 constexpr char kLockName[] = ".lock";  // of the file in each folder that whoever writes locks
 
 using Lines = std::vector<std::string>;
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor_i) : myDescriptor(descriptor_i) {}
-  ~Descriptor() {
-    if (myDescriptor >= 0) ::close(myDescriptor);
-  }
-  Descriptor(Descriptor const&) = delete;
-  Descriptor& operator=(Descriptor const&) = delete;
-  int Get() const { return myDescriptor; }
-  bool IsOpen() const { return myDescriptor >= 0; }
-
- private:
-  int myDescriptor;
-};
 
 // As many hashes at a time as there are processors: each takes 16 MiB and all of one processor, so more at
 // once would only take memory.
@@ -122,7 +108,7 @@ std::string StateOf(struct stat const& status_i) {
 // server, where a look at the name may tell what was so a minute ago.
 std::string CurrentState(std::filesystem::path const& file_i) {
   struct stat status {};
-  Descriptor const file(
+  PLXDescriptor const file(
       PLXUninterrupted([&] { return ::open(file_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
   int const result = file.IsOpen() ? ::fstat(file.Get(), &status) : ::stat(file_i.c_str(), &status);
   return result == 0 ? StateOf(status) : std::string();
@@ -131,7 +117,7 @@ std::string CurrentState(std::filesystem::path const& file_i) {
 // The lines of the file, none when there is no file. Nothing when it cannot be read, with errno telling why.
 std::optional<Lines> ReadLines(std::filesystem::path const& file_i, std::string& state_o) {
   state_o.clear();
-  Descriptor const file(
+  PLXDescriptor const file(
       PLXUninterrupted([&] { return ::open(file_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
   if (!file.IsOpen())
     return errno == ENOENT || errno == ENOTDIR ? std::optional<Lines>(Lines()) : std::nullopt;
@@ -174,7 +160,7 @@ bool ReplaceFile(std::filesystem::path const& file_i, int folder_i, Lines const&
   std::string text;
   for (std::string const& line : lines_i) text.append(line).push_back('\n');
   std::string temporary = file_i.string().append(kTemporarySuffix);
-  Descriptor const file(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
+  PLXDescriptor const file(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
   if (!file.IsOpen()) return false;
   if (WriteAll(file.Get(), text) && PLXUninterrupted([&] { return ::fsync(file.Get()); }) == 0 &&
       ::rename(temporary.c_str(), file_i.c_str()) == 0) {
@@ -229,10 +215,10 @@ bool ChangeFile(std::filesystem::path const& file_i, std::string& problem_o, Cha
   std::filesystem::path const folderPath = file_i.has_parent_path() ? file_i.parent_path() : ".";
   std::error_code ignored;  // what goes wrong here shows in the next step
   std::filesystem::create_directories(folderPath, ignored);
-  Descriptor const folder(
+  PLXDescriptor const folder(
       PLXUninterrupted([&] { return ::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   if (!folder.IsOpen()) return refused("Cannot use the folder of");
-  Descriptor const lock(LockFolder(folderPath));
+  PLXDescriptor const lock(LockFolder(folderPath));
   if (!lock.IsOpen()) return refused("Cannot use the folder of");
   RemoveLeftovers(file_i);
   std::string state;

@@ -20,6 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kFresh(1);           // how long what was read counts as current
 constexpr std::chrono::seconds kReadPatience(2);    // for the version, before readers go on without
+constexpr std::chrono::seconds kNowPatience(5);     // of those who want to see or change what is there now
 constexpr std::chrono::seconds kWorkPatience(10);   // for a change
 constexpr std::chrono::seconds kFirstPatience(30);  // for the first look, with the connection to be made
 constexpr std::chrono::seconds kEndPatience(12);    // for what still runs when the server stops
@@ -196,7 +197,8 @@ void PLXSharedPreferences::State::Ask(std::unique_lock<std::mutex>& lock_io, boo
   std::uint64_t const enough = looks + (isLooking && isFromNow_i ? 2 : 1);
   isWanted = isWanted || !isLooking || isFromNow_i;
   changed.notify_all();
-  if (!changed.wait_for(lock_io, kReadPatience, [&] { return looks >= enough; })) CountAsDown(kSilent);
+  auto const patience = isFromNow_i ? kNowPatience : kReadPatience;
+  if (!changed.wait_for(lock_io, patience, [&] { return looks >= enough; })) CountAsDown(kSilent);
 }
 
 bool PLXSharedPreferences::State::IsUp() {

@@ -15,6 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "PLXDescriptor.h"
 #include "PLXSQLite.h"
 #include "PLXUninterrupted.h"
 
@@ -33,21 +34,6 @@ constexpr auto kIndexPatience = std::chrono::seconds(5);
 [[noreturn]] void Fail(std::string const& path_i, char const* doing_i) {
   throw PLXCopyError(path_i + ": " + doing_i + " (" + std::strerror(errno) + ").");
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor_i) : myDescriptor(descriptor_i) {}
-  ~Descriptor() {
-    if (myDescriptor >= 0) ::close(myDescriptor);
-  }
-  Descriptor(Descriptor const&) = delete;
-  Descriptor& operator=(Descriptor const&) = delete;
-  int Get() const { return myDescriptor; }
-  bool IsOpen() const { return myDescriptor >= 0; }
-
- private:
-  int const myDescriptor;
-};
 
 class Digest {
  public:
@@ -177,7 +163,7 @@ void PLXTreeCopy::MakeParents(fs::path const& file_i) const {
 
 void PLXTreeCopy::AddFolder(fs::path const& source_i, std::string const& as_i) {
   // The folder itself may be a link: whoever keeps the state made it.
-  Descriptor const folder(
+  PLXDescriptor const folder(
       PLXUninterrupted([&] { return ::open(source_i.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   if (folder.IsOpen()) return AddFolderAt(folder.Get(), as_i);
   if (!IsGone()) Fail(source_i.string(), "the folder cannot be read");
@@ -203,7 +189,7 @@ void PLXTreeCopy::AddEntry(int folder_i, std::string const& name_i, std::string 
     if (seen != mySeen.end() && seen->second == LooksOf(status)) return;
   }
   int const kind = S_ISDIR(status.st_mode) ? O_DIRECTORY : 0;
-  Descriptor const entry(PLXUninterrupted([&] {
+  PLXDescriptor const entry(PLXUninterrupted([&] {
     return ::openat(folder_i, name_i.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | kind);
   }));
   if (!entry.IsOpen()) {
@@ -216,7 +202,7 @@ void PLXTreeCopy::AddEntry(int folder_i, std::string const& name_i, std::string 
 }
 
 void PLXTreeCopy::AddFile(fs::path const& source_i, std::string const& as_i) {
-  Descriptor const source(PLXUninterrupted(
+  PLXDescriptor const source(PLXUninterrupted(
       [&] { return ::open(source_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW); }));
   if (source.IsOpen()) return AddOpenFile(source.Get(), as_i);
   if (!IsGone()) Fail(source_i.string(), "cannot be read");
@@ -228,7 +214,7 @@ void PLXTreeCopy::AddOpenFile(int source_i, std::string const& as_i) {
   if (::fstat(source_i, &status) != 0) Fail(as_i, "cannot be read");
   if (!S_ISREG(status.st_mode)) return;
   MakeParents(file);
-  Descriptor const target(PLXUninterrupted(
+  PLXDescriptor const target(PLXUninterrupted(
       [&] { return ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600); }));
   if (!target.IsOpen()) Fail(file.string(), "cannot be made");
   myFiles[as_i] = Transfer(source_i, as_i, target.Get(), file.string(), myProgress);
@@ -245,7 +231,7 @@ void PLXTreeCopy::AddDatabase(fs::path const& source_i, std::string const& as_i)
   MakeParents(file);
   PLXCopySQLite(source_i, file, myProgress);
   myFiles[as_i] = Read(file);
-  Descriptor const written(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  PLXDescriptor const written(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
   if (!written.IsOpen()) Fail(file.string(), "cannot be read");
   Sync(written.Get(), file.string());
 }
@@ -258,7 +244,7 @@ void PLXTreeCopy::Synchronize() const {
     if (at->is_directory(ignored) && !at->is_symlink(ignored)) folders.push_back(at->path());
   }
   for (fs::path const& path : folders) {
-    Descriptor const folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    PLXDescriptor const folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder.IsOpen()) Fail(path.string(), "the folder cannot be read");
     Sync(folder.Get(), path.string());
   }
@@ -266,7 +252,7 @@ void PLXTreeCopy::Synchronize() const {
 
 PLXTreeCopy::File PLXTreeCopy::Read(fs::path const& file_i,
                                     std::function<void(std::uint64_t)> const& progress_i) {
-  Descriptor const file(PLXUninterrupted(
+  PLXDescriptor const file(PLXUninterrupted(
       [&] { return ::open(file_i.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW); }));
   if (!file.IsOpen()) Fail(file_i.string(), "cannot be read");
   return Transfer(file.Get(), file_i.string(), -1, "", progress_i);

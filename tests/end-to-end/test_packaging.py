@@ -50,7 +50,7 @@ class Installed(unittest.TestCase):
         configured = re.search(r'"(.*)/lib/plxserver/plxmodule-network.so"', text)[1]
         config = self.folder / "plxserver.conf"
         config.write_text(text.replace(configured, str(self.prefix)).replace("/var/lib", str(self.folder)))
-        run(self.server, "check", "--config", config)
+        run(self.server, "check", "--config", config, "--set", "listen=127.0.0.1:0")
         page = run(self.server, "render", "/", "name=A<da", "--config", config)
         self.assertIn('<div class="shown">Hello, A&lt;da!</div>', page)
         self.assertNotIn("<plx", page)

@@ -221,7 +221,7 @@ class Mail(RecipeCase):
         self.assertEqual(self.server.get("/send.html").text, "")
 
         arrived = {}
-        for message in self.provider.wait_for(3, "bob", "secret2", 30):
+        for message in self.provider.wait_for(3, "bob", "secret2"):
             arrived[re.search(rb"Subject: (.*)\r", message)[1].decode()] = message
         self.assertEqual(sorted(arrived), [f"exim {GOOD}", f"msmtpd {GOOD}", f"stunnel {GOOD}"])
         for name, message in arrived.items():
@@ -230,7 +230,7 @@ class Mail(RecipeCase):
 
         # What asks the provider while the tag waits comes back to the list of failed mail, with the reason.
         bad = set(self.peers) - {GOOD}
-        self.until(lambda: len(self.failures()) == 2 * len(bad), 30)
+        self.until(lambda: len(self.failures()) == 2 * len(bad), 60)
         expected = {f"stunnel {peer}": f"Unable to connect to server (127.0.0.1:{self.smtp['stunnel', peer]})" for peer in bad}
         expected |= {f"msmtpd {peer}": "451- Local Processing Error" for peer in bad}
         self.assertEqual(self.failures(), expected)
@@ -238,8 +238,8 @@ class Mail(RecipeCase):
         for program, reasons in REASONS.items():
             for peer, reason in reasons.items():
                 with self.subTest(program, peer=peer):
-                    self.until(lambda: reason in self.log(program, peer).lower())
-        self.until(lambda: "did not offer TLS" in self.log("exim", "stripped"))
+                    self.until(lambda: reason in self.log(program, peer).lower(), 60)
+        self.until(lambda: "did not offer TLS" in self.log("exim", "stripped"), 60)
         kept = {peer: len(list((self.folder / f"exim-{peer}" / "spool" / "input").rglob("*-H"))) for peer in self.peers}
         self.assertEqual(kept, {peer: int(peer in bad) for peer in self.peers})
 
@@ -250,7 +250,7 @@ class Mail(RecipeCase):
         self.server.write("report.html", "".join(f'<plxSendMail mailServer="{self.provider.address}" from="shop@example.org" '
                                                  f'to="{name}@test" subject="report">Text</plxSendMail>' for name in ("carol", "nobody")))
         self.server.command("render", "/report.html")
-        self.assertEqual(len(self.provider.messages("carol", "secret3")), 1)
+        self.assertEqual(len(self.provider.wait_for(1, "carol", "secret3")), 1)
         self.assertIn("nobody@test", self.server.command("queue", "list").stdout)
 
     def failures(self):
@@ -396,7 +396,7 @@ class Guessers(RecipeCase):
         self.addCleanup(self.end, daemon)
         for user in self.NAMES[1:5]:
             self.assertEqual(self.guess("/plx-admin/", user, "203.0.113.200"), 401)
-        self.until(lambda: banned.exists() and banned.read_text().endswith("\n"), 30)
+        self.until(lambda: banned.exists() and banned.read_text().endswith("\n"), 60)
         self.assertEqual(banned.read_text(), "203.0.113.200\n")
 
 

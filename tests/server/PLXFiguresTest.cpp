@@ -1,8 +1,11 @@
 #include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <latch>
+#include <thread>
 
 #include "PLXFigures.h"
+#include "PLXSQLPool.h"
 
 namespace {
 
@@ -83,6 +86,46 @@ TEST(PLXFigures, AreBounded) {
   EXPECT_EQ(figures.Add("plx_b_total", 1), Answer::kFull);
   EXPECT_EQ(figures.Add("plx_a_total{n=\"7\"}", 1), Answer::kDone) << "what is there goes on";
   EXPECT_EQ(figures.Sum("plx_a_total"), PLXFigures::kSeriesMost + 1.0);
+}
+
+// ---- Waiting for a database ----
+
+struct IdleConnection : PLXSQLConnection {
+  IdleConnection() : PLXSQLConnection(PLXSQLDialect::kSQLite) {}
+  std::int64_t Run(std::string const&, std::span<PLXSQLParameter const>, RowReader const&) override {
+    return 0;
+  }
+  void ForgetStatements() override {}
+  void Begin() override {}
+  void Commit() override {}
+  void Rollback() override {}
+};
+
+TEST(PLXSQLPool, CountsWhoHasToWait) {
+  PLXSQLPool pool([] { return std::make_unique<IdleConnection>(); });
+  auto const nothing = [](PLXSQLConnection&) { return 0; };
+  PLXSQLPool::Waits const before = PLXSQLPool::GetWaits();
+  pool.Read(nothing);
+  EXPECT_EQ(PLXSQLPool::GetWaits().count, before.count);
+  // Whether the last one is there before the others leave is up to the system, so it is tried until it was.
+  while (PLXSQLPool::GetWaits().count == before.count) {
+    std::latch taken(PLXSQLPool::kLimit), leave(1);
+    std::vector<std::jthread> threads;
+    for (std::size_t index = 0; index < PLXSQLPool::kLimit; ++index) {
+      threads.emplace_back([&] {
+        pool.Read([&](PLXSQLConnection&) {
+          taken.count_down();
+          leave.wait();
+          return 0;
+        });
+      });
+    }
+    taken.wait();
+    threads.emplace_back([&] { pool.Read(nothing); });
+    std::this_thread::yield();
+    leave.count_down();
+  }
+  EXPECT_GT(PLXSQLPool::GetWaits().time, before.time);
 }
 
 }  // namespace

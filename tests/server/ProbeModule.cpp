@@ -282,6 +282,7 @@ PLXUInt32 Handle(Record* record_i) {
       ourService = *record_i;
       return std::getenv("PLX_PROBE_ALONE") == nullptr ? 0 : kPLXResult_EventNotHandled;
     case kPLXEvent_Terminate:
+      if (ourService.PLXServerSupportFunction == nullptr) return 0;  // it was never offered one
       ScriptedCall({{}, {"in", "plx_probe_ends_total"}, {"double", "1"}, {"x", "FAdd"}})
           .Run(ourService, kPLXSupport_ChangeFigure, false);
       return 0;
