@@ -82,11 +82,12 @@ class Restore {
   // Names of sites that the configuration lacks, with a comma between them.
   std::string MissingSites() const {
     std::string missing;
-    for (auto const& [folder, place] : myManifest.places) {
+    for (auto const& entry : myManifest.places) {
+      std::string const& name = entry.second.site;
       bool const isThere =
-          std::ranges::any_of(mySites.All(), [&](auto const& site) { return site->Name() == place.site; });
-      if (isThere || myIsStateOnly || missing.find(place.site) != std::string::npos) continue;
-      missing += (missing.empty() ? "" : ", ") + place.site;
+          std::ranges::any_of(mySites.All(), [&](auto const& site) { return site->Name() == name; });
+      if (isThere || myIsStateOnly || missing.find(name) != std::string::npos) continue;
+      missing += (missing.empty() ? "" : ", ") + name;
     }
     return missing;
   }

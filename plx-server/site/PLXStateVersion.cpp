@@ -45,7 +45,7 @@ void SyncFolder(fs::path const& folder_i) {
 
 // A copy of all that a step may change, whole under its name or not there.
 fs::path KeepCopy(fs::path const& state_i, fs::path const& shared_i, std::int64_t version_i) {
-  fs::path const kept = PLXDatedPath(state_i, "before-upgrade-" + std::to_string(version_i) + "-");
+  fs::path kept = PLXDatedPath(state_i, "before-upgrade-" + std::to_string(version_i) + "-");
   std::string unfinished = kept.string() + ".unfinished-XXXXXX";
   if (::mkdtemp(unfinished.data()) == nullptr) {
     throw PLXStateVersionError(unfinished + ": the folder for a copy of the old state cannot be made (" +

@@ -170,7 +170,10 @@ void PLXTreeCopy::AddFolder(fs::path const& source_i, std::string const& as_i) {
 }
 
 void PLXTreeCopy::AddFolderAt(int folder_i, std::string const& as_i) {
-  for (std::string const& name : NamesIn(folder_i, as_i)) AddEntry(folder_i, name, as_i + "/" + name);
+  for (std::string const& name : NamesIn(folder_i, as_i)) {
+    std::string as = as_i;
+    AddEntry(folder_i, name, as.append("/").append(name));
+  }
 }
 
 void PLXTreeCopy::AddEntry(int folder_i, std::string const& name_i, std::string const& as_i) {
