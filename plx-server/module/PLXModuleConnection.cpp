@@ -348,12 +348,7 @@ PLXTraceEntry PLXModuleHost::Connection::NewEntry(PLXTraceEntry::What what_i) co
   entry.module = myModule.description.name;
   entry.eventCode = PLXCodeText(myEvent.code);
   entry.tag = myEvent.action;
-<<<<<<< HEAD
-  if (myEvent.context != nullptr) entry.request = myEvent.context->request.id;
-  if (myEvent.tag != nullptr && myEvent.context != nullptr) {
-=======
   if (myEvent.tag != nullptr) {
->>>>>>> main
     entry.tag = myEvent.tag->name;
     entry.line = myEvent.tag->line;
   }
