@@ -17,24 +17,11 @@ from peers import Listener, MailServer, Server, once, row, timed, title
 SILENCE, REPLIES = 0.5, 5
 
 
-def fill(mail, messages):
-    """Puts messages into alice's mailbox, which has none yet."""
-    home = mail.folder / "mail" / "alice"
-    owner = home.parent.stat()
-    for folder in (home, home / "Maildir", *(home / "Maildir" / name for name in ("cur", "new", "tmp"))):
-        folder.mkdir(exist_ok=True)
-        os.chown(folder, owner.st_uid, owner.st_gid)
-    for number, message in enumerate(messages):
-        file = home / "Maildir" / "new" / f"{1700000000 + number}.M{number}.bench"
-        file.write_bytes(message)
-        os.chown(file, owner.st_uid, owner.st_gid)
-
-
 def collect(count):
     mail, server = MailServer(), Server()
     try:
         head = b"From: bob@test.org\r\nTo: alice@test\r\nSubject: number %d\r\n\r\n"
-        fill(mail, [head % number + b"Good morning\r\n" * 100 for number in range(count)])
+        mail.put("alice", *[head % number + b"Good morning\r\n" * 100 for number in range(count)])
         server.write("collect.html", f'<plxPOP username="alice" password="secret" databaseName="Mail" '
                      f'mailServer="127.0.0.1:{mail.pop3_port}">[&plxVariable.plxPOP_ResultCount;]')
         ours, answer = timed(lambda: server.get("/collect.html"))

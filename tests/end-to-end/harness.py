@@ -216,7 +216,22 @@ class MailServer:
                 shutil.copy(file, self.folder / "tls" / f"{address}.pem")
         self.address = f"127.0.0.1:{self.smtp_port}"
         self.process = None
+        self.count = 0
         self.start()
+
+    def put(self, name, *messages):
+        """Puts messages into a mailbox as they are, behind those that are there."""
+        home = self.folder / "mail" / name
+        owner = home.parent.stat()
+        for folder in (home, home / "Maildir", *(home / "Maildir" / part for part in ("cur", "new", "tmp"))):
+            folder.mkdir(exist_ok=True)
+            os.chown(folder, owner.st_uid, owner.st_gid)
+        for message in messages:
+            self.count += 1
+            file = home / "Maildir" / "tmp" / f"{1700000000 + self.count}.M{self.count}.test"
+            file.write_bytes(message)
+            os.chown(file, owner.st_uid, owner.st_gid)
+            file.rename(home / "Maildir" / "new" / file.name)
 
     def start(self):
         self.process = subprocess.Popen([SOURCE / "script" / "mail-server", self.folder, str(self.smtp_port),

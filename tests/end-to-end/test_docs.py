@@ -52,23 +52,11 @@ class Examples(ServerCase):
         text = "".join(file.read_text() for file in (*TAGS, DOCS / "page-language.md"))
         names = sorted({"alice", *re.findall(r"([a-z]+)@example\.net", text)})
         (cls.mail.folder / "users").write_text("".join(f"{name}:secret\n" for name in names))
-        cls.deliver(MESSAGE)
+        cls.mail.put("alice", MESSAGE)
         cls.run_page('<plxEmailClient mode="addUser" username="ada" password="lovelace">', "account.html")
         cls.server.write("web-mail.html", "<plxEmailClient>")
         cls.web_mail({"POPUsername_plxEmailClient": "alice", "POPPassword_plxEmailClient": "secret", SAVE_OPTIONS: "Save",
                       "POPServer_plxEmailClient": f"127.0.0.1:{cls.mail.pop3_port}"})
-
-    @classmethod
-    def deliver(cls, message):
-        """Puts a message into alice's mailbox as it is."""
-        home = cls.mail.folder / "mail" / "alice"
-        owner = home.parent.stat()
-        for folder in (home, home / "Maildir", *(home / "Maildir" / name for name in ("cur", "new", "tmp"))):
-            folder.mkdir(exist_ok=True)
-            os.chown(folder, owner.st_uid, owner.st_gid)
-        file = home / "Maildir" / "new" / f"{time.time_ns()}.M1.test"
-        file.write_bytes(message)
-        os.chown(file, owner.st_uid, owner.st_gid)
 
     @classmethod
     def web_mail(cls, form):
@@ -121,7 +109,7 @@ class Examples(ServerCase):
         expected = bytearray(256)
         for offset, row in re.findall(r"^([0-9a-f]{8})  ((?:[0-9a-f]{2} ){16})", dump, re.M):
             expected[int(offset, 16):int(offset, 16) + 16] = bytes.fromhex(row)
-        self.deliver(message.encode())
+        self.mail.put("alice", message.encode())
         self.web_mail({"any": "button"})
         folder = self.server.root / "plxEmailClient Data" / "ada" / "Mailboxes"
         messages = (folder / "Inbox.mbx").read_bytes()

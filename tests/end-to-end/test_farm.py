@@ -357,14 +357,7 @@ class Farm(unittest.TestCase):
         return results
 
     def test_a_mailbox_is_collected_once(self):
-        folder = self.mail.folder / "mail" / "carol" / "Maildir" / "new"
-        for part in (folder.parent.parent, folder.parent, folder):
-            part.mkdir(exist_ok=True)
-            shutil.chown(part, "Debian-exim")
-        for number in range(40):
-            file = folder / f"{1700000000 + number}.M1P1.seed"
-            file.write_text(f"From: a@test.org\nSubject: number {number}\n\ntext\n")
-            shutil.chown(file, "Debian-exim")
+        self.mail.put("carol", *(f"From: a@test.org\nSubject: number {number}\n\ntext\n".encode() for number in range(40)))
         texts = self.both(lambda member: member.ask("GET", "/collect.html").text)
         self.assertEqual(sum(int(re.search(r"\[(\d+)\]$", text).group(1)) for text in texts), 40, texts)
         self.assertEqual(sorted(row["Subject"] for row in self.first.rows("Collected")),

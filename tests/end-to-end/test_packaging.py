@@ -109,7 +109,7 @@ class Installed(unittest.TestCase):
 
     def test_the_example_module_against_what_is_installed(self):
         build = self.folder / "hello"
-        run("cmake", "-S", HELLO, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}")
+        run("cmake", "-G", "Ninja", "-S", HELLO, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}")
         run("cmake", "--build", build)
         self.greets(build / "plxmodule-hello.so")
 

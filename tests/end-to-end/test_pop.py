@@ -48,21 +48,10 @@ class PopCase(ServerCase):
         self.name = self.id().rsplit(".", 1)[1]
         self.folder = self.server.root / "Attachments"
         shutil.rmtree(self.folder, ignore_errors=True)
-        self.sent = 0
 
     def put(self, *messages):
         """Puts messages into the mailbox, behind those that are there."""
-        home = self.mail.folder / "mail" / self.name
-        owner = home.parent.stat()
-        for folder in (home, home / "Maildir", *(home / "Maildir" / name for name in ("cur", "new", "tmp"))):
-            folder.mkdir(exist_ok=True)
-            os.chown(folder, owner.st_uid, owner.st_gid)
-        for message in messages:
-            self.sent += 1
-            file = home / "Maildir" / "tmp" / f"{1700000000 + self.sent}.M{self.sent}.test"
-            file.write_bytes(message)
-            os.chown(file, owner.st_uid, owner.st_gid)
-            file.rename(home / "Maildir" / "new" / file.name)
+        self.mail.put(self.name, *messages)
 
     def collect(self, more="", port=None):
         """Runs the tag; the page's text with the number of new messages in brackets at its end."""

@@ -46,19 +46,6 @@ class WebMail(ServerCase):
         return self.server.request("POST" if post else "GET", "/mail.html" + (f"?action={action}" if action else ""), body,
                                    headers, user=(user, password))
 
-    def deliver(self, *messages):
-        folder = self.mail.folder / "mail" / "alice" / "Maildir" / "new"
-        if not folder.exists():
-            with contextlib.closing(self.mail.mailbox("alice", "secret")) as box:
-                box.quit()
-            folder.mkdir(parents=True, exist_ok=True)
-        for text in messages:
-            name = folder / f"{time.time_ns()}.M1P1.seed"
-            name.write_bytes(text)
-            shutil.chown(name, "Debian-exim")
-        for part in (folder, folder.parent, folder.parent.parent):
-            shutil.chown(part, "Debian-exim")
-
     def inbox(self, user):
         folder = next((self.server.root).glob("plxEmailClient Data")) / user / "Mailboxes"
         return (folder / "Inbox.idx").read_bytes(), (folder / "Inbox.mbx").read_bytes()
@@ -93,7 +80,7 @@ class WebMail(ServerCase):
     @in_release
     def test_every_screen_in_a_browser(self):
         self.add("eve", "geheim")
-        self.deliver(message(1), message(2, "y" * 5000), message(1, "the same again"))
+        self.mail.put("alice", message(1), message(2, "y" * 5000), message(1, "the same again"))
         browser = Browser(login=("eve", "geheim"), size=(900, 800))
         self.addCleanup(browser.close)
         url = self.server.url + "/mail.html"
@@ -188,7 +175,7 @@ class WebMail(ServerCase):
             for number in range(box.stat()[0]):
                 box.dele(number + 1)
             box.quit()
-        self.deliver(*texts)
+        self.mail.put("alice", *texts)
         self.ask("ida", post={"1plxEmailClientAction=ip1lcx": "Save", "Name_plxEmailClient": ODD, "POPUsername_plxEmailClient": "alice",
                               "POPPassword_plxEmailClient": "secret",
                               "POPServer_plxEmailClient": f"127.0.0.1:{self.mail.pop3_port}"})
