@@ -16,6 +16,7 @@
 #include "PLXSQLConnection.h"
 #include "PLXSite.h"
 #include "PLXStateVersion.h"
+#include "PLXWholeFile.h"
 
 // The order makes a backup of a running server whole. Mail is in the outbox before it is in the folder of
 // failed mail and then in the list, so outboxes are copied first and the databases last: whatever moves on
@@ -81,18 +82,8 @@ class Backup {
   }
   void WriteManifest() const {
     fs::path const file = myFolder / PLXBackupManifest::kName;
-    std::string const text = myManifest.Text();
-    int const descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    std::size_t done = 0;
-    while (descriptor >= 0 && done < text.size()) {
-      ssize_t const count = ::write(descriptor, text.data() + done, text.size() - done);
-      if (count < 0 && errno != EINTR) break;
-      if (count > 0) done += static_cast<std::size_t>(count);
-    }
-    bool const isGood = descriptor >= 0 && done == text.size() && ::fsync(descriptor) == 0;
-    std::string const reason = std::strerror(errno);
-    if (descriptor >= 0) ::close(descriptor);
-    if (!isGood) throw PLXCopyError(file.string() + ": the file cannot be written (" + reason + ").");
+    if (PLXReplaceFile(file, myManifest.Text())) return;
+    throw PLXCopyError(file.string() + ": the file cannot be written (" + std::strerror(errno) + ").");
   }
 
   PLXConfiguration const& myConfiguration;
@@ -132,11 +123,7 @@ class UnfinishedFolder {
       }
     }
     myIsMade = false;
-    int const folder = ::open(target_i.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder >= 0) {
-      ::fsync(folder);
-      ::close(folder);
-    }
+    PLXSyncFolder(target_i.parent_path());
     return true;
   }
 

@@ -11,9 +11,6 @@ namespace {
 constexpr std::string_view kRoot = "/plx-admin/";
 constexpr std::string_view kPreferencesPath = "/plx-admin/preferences";
 
-// Pages that change by themselves are asked for again by the browser, without a script.
-constexpr std::string_view kRefresh = "<meta http-equiv=\"refresh\" content=\"5\">\n";
-
 std::string_view StageName(PLXActiveRequests::Stage stage_i) {
   switch (stage_i) {
     case PLXActiveRequests::Stage::kWaiting:
@@ -50,12 +47,17 @@ std::string_view AttributeOf(std::string_view tag_i, std::string_view name_i) {
 std::string WithNames(std::string const& html_i) {
   std::string html;
   std::size_t from = 0;
+  std::size_t label = html_i.find("<label");
+  std::size_t labelEnd = 0;  // of the last label that begins before the box
   for (std::size_t at = 0; (at = html_i.find("<input ", at)) != std::string::npos;) {
     std::size_t const end = html_i.find('>', at);
     if (end == std::string::npos) break;
     std::string_view const tag(html_i.data() + at, end - at);
-    std::size_t const opened = html_i.rfind("<label", at);
-    bool const isLabelled = opened != std::string::npos && html_i.find("</label", opened) > at;
+    for (; label < at && labelEnd < at; label = html_i.find("<label", labelEnd)) {
+      labelEnd = html_i.find("</label", label);
+      if (labelEnd == std::string::npos) break;
+    }
+    bool const isLabelled = labelEnd > at;
     std::string_view const type = AttributeOf(tag, "type");
     std::string_view const name = AttributeOf(tag, "name");
     bool const isBox = type == "checkbox" || type == "radio";

@@ -9,6 +9,9 @@
 
 // The pieces that pages of the administration are made of. Texts are encoded here.
 
+// In a page's head: asked for again by the browser, without a script.
+inline constexpr std::string_view kRefresh = "<meta http-equiv=\"refresh\" content=\"5\">\n";
+
 inline std::string Cell(std::string_view text_i) { return "<td>" + EncodeHTML(text_i) + "</td>"; }
 inline std::string NumberCell(std::string const& text_i) {
   return "<td class=\"number\">" + EncodeHTML(text_i) + "</td>";

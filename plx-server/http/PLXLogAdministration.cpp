@@ -21,8 +21,6 @@ constexpr Choice kLevels[] = {{"note", "everything"},
 constexpr Choice kLines[] = {{"50", "50"}, {"200", "200"}, {"1000", "1000"}, {"5000", "5000"}};
 constexpr std::size_t kUsualLines = 1;  // of kLines
 
-// Asked for again by the browser, without a script.
-constexpr std::string_view kRefresh = "<meta http-equiv=\"refresh\" content=\"5\">\n";
 // Turned upside down twice, so that it stands at its end when it is shown.
 constexpr std::string_view kStyle =
     "<style>.tail{display:flex;flex-direction:column-reverse;max-height:70vh;overflow:auto;margin:1rem 0}"

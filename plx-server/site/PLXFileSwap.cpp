@@ -3,11 +3,10 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <unistd.h>
 
-#include "PLXUninterrupted.h"
+#include "PLXWholeFile.h"
 
 namespace fs = std::filesystem;
 
@@ -23,13 +22,6 @@ bool Exists(fs::path const& path_i) {
   return fs::exists(fs::symlink_status(path_i, ignored));
 }
 
-void SyncFolder(fs::path const& folder_i) {
-  int const folder = ::open(folder_i.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (folder < 0) return;
-  PLXUninterrupted([&] { return ::fsync(folder); });
-  ::close(folder);
-}
-
 void Move(fs::path const& from_i, fs::path const& to_i) {
   std::error_code error;
   fs::create_directories(to_i.parent_path(), error);
@@ -37,8 +29,8 @@ void Move(fs::path const& from_i, fs::path const& to_i) {
     throw PLXSwapError(from_i.string() + ": cannot be renamed to " + to_i.string() + " (" +
                        std::strerror(errno) + ").");
   }
-  SyncFolder(from_i.parent_path());
-  SyncFolder(to_i.parent_path());
+  PLXSyncFolder(from_i.parent_path());
+  PLXSyncFolder(to_i.parent_path());
 }
 
 std::vector<PLXFileSwap> ReadPlan(fs::path const& file_i) {
@@ -72,16 +64,10 @@ void PLXPrepareSwaps(fs::path const& state_i, std::vector<PLXFileSwap> const& sw
             PLXEscapedName(swap.place.native()) + " " + PLXEscapedName(swap.former.native()) + "\n";
   }
   fs::path const file = folder / kPreparedPlan;
-  int const plan = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  bool const isGood = plan >= 0 &&
-                      PLXUninterrupted([&] { return ::write(plan, text.data(), text.size()); }) ==
-                          static_cast<ssize_t>(text.size()) &&
-                      PLXUninterrupted([&] { return ::fsync(plan); }) == 0;
-  std::string const reason = std::strerror(errno);
-  if (plan >= 0) ::close(plan);
-  if (!isGood) throw PLXSwapError(file.string() + ": the file cannot be written (" + reason + ").");
-  SyncFolder(folder);
-  SyncFolder(state_i);
+  if (!PLXReplaceFile(file, text)) {
+    throw PLXSwapError(file.string() + ": the file cannot be written (" + std::strerror(errno) + ").");
+  }
+  PLXSyncFolder(state_i);
 }
 
 void PLXCommitSwaps(fs::path const& state_i) {
@@ -106,7 +92,7 @@ bool PLXFinishSwaps(fs::path const& state_i) {
   if (::unlink((state_i / kPlan).c_str()) != 0) {
     throw PLXSwapError((state_i / kPlan).string() + ": cannot be removed (" + std::strerror(errno) + ").");
   }
-  SyncFolder(state_i);
+  PLXSyncFolder(state_i);
   return true;
 }
 

@@ -20,6 +20,7 @@
 #include "PLXDescriptor.h"
 #include "PLXLog.h"
 #include "PLXUninterrupted.h"
+#include "PLXWholeFile.h"
 
 namespace {
 
@@ -28,7 +29,6 @@ constexpr std::size_t kLongestPassword = CRYPT_MAX_PASSPHRASE_SIZE - 1;
 constexpr long long kRememberedSeconds = 300;
 constexpr std::size_t kRememberedPairs = 4096;
 constexpr std::size_t kLargestFile = 16u << 20;
-constexpr std::string_view kTemporarySuffix = ".XXXXXX";  // of a file that takes another's place
 constexpr char kLockName[] = ".lock";  // of the file in each folder that whoever writes locks
 
 using Lines = std::vector<std::string>;
@@ -145,33 +145,6 @@ std::optional<Lines> ReadLines(std::filesystem::path const& file_i, std::string&
   return lines;
 }
 
-bool WriteAll(int file_i, std::string_view text_i) {
-  while (!text_i.empty()) {
-    ssize_t const count = PLXUninterrupted([&] { return ::write(file_i, text_i.data(), text_i.size()); });
-    if (count < 0) return false;
-    text_i.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
-// Puts `lines_i` in the file's place: whoever reads finds the old file or the new one, after a power loss
-// too.
-bool ReplaceFile(std::filesystem::path const& file_i, int folder_i, Lines const& lines_i) {
-  std::string text;
-  for (std::string const& line : lines_i) text.append(line).push_back('\n');
-  std::string temporary = file_i.string().append(kTemporarySuffix);
-  PLXDescriptor const file(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
-  if (!file.IsOpen()) return false;
-  if (WriteAll(file.Get(), text) && PLXUninterrupted([&] { return ::fsync(file.Get()); }) == 0 &&
-      ::rename(temporary.c_str(), file_i.c_str()) == 0) {
-    return PLXUninterrupted([&] { return ::fsync(folder_i); }) == 0;
-  }
-  int const error = errno;
-  ::unlink(temporary.c_str());
-  errno = error;
-  return false;
-}
-
 // What a process that died while it replaced the file left of the new one. Requires: the folder locked, so
 // that nobody is replacing it now.
 void RemoveLeftovers(std::filesystem::path const& file_i) {
@@ -181,7 +154,7 @@ void RemoveLeftovers(std::filesystem::path const& file_i) {
        at.increment(error)) {
     std::string const name = at->path().filename().string();
     std::error_code ignored;
-    if (name.size() == beginning.size() + kTemporarySuffix.size() - 1 && name.starts_with(beginning)) {
+    if (name.size() == beginning.size() + kPLXTemporarySuffix.size() - 1 && name.starts_with(beginning)) {
       std::filesystem::remove(at->path(), ignored);
     }
   }
@@ -215,9 +188,6 @@ bool ChangeFile(std::filesystem::path const& file_i, std::string& problem_o, Cha
   std::filesystem::path const folderPath = file_i.has_parent_path() ? file_i.parent_path() : ".";
   std::error_code ignored;  // what goes wrong here shows in the next step
   std::filesystem::create_directories(folderPath, ignored);
-  PLXDescriptor const folder(
-      PLXUninterrupted([&] { return ::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-  if (!folder.IsOpen()) return refused("Cannot use the folder of");
   PLXDescriptor const lock(LockFolder(folderPath));
   if (!lock.IsOpen()) return refused("Cannot use the folder of");
   RemoveLeftovers(file_i);
@@ -225,7 +195,9 @@ bool ChangeFile(std::filesystem::path const& file_i, std::string& problem_o, Cha
   std::optional<Lines> lines = ReadLines(file_i, state);
   if (!lines) return refused("Cannot read");
   if (!change_i(*lines)) return false;
-  return ReplaceFile(file_i, folder.Get(), *lines) || refused("Cannot write");
+  std::string text;
+  for (std::string const& line : *lines) text.append(line).push_back('\n');
+  return PLXReplaceFile(file_i, text) || refused("Cannot write");
 }
 
 bool IsControl(char character_i) {

@@ -4,14 +4,13 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <fstream>
 #include <unistd.h>
 
 #include "PLXFileSwap.h"
 #include "PLXSQLite.h"
 #include "PLXTreeCopy.h"
-#include "PLXUninterrupted.h"
+#include "PLXWholeFile.h"
 
 namespace fs = std::filesystem;
 
@@ -36,13 +35,6 @@ void RefuseNewer(std::int64_t version_i, std::int64_t newest_i, fs::path const& 
   throw PLXStateVersionError(PLXSchemaProblem(version_i, what_i.string()));
 }
 
-void SyncFolder(fs::path const& folder_i) {
-  int const folder = ::open(folder_i.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (folder < 0) return;
-  PLXUninterrupted([&] { return ::fsync(folder); });
-  ::close(folder);
-}
-
 // A copy of all that a step may change, whole under its name or not there.
 fs::path KeepCopy(fs::path const& state_i, fs::path const& shared_i, std::int64_t version_i) {
   fs::path kept = PLXDatedPath(state_i, "before-upgrade-" + std::to_string(version_i) + "-");
@@ -63,7 +55,7 @@ fs::path KeepCopy(fs::path const& state_i, fs::path const& shared_i, std::int64_
     fs::remove_all(unfinished, ignored);
     throw;
   }
-  SyncFolder(state_i);
+  PLXSyncFolder(state_i);
   return kept;
 }
 
@@ -109,19 +101,8 @@ std::int64_t PLXReadStateMark(fs::path const& state_i) {
 
 void PLXWriteStateMark(fs::path const& state_i, std::int64_t version_i) {
   fs::path const file = state_i / kMarkName;
-  std::string temporary = file.string() + ".XXXXXX";
-  int const descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
-  std::string const text = std::to_string(version_i) + "\n";
-  bool const isGood = descriptor >= 0 &&
-                      PLXUninterrupted([&] { return ::write(descriptor, text.data(), text.size()); }) ==
-                          static_cast<ssize_t>(text.size()) &&
-                      PLXUninterrupted([&] { return ::fsync(descriptor); }) == 0 &&
-                      ::rename(temporary.c_str(), file.c_str()) == 0;
-  std::string const reason = std::strerror(errno);
-  if (descriptor >= 0) ::close(descriptor);
-  if (isGood) return SyncFolder(state_i);
-  if (descriptor >= 0) ::unlink(temporary.c_str());
-  throw PLXStateVersionError(file.string() + ": the file cannot be written (" + reason + ").");
+  if (PLXReplaceFile(file, std::to_string(version_i) + "\n")) return;
+  throw PLXStateVersionError(file.string() + ": the file cannot be written (" + std::strerror(errno) + ").");
 }
 
 fs::path PLXUpgradeState(fs::path const& state_i, fs::path const& shared_i,

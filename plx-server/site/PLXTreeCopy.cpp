@@ -18,6 +18,7 @@
 #include "PLXDescriptor.h"
 #include "PLXSQLite.h"
 #include "PLXUninterrupted.h"
+#include "PLXWholeFile.h"
 
 namespace fs = std::filesystem;
 
@@ -60,15 +61,6 @@ class Digest {
   std::unique_ptr<EVP_MD_CTX, decltype(&::EVP_MD_CTX_free)> myContext;
 };
 
-void WriteAll(int file_i, char const* bytes_i, std::size_t count_i, std::string const& name_i) {
-  while (count_i > 0) {
-    ssize_t const done = PLXUninterrupted([&] { return ::write(file_i, bytes_i, count_i); });
-    if (done < 0) Fail(name_i, "cannot be written");
-    bytes_i += done;
-    count_i -= static_cast<std::size_t>(done);
-  }
-}
-
 // Reads to the end, writes what was read to `target_i` unless that is -1.
 PLXTreeCopy::File Transfer(int source_i, std::string const& sourceName_i, int target_i,
                            std::string const& targetName_i,
@@ -82,7 +74,8 @@ PLXTreeCopy::File Transfer(int source_i, std::string const& sourceName_i, int ta
     if (got < 0) Fail(sourceName_i, "cannot be read");
     if (got == 0) break;
     auto const count = static_cast<std::size_t>(got);
-    if (target_i >= 0) WriteAll(target_i, block.data(), count, targetName_i);
+    if (target_i >= 0 && !PLXWriteAll(target_i, {block.data(), count}))
+      Fail(targetName_i, "cannot be written");
     digest.Add(block.data(), count);
     file.size += count;
     if (progress_i) progress_i(count);
@@ -244,9 +237,7 @@ void PLXTreeCopy::Synchronize() const {
     if (at->is_directory(ignored) && !at->is_symlink(ignored)) folders.push_back(at->path());
   }
   for (fs::path const& path : folders) {
-    PLXDescriptor const folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder.IsOpen()) Fail(path.string(), "the folder cannot be read");
-    Sync(folder.Get(), path.string());
+    if (!PLXSyncFolder(path)) Fail(path.string(), "the folder cannot be written");
   }
 }
 
